@@ -1,0 +1,110 @@
+// The library store on a generated library of 10,000 flows and 100,000 screens.
+#include "library/FileOps.h"
+#include "library/FlowLibrary.h"
+#include "library/FlowStore.h"
+#include "library/Uuid.h"
+
+#include <benchmark/benchmark.h>
+
+#include <fstream>
+
+using namespace varnel;
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr int kFlows = 10000;
+constexpr int kScreensPerFlow = 10;
+constexpr int kRenumberScreens = 300;
+
+struct GeneratedLibrary {
+    fs::path root;
+    std::string renumberFolder = "bench/big/three-hundred";
+
+    GeneratedLibrary() {
+        root = fs::temp_directory_path() / ("varnel-bench-" + newUUIDString());
+        LibraryIndex index;
+        for (int f = 0; f < kFlows; ++f) {
+            FlowMeta meta;
+            meta.id = newUUIDString();
+            meta.application = "App " + std::to_string(f % 50);
+            meta.categoryL1 = "Category " + std::to_string(f % 20);
+            meta.name = "Flow " + std::to_string(f);
+            meta.date = Date{700000000.0 + f};
+            meta.width = 1179;
+            meta.height = 2556;
+            const std::string folder = "app-" + std::to_string(f % 50) + "/category-" +
+                                       std::to_string(f % 20) + "/flow-" + std::to_string(f);
+            addScreens(meta, folder, kScreensPerFlow);
+            index.flows.push_back(meta.summary(folder));
+        }
+        FlowMeta big;
+        big.id = newUUIDString();
+        big.name = "Three hundred";
+        addScreens(big, renumberFolder, kRenumberScreens);
+        index.flows.push_back(big.summary(renumberFolder));
+        FileOps::writeAtomically(root / "index.json", encodeLibraryJson(index.toJson()));
+    }
+
+    ~GeneratedLibrary() {
+        std::error_code ec;
+        fs::remove_all(root, ec);
+    }
+
+    void addScreens(FlowMeta& meta, const std::string& folder, int count) {
+        const fs::path dir = root / folder;
+        fs::create_directories(dir);
+        for (int s = 1; s <= count; ++s) {
+            ScreenRef ref;
+            ref.filename = (s < 10 ? "0" : "") + std::to_string(s) + ".png";
+            ref.capturedAt = Date{700000000.0 + s};
+            std::ofstream(dir / ref.filename) << "screen";
+            meta.screens.push_back(std::move(ref));
+        }
+        FileOps::writeAtomically(dir / "meta.json", encodeLibraryJson(meta.toJson()));
+    }
+};
+
+GeneratedLibrary& library() {
+    static GeneratedLibrary generated;
+    return generated;
+}
+
+void BM_LoadIndexAndBuildModel(benchmark::State& state) {
+    FlowLibrary model{FlowStore(library().root)};
+    for (auto _ : state) {
+        model.reload();
+        benchmark::DoNotOptimize(model.summaries().data());
+    }
+    state.counters["flows"] = static_cast<double>(model.summaries().size());
+}
+BENCHMARK(BM_LoadIndexAndBuildModel)->Unit(benchmark::kMillisecond);
+
+void BM_AppendToIndex(benchmark::State& state) {
+    FlowStore store(library().root);
+    FlowSummary summary = store.readIndex().flows[kFlows / 2];
+    for (auto _ : state) {
+        summary.screenCount += 1;
+        store.appendToIndex(summary);
+    }
+}
+BENCHMARK(BM_AppendToIndex)->Unit(benchmark::kMillisecond);
+
+void BM_Renumber300ScreenFlow(benchmark::State& state) {
+    FlowStore store(library().root);
+    const std::string& folder = library().renumberFolder;
+    for (auto _ : state) {
+        state.PauseTiming();
+        // Reverse the order so that every file moves.
+        FlowMeta meta = store.meta(folder);
+        std::reverse(meta.screens.begin(), meta.screens.end());
+        store.writeMeta(folder, meta);
+        state.ResumeTiming();
+        store.renumberScreens(folder);
+    }
+}
+BENCHMARK(BM_Renumber300ScreenFlow)->Unit(benchmark::kMillisecond);
+
+} // namespace
+
+BENCHMARK_MAIN();

@@ -1,0 +1,222 @@
+#include "cli/Cli.h"
+
+#include "app/AppSettings.h"
+#include "library/Errors.h"
+#include "library/FlowStore.h"
+#include "library/LibraryCheck.h"
+#include "library/Text.h"
+
+#include <functional>
+#include <map>
+#include <optional>
+#include <ostream>
+
+namespace varnel::cli {
+
+namespace {
+
+constexpr const char* kHelp = R"(Usage: varnel-cli [--library DIR] [--json] COMMAND [ARGS]
+
+Works on a Varnel library without the app: the library is DIR, or else the one chosen in
+Varnel's settings.
+
+Commands:
+  list                                        the flows of the library
+  create-flow --app A --name N [--category C] make an empty flow; prints its folder name
+  delete-flow FOLDER                          delete a flow (FOLDER as `list` shows it)
+  add-screens FOLDER FILE...                  copy PNG/MOV files into a flow as new screens
+  renumber FOLDER                             renumber a flow's screen files 1 to N
+  check                                       verify the library; prints what is broken
+
+Options:
+  --library DIR   the library folder
+  --json          machine-readable output
+  --help          this text
+
+Exit status:
+  0  success
+  1  the operation failed (the reason is on stderr)
+  2  the command line is wrong
+  3  check found problems
+)";
+
+struct UsageError : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+struct Invocation {
+    std::optional<std::string> library;
+    bool json = false;
+    std::string command;
+    std::vector<std::string> arguments;
+};
+
+Invocation parse(const std::vector<std::string>& args) {
+    Invocation inv;
+    for (std::size_t i = 0; i < args.size(); ++i) {
+        const std::string& a = args[i];
+        if (a == "--library") {
+            if (++i == args.size())
+                throw UsageError("--library needs a folder");
+            inv.library = args[i];
+        } else if (a.starts_with("--library=")) {
+            inv.library = a.substr(10);
+        } else if (a == "--json") {
+            inv.json = true;
+        } else if (inv.command.empty()) {
+            inv.command = a;
+        } else {
+            inv.arguments.push_back(a);
+        }
+    }
+    return inv;
+}
+
+// Pulls "--name VALUE" pairs out of the arguments.
+std::map<std::string, std::string> options(std::vector<std::string>& arguments,
+                                           std::initializer_list<std::string> names) {
+    std::map<std::string, std::string> found;
+    std::vector<std::string> rest;
+    for (std::size_t i = 0; i < arguments.size(); ++i) {
+        const std::string& a = arguments[i];
+        if (std::find(names.begin(), names.end(), a) == names.end()) {
+            rest.push_back(a);
+            continue;
+        }
+        if (++i == arguments.size())
+            throw UsageError(a + " needs a value");
+        found[a] = arguments[i];
+    }
+    arguments = rest;
+    return found;
+}
+
+void expectCount(const Invocation& inv, std::size_t min, std::size_t max) {
+    if (inv.arguments.size() < min || inv.arguments.size() > max)
+        throw UsageError("wrong number of arguments for " + inv.command);
+}
+
+Json summaryJson(const FlowSummary& s) { return s.toJson(); }
+
+int list(const Invocation& inv, FlowStore& store, std::ostream& out) {
+    expectCount(inv, 0, 0);
+    const LibraryIndex index = store.readIndex();
+    if (inv.json) {
+        out << encodeLibraryJson(index.toJson());
+        return kSuccess;
+    }
+    for (const auto& s : index.flows) {
+        out << s.folderName << "\t" << s.application.value_or("") << "\t"
+            << s.categoryL1.value_or("") << "\t" << s.name << "\t" << s.screenCount
+            << (s.screenCount == 1 ? " screen" : " screens") << "\n";
+    }
+    return kSuccess;
+}
+
+int createFlow(Invocation& inv, FlowStore& store, std::ostream& out) {
+    auto opts = options(inv.arguments, {"--app", "--name", "--category"});
+    expectCount(inv, 0, 0);
+    if (!opts.contains("--app") || !opts.contains("--name"))
+        throw UsageError("create-flow needs --app and --name");
+    std::optional<std::string> category;
+    if (opts.contains("--category"))
+        category = opts["--category"];
+    const FlowSummary s = store.createEmptyFlow(opts["--app"], opts["--name"], category, Date::now());
+    if (inv.json)
+        out << encodeLibraryJson(summaryJson(s));
+    else
+        out << s.folderName << "\n";
+    return kSuccess;
+}
+
+int deleteFlow(const Invocation& inv, FlowStore& store, std::ostream&) {
+    expectCount(inv, 1, 1);
+    const std::string& folder = inv.arguments[0];
+    if (!store.readIndex().findFolder(folder) && !store.hasMeta(folder))
+        throw FlowNotFoundError(folder);
+    store.deleteFlow(folder);
+    return kSuccess;
+}
+
+int addScreens(const Invocation& inv, FlowStore& store, std::ostream& out) {
+    if (inv.arguments.size() < 2)
+        throw UsageError("add-screens needs a flow folder and at least one file");
+    std::vector<fs::path> files(inv.arguments.begin() + 1, inv.arguments.end());
+    const auto names = store.addScreens(inv.arguments[0], files, Date::now());
+    if (inv.json) {
+        out << encodeLibraryJson(Json(names));
+    } else {
+        for (const auto& n : names)
+            out << n << "\n";
+    }
+    return kSuccess;
+}
+
+int renumber(const Invocation& inv, FlowStore& store, std::ostream& out) {
+    expectCount(inv, 1, 1);
+    const ThumbEdits edits = store.renumberScreens(inv.arguments[0]);
+    if (inv.json) {
+        Json renames = Json::array();
+        for (const auto& [from, to] : edits.renames)
+            renames.push_back(Json{{"from", from.filename}, {"to", to.filename}});
+        out << encodeLibraryJson(renames);
+    } else {
+        for (const auto& [from, to] : edits.renames)
+            out << from.filename << " -> " << to.filename << "\n";
+    }
+    return kSuccess;
+}
+
+int check(const Invocation& inv, FlowStore& store, std::ostream& out) {
+    expectCount(inv, 0, 0);
+    const auto problems = checkLibrary(store);
+    if (inv.json) {
+        out << encodeLibraryJson(Json{{"ok", problems.empty()}, {"problems", problems}});
+    } else if (problems.empty()) {
+        out << "The library at " << store.root().string() << " is consistent.\n";
+    } else {
+        for (const auto& p : problems)
+            out << p << "\n";
+    }
+    return problems.empty() ? kSuccess : kCheckFailed;
+}
+
+} // namespace
+
+int run(const std::vector<std::string>& args, std::ostream& out, std::ostream& err) {
+    Invocation inv;
+    try {
+        if (std::find(args.begin(), args.end(), "--help") != args.end() ||
+            std::find(args.begin(), args.end(), "-h") != args.end()) {
+            out << kHelp;
+            return kSuccess;
+        }
+        inv = parse(args);
+        if (inv.command.empty() || inv.command == "help") {
+            (inv.command.empty() ? err : out) << kHelp;
+            return inv.command.empty() ? kUsage : kSuccess;
+        }
+        const std::string root = inv.library ? *inv.library : AppSettings().rootFolderPath();
+        FlowStore store{fs::path(root)};
+        const std::map<std::string, std::function<int()>> commands{
+            {"list", [&] { return list(inv, store, out); }},
+            {"create-flow", [&] { return createFlow(inv, store, out); }},
+            {"delete-flow", [&] { return deleteFlow(inv, store, out); }},
+            {"add-screens", [&] { return addScreens(inv, store, out); }},
+            {"renumber", [&] { return renumber(inv, store, out); }},
+            {"check", [&] { return check(inv, store, out); }},
+        };
+        auto command = commands.find(inv.command);
+        if (command == commands.end())
+            throw UsageError("unknown command “" + inv.command + "”");
+        return command->second();
+    } catch (const UsageError& e) {
+        err << "varnel-cli: " << e.what() << "\nTry “varnel-cli --help”.\n";
+        return kUsage;
+    } catch (const std::exception& e) {
+        err << "varnel-cli: " << e.what() << "\n";
+        return kFailed;
+    }
+}
+
+} // namespace varnel::cli

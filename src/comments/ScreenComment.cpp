@@ -1,0 +1,28 @@
+#include "comments/ScreenComment.h"
+
+namespace varnel {
+
+ScreenComment ScreenComment::fromJson(const Json& json) {
+    using namespace coding;
+    requireObject(json, "a comment");
+    ScreenComment c;
+    c.id = requireString(json, "id");
+    c.x = requireNumber(json, "x");
+    c.y = requireNumber(json, "y");
+    c.text = requireString(json, "text");
+    c.createdAt = requireDate(json, "createdAt");
+    c.postedId = optionalString(json, "postedId");
+    c.postedSignature = optionalString(json, "postedSignature");
+    return c;
+}
+
+Json ScreenComment::toJson() const {
+    Json json{{"id", id}, {"x", x}, {"y", y}, {"text", text}, {"createdAt", createdAt.seconds}};
+    if (postedId)
+        json["postedId"] = *postedId;
+    if (postedSignature)
+        json["postedSignature"] = *postedSignature;
+    return json;
+}
+
+} // namespace varnel

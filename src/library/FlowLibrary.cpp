@@ -1,0 +1,130 @@
+#include "library/FlowLibrary.h"
+
+#include "organization/CategorySuggestions.h"
+
+#include <QDebug>
+
+namespace varnel {
+
+FlowLibrary::FlowLibrary(FlowStore store, QObject* parent)
+    : QObject(parent), store_(std::move(store)) {
+    reload();
+}
+
+void FlowLibrary::open() {
+    recoveryReport_ = store_.recover();
+    for (const auto& problem : recoveryReport_.problems)
+        qWarning("%s", problem.c_str());
+    reload();
+}
+
+void FlowLibrary::reload() {
+    metaCache_.clear();
+    try {
+        LibraryIndex index = store_.readIndex();
+        loadError_.reset();
+        summaries_ = std::move(index.flows);
+        categoryOrder_.clear();
+        categoryOrder_.reserve(index.categories.size());
+        for (auto& category : index.categories)
+            categoryOrder_.push_back(std::move(category.name));
+    } catch (const std::exception& e) {
+        // Keep showing nothing rather than a guess; mutations fail with the same error.
+        loadError_ = e.what();
+        summaries_.clear();
+        categoryOrder_.clear();
+    }
+    applications_ = CategorySuggestions::applications(summaries_);
+    emit changed();
+}
+
+const FlowMeta& FlowLibrary::meta(const std::string& folderName) {
+    auto it = metaCache_.find(folderName);
+    if (it == metaCache_.end())
+        it = metaCache_.emplace(folderName, store_.meta(folderName)).first;
+    return it->second;
+}
+
+template <typename F> auto FlowLibrary::mutate(F&& change) -> decltype(change()) {
+    struct ReloadAtExit {
+        FlowLibrary* library;
+        ~ReloadAtExit() { library->reload(); }
+    } reloadAtExit{this};
+    return change();
+}
+
+ThumbEdits FlowLibrary::screensChanged(ThumbEdits edits) {
+    if (!edits.empty())
+        emit thumbnailsChanged(edits);
+    return edits;
+}
+
+FlowSummary FlowLibrary::createEmptyFlow(const std::string& application, const std::string& name,
+                                         const std::optional<std::string>& categoryL1, Date date) {
+    return mutate([&] { return store_.createEmptyFlow(application, name, categoryL1, date); });
+}
+
+void FlowLibrary::deleteFlow(const std::string& folderName) {
+    try {
+        mutate([&] { store_.deleteFlow(folderName); });
+    } catch (const std::exception& e) {
+        qWarning("Flow deletion failed for %s: %s", folderName.c_str(), e.what());
+        throw;
+    }
+}
+
+std::string FlowLibrary::saveMeta(const std::string& folderName, const FlowMeta& meta) {
+    return mutate([&] { return store_.saveMeta(folderName, meta); });
+}
+
+std::string FlowLibrary::renameFlow(const std::string& folderName, const std::string& newName) {
+    return mutate([&] { return store_.renameFlow(folderName, newName); });
+}
+
+std::string FlowLibrary::moveFlow(const std::string& folderName,
+                                  const std::optional<std::string>& application,
+                                  const std::optional<std::string>& categoryL1) {
+    return mutate([&] { return store_.moveFlow(folderName, application, categoryL1); });
+}
+
+void FlowLibrary::moveCategory(const std::string& name, const std::optional<std::string>& before) {
+    mutate([&] { store_.moveCategory(name, before); });
+}
+
+ThumbEdits FlowLibrary::deleteScreens(const std::string& folderName,
+                                      const std::vector<std::string>& filenames) {
+    return screensChanged(mutate([&] {
+        ThumbEdits edits = store_.deleteScreens(folderName, filenames);
+        store_.deleteFlowIfEmpty(folderName);
+        return edits;
+    }));
+}
+
+ThumbEdits FlowLibrary::reorderScreens(const std::string& folderName,
+                                       const std::vector<std::string>& order) {
+    return screensChanged(mutate([&] { return store_.reorderScreens(folderName, order); }));
+}
+
+ThumbEdits FlowLibrary::moveScreens(const std::string& sourceFolder,
+                                    const std::vector<std::string>& filenames,
+                                    const std::string& targetFolder, std::size_t insertionIndex) {
+    return screensChanged(mutate([&] {
+        ThumbEdits edits =
+            store_.moveScreens(sourceFolder, filenames, targetFolder, insertionIndex);
+        if (sourceFolder != targetFolder)
+            store_.deleteFlowIfEmpty(sourceFolder);
+        return edits;
+    }));
+}
+
+ThumbEdits FlowLibrary::duplicateScreens(const std::string& folderName,
+                                         const std::vector<std::string>& filenames) {
+    return screensChanged(mutate([&] { return store_.duplicateScreens(folderName, filenames); }));
+}
+
+std::vector<std::string> FlowLibrary::addScreens(const std::string& folderName,
+                                                 const std::vector<std::filesystem::path>& files) {
+    return mutate([&] { return store_.addScreens(folderName, files, Date::now()); });
+}
+
+} // namespace varnel

@@ -1,0 +1,86 @@
+#pragma once
+
+#ifndef Q_MOC_RUN // moc cannot parse the C++20 standard headers
+#include "library/FlowMeta.h"
+#include "library/FlowStore.h"
+#include "library/FlowSummary.h"
+#include "library/ThumbEdits.h"
+
+#include <QObject>
+
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+#endif
+
+namespace varnel {
+
+// The observable library model of the main thread. It publishes what index.json holds; every
+// change goes through the FlowStore and ends with a reload, also when the change failed, so
+// that the model always shows what is on disk. Failed changes throw their store error.
+class FlowLibrary : public QObject {
+    Q_OBJECT
+
+public:
+    explicit FlowLibrary(FlowStore store, QObject* parent = nullptr);
+
+    FlowStore& store() { return store_; }
+    const std::filesystem::path& root() const { return store_.root(); }
+
+    // Recovers what a crash left behind, then loads the index.
+    void open();
+    void reload();
+
+    const std::vector<std::string>& applications() const { return applications_; }
+    const std::vector<FlowSummary>& summaries() const { return summaries_; }
+    const std::vector<std::string>& categoryOrder() const { return categoryOrder_; }
+    // Why the index could not be read, if it could not.
+    const std::optional<std::string>& loadError() const { return loadError_; }
+    const RecoveryReport& recoveryReport() const { return recoveryReport_; }
+
+    // The flow's meta, decoded once per reload; throws when it can't be read.
+    const FlowMeta& meta(const std::string& folderName);
+
+    FlowSummary createEmptyFlow(const std::string& application, const std::string& name,
+                                const std::optional<std::string>& categoryL1, Date date);
+    void deleteFlow(const std::string& folderName);
+    std::string saveMeta(const std::string& folderName, const FlowMeta& meta);
+    std::string renameFlow(const std::string& folderName, const std::string& newName);
+    std::string moveFlow(const std::string& folderName,
+                         const std::optional<std::string>& application,
+                         const std::optional<std::string>& categoryL1);
+    void moveCategory(const std::string& name, const std::optional<std::string>& before);
+
+    ThumbEdits deleteScreens(const std::string& folderName,
+                             const std::vector<std::string>& filenames);
+    ThumbEdits reorderScreens(const std::string& folderName,
+                              const std::vector<std::string>& order);
+    ThumbEdits moveScreens(const std::string& sourceFolder,
+                           const std::vector<std::string>& filenames,
+                           const std::string& targetFolder, std::size_t insertionIndex);
+    ThumbEdits duplicateScreens(const std::string& folderName,
+                                const std::vector<std::string>& filenames);
+    std::vector<std::string> addScreens(const std::string& folderName,
+                                        const std::vector<std::filesystem::path>& files);
+
+signals:
+    // After every reload.
+    void changed();
+    // After a screen operation, for the thumbnail cache.
+    void thumbnailsChanged(const varnel::ThumbEdits& edits);
+
+private:
+    template <typename F> auto mutate(F&& change) -> decltype(change());
+    ThumbEdits screensChanged(ThumbEdits edits);
+
+    FlowStore store_;
+    std::vector<std::string> applications_;
+    std::vector<FlowSummary> summaries_;
+    std::vector<std::string> categoryOrder_;
+    std::optional<std::string> loadError_;
+    RecoveryReport recoveryReport_;
+    std::map<std::string, FlowMeta> metaCache_;
+};
+
+} // namespace varnel

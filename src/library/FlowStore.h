@@ -1,0 +1,130 @@
+#pragma once
+
+#include "library/Date.h"
+#include "library/FlowMeta.h"
+#include "library/FlowSummary.h"
+#include "library/LibraryIndex.h"
+#include "library/ThumbEdits.h"
+
+#include <filesystem>
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace varnel {
+
+namespace fs = std::filesystem;
+
+class UndoLog;
+
+// The four file operations every change goes through; tests replace them to inject failures.
+struct FileOperations {
+    std::function<void(const fs::path& file, std::string_view bytes)> indexWriter;
+    std::function<void(const fs::path& from, const fs::path& to)> folderMover;
+    std::function<void(const fs::path& folder)> folderRemover;
+    std::function<void(const fs::path& folder, bool intermediates)> directoryCreator;
+
+    static FileOperations standard();
+};
+
+// index.json as read for a mutation, with the bytes it was read from (none when missing).
+struct IndexSnapshot {
+    LibraryIndex index;
+    std::optional<std::string> bytes;
+};
+
+// What opening the library found left over from an interrupted run.
+struct RecoveryReport {
+    std::vector<std::string> recoveredFlows;     // flows made from crash-left staging folders
+    std::vector<fs::path> leftoverQuarantines;   // ".deleting-" folders still holding data
+    std::vector<std::string> finishedRenumbering; // flows whose renumbering was completed
+    std::vector<std::string> problems;            // what could not be recovered, and why
+};
+
+// Performs every change to the library folder. Each multi-step change writes index.json last
+// and either completes, is undone, or throws an error that names the folder holding the data.
+class FlowStore {
+public:
+    explicit FlowStore(fs::path root, FileOperations operations = FileOperations::standard());
+
+    const fs::path& root() const { return root_; }
+    FileOperations& operations() { return ops_; }
+
+    fs::path indexURL() const;
+    // The flow folder of a validated folder name that stays inside the root.
+    fs::path flowURL(std::string_view folderName) const;
+    fs::path screenURL(std::string_view folderName, std::string_view filename) const;
+
+    // Reading. A missing index is an empty library; an unreadable one throws DecodingError.
+    IndexSnapshot indexSnapshot() const;
+    LibraryIndex readIndex() const { return indexSnapshot().index; }
+    FlowMeta meta(std::string_view folderName) const;
+    bool hasMeta(std::string_view folderName) const;
+
+    // Writes meta.json alone; callers that change a summary field refresh the index too.
+    void writeMeta(std::string_view folderName, const FlowMeta& meta);
+    // Inserts the summary, or replaces the one of the same flow id in place.
+    void appendToIndex(const FlowSummary& summary);
+
+    FlowSummary createEmptyFlow(const std::string& application, const std::string& name,
+                                const std::optional<std::string>& categoryL1, Date date);
+    void deleteFlow(std::string_view folderName);
+    void pruneEmptyParents(std::string_view folderName);
+    bool deleteFlowIfEmpty(std::string_view folderName);
+
+    ThumbEdits renumberScreens(std::string_view folderName);
+    ThumbEdits deleteScreen(std::string_view folderName, const std::string& filename);
+    ThumbEdits deleteScreens(std::string_view folderName, const std::vector<std::string>& filenames);
+    ThumbEdits reorderScreens(std::string_view folderName, const std::vector<std::string>& order);
+    ThumbEdits moveScreens(std::string_view sourceFolder, const std::vector<std::string>& filenames,
+                           std::string_view targetFolder, std::size_t insertionIndex);
+    ThumbEdits duplicateScreens(std::string_view folderName,
+                                const std::vector<std::string>& filenames);
+
+    // Brings a flow folder from elsewhere (an archive, a staging folder) into the library under
+    // a folder name made from its meta; moves the files and returns the new folder name.
+    std::string adopt(const FlowMeta& meta, const fs::path& from);
+
+    // Writes a changed meta and its summary; when the application, category or name no longer
+    // match the folder, the folder moves. Returns the flow's folder name afterwards.
+    std::string saveMeta(std::string_view folderName, const FlowMeta& meta);
+    std::string renameFlow(std::string_view folderName, const std::string& newName);
+    std::string moveFlow(std::string_view folderName, const std::optional<std::string>& application,
+                         const std::optional<std::string>& categoryL1);
+    // Moves a category before another in the user's order, or to the end.
+    void moveCategory(const std::string& name, const std::optional<std::string>& before);
+
+    // Copies PNG or MOV files into a flow as new screens, numbered after the highest in use.
+    std::vector<std::string> addScreens(std::string_view folderName,
+                                        const std::vector<fs::path>& files, Date capturedAt);
+
+    // Turns crash-left staging folders into flows, finishes interrupted renumberings and lists
+    // leftover quarantine folders.
+    RecoveryReport recover();
+    // The same findings without changing anything.
+    RecoveryReport inspectLeftovers() const;
+
+private:
+    void writeIndex(const LibraryIndex& index);
+    void writeIndexBytes(const std::optional<std::string>& bytes);
+    std::vector<std::string> createParents(const std::string& parentPath);
+    void removeCreatedParents(const std::vector<std::string>& created);
+    void recoverRenumbering(std::string_view folderName, const FlowMeta& meta);
+    void removeWorkFolder(const fs::path& work);
+    // Leaves a marker that makes the next renumbering, or the next opening of the library,
+    // renumber the flow, in case the change that follows cannot.
+    void markRenumberingOwed(std::string_view folderName, UndoLog& undo);
+    void rewriteOCRKeys(const fs::path& flowDir,
+                        const std::vector<std::pair<std::string, std::string>>& renames,
+                        const std::vector<ScreenRef>& screens);
+    ThumbEdits commitScreenList(std::string_view folderName, const FlowMeta& meta);
+    std::vector<fs::path> quarantineFolders() const;
+    std::optional<std::string> recoverStagingFolder(const fs::path& staging);
+
+    fs::path root_;
+    FileOperations ops_;
+};
+
+} // namespace varnel

@@ -1,0 +1,595 @@
+// The screen operations of FlowStore: renumbering and the changes to a flow's screen list.
+#include "library/FlowStore.h"
+
+#include "library/Errors.h"
+#include "library/FileOps.h"
+#include "library/LibraryLayout.h"
+#include "library/PngSize.h"
+#include "library/ScreenFiles.h"
+#include "library/UndoLog.h"
+#include "library/Uuid.h"
+
+#include <algorithm>
+#include <map>
+#include <set>
+
+namespace varnel {
+
+namespace {
+
+constexpr std::string_view kJournal = "journal.json";
+
+struct RenumberMove {
+    std::string from;
+    std::string to;
+};
+
+std::set<std::string> listedNames(const fs::path& folder) {
+    const auto names = FileOps::list(folder);
+    return {names.begin(), names.end()};
+}
+
+std::vector<std::string> filenames(const std::vector<ScreenRef>& screens) {
+    std::vector<std::string> names;
+    names.reserve(screens.size());
+    for (const auto& s : screens)
+        names.push_back(s.filename);
+    return names;
+}
+
+// The requested names, each once, checked against the flow.
+std::vector<std::string> requireScreens(const FlowMeta& meta, std::string_view folderName,
+                                        const std::vector<std::string>& requested) {
+    std::vector<std::string> names;
+    for (const auto& name : requested) {
+        LibraryLayout::validateFileName(name);
+        if (!meta.screen(name))
+            throw ScreenNotFoundError(std::string(folderName), name);
+        if (std::find(names.begin(), names.end(), name) == names.end())
+            names.push_back(name);
+    }
+    return names;
+}
+
+void requireDistinct(const FlowMeta& meta, std::string_view folderName) {
+    std::set<std::string> seen;
+    for (const auto& s : meta.screens) {
+        LibraryLayout::validateFileName(s.filename);
+        if (!seen.insert(s.filename).second)
+            throw LibraryError("The flow “" + std::string(folderName) + "” lists the screen “" +
+                               s.filename + "” twice.");
+    }
+}
+
+// The part of a patch file's name after its screen's stem, such as ".patch-<UUID>.png".
+std::string patchSuffix(const std::string& patchFile) {
+    const auto at = patchFile.find(".patch-");
+    return at == std::string::npos ? ".patch-" + newUUIDString() + ".png" : patchFile.substr(at);
+}
+
+// A pin copied or moved to another place is a new, unpublished pin there.
+void unpublish(ScreenRef& ref, bool newIds) {
+    if (ref.comments) {
+        for (auto& pin : *ref.comments) {
+            pin.postedId.reset();
+            pin.postedSignature.reset();
+            if (newIds)
+                pin.id = newUUIDString();
+        }
+    }
+    ref.figmaThreads.reset();
+}
+
+std::vector<std::string> postedIds(const ScreenRef& ref) {
+    std::vector<std::string> ids;
+    for (const auto& pin : ref.pins()) {
+        if (pin.postedId)
+            ids.push_back(*pin.postedId);
+    }
+    return ids;
+}
+
+} // namespace
+
+ThumbEdits FlowStore::renumberScreens(std::string_view folderName) {
+    const fs::path flowDir = flowURL(folderName);
+    indexSnapshot(); // an unreadable index fails the change before anything moves
+    FlowMeta m = meta(folderName);
+    requireDistinct(m, folderName);
+    const fs::path work = flowDir / LibraryLayout::kRenumberFolder;
+    const bool pending = FileOps::exists(work);
+    if (pending)
+        recoverRenumbering(folderName, m);
+
+    const std::size_t count = m.screens.size();
+    std::vector<std::string> after;
+    std::vector<RenumberMove> moves;
+    std::vector<std::pair<std::string, std::string>> renames;
+    for (std::size_t i = 0; i < count; ++i) {
+        const std::string& old = m.screens[i].filename;
+        after.push_back(ScreenFiles::renumberedName(i + 1, count, old));
+        const std::string& now = after.back();
+        if (old == now)
+            continue;
+        renames.emplace_back(old, now);
+        if (FileOps::exists(flowDir / old))
+            moves.push_back({old, now});
+        const std::string oldOriginal = ScreenFiles::originalFilename(old);
+        if (FileOps::exists(flowDir / oldOriginal))
+            moves.push_back({oldOriginal, ScreenFiles::originalFilename(now)});
+    }
+
+    std::set<std::string> sources;
+    for (const auto& move : moves)
+        sources.insert(move.from);
+    for (const auto& move : moves) {
+        if (!sources.contains(move.to) && FileOps::exists(flowDir / move.to))
+            throw LibraryError("Couldn’t renumber the screens of “" + std::string(folderName) +
+                               "”: the file “" + move.to + "” is in the way.");
+    }
+
+    for (std::size_t i = 0; i < count; ++i)
+        m.screens[i].filename = after[i];
+    m.screensRenumberedAt = Date::now();
+
+    // Phase one moves the files into the work folder under their new names; the meta written
+    // next is the commit point; phase two moves them back in. The journal lets an interrupted
+    // run be finished or undone. A work folder that was already there marks a screen change
+    // whose renumbering is still owed, and stays until that renumbering is done.
+    const std::string action = "renumber the screens of “" + std::string(folderName) + "”";
+    UndoLog undo;
+    try {
+        if (!moves.empty()) {
+            if (!pending) {
+                ops_.directoryCreator(work, false);
+                undo.add([this, work] { removeWorkFolder(work); });
+            }
+            Json journal{{"after", after}, {"moves", Json::array()}};
+            for (const auto& move : moves)
+                journal["moves"].push_back(Json::array({move.from, move.to}));
+            ops_.indexWriter(work / kJournal, encodeLibraryJson(journal));
+            for (const auto& move : moves) {
+                ops_.folderMover(flowDir / move.from, work / move.to);
+                undo.add([this, flowDir, work, move] {
+                    ops_.folderMover(work / move.to, flowDir / move.from);
+                });
+            }
+        }
+        writeMeta(folderName, m);
+    } catch (const std::exception& e) {
+        undo.undoOrThrow(action, flowDir.string(), e);
+        throw;
+    }
+    try {
+        for (const auto& move : moves)
+            ops_.folderMover(work / move.to, flowDir / move.to);
+        if (FileOps::exists(work))
+            removeWorkFolder(work);
+    } catch (const std::exception& e) {
+        throw LibraryError("The screens of “" + std::string(folderName) +
+                           "” were renumbered, but some of their files are still in " +
+                           work.string() +
+                           "; the next renumbering of the flow puts them in place. Error: " +
+                           e.what());
+    }
+
+    rewriteOCRKeys(flowDir, renames, m.screens);
+    appendToIndex(m.summary(std::string(folderName)));
+
+    ThumbEdits edits;
+    for (const auto& [old, now] : renames)
+        edits.renames.push_back({{std::string(folderName), old}, {std::string(folderName), now}});
+    return edits;
+}
+
+void FlowStore::removeWorkFolder(const fs::path& work) {
+    for (const auto& name : FileOps::list(work)) {
+        if (name != kJournal)
+            throw LibraryError("The folder " + work.string() + " still holds files.");
+    }
+    ops_.folderRemover(work);
+}
+
+void FlowStore::markRenumberingOwed(std::string_view folderName, UndoLog& undo) {
+    const fs::path work = flowURL(folderName) / LibraryLayout::kRenumberFolder;
+    if (FileOps::exists(work))
+        return;
+    ops_.directoryCreator(work, false);
+    undo.add([this, work] { removeWorkFolder(work); });
+    ops_.indexWriter(work / kJournal,
+                     encodeLibraryJson(Json{{"after", Json::array()}, {"moves", Json::array()}}));
+}
+
+// Puts the files of an interrupted renumbering where the meta on disk expects them: under
+// their new names when its meta was written, else back under their old ones.
+void FlowStore::recoverRenumbering(std::string_view folderName, const FlowMeta& meta) {
+    const fs::path flowDir = flowURL(folderName);
+    const fs::path work = flowDir / LibraryLayout::kRenumberFolder;
+    auto stuck = [&](const std::string& why) {
+        return LibraryError("An earlier renumbering of “" + std::string(folderName) +
+                            "” can’t be finished: " + why + " Its files are in " + work.string() +
+                            ".");
+    };
+
+    std::optional<Json> journal;
+    if (auto bytes = FileOps::readIfExists(work / kJournal)) {
+        try {
+            journal = parseLibraryJson(*bytes);
+        } catch (const CodingError&) {
+        }
+    }
+    if (journal && journal->contains("moves") && journal->contains("after")) {
+        const bool committed = (*journal)["after"] == Json(filenames(meta.screens));
+        for (const auto& move : (*journal)["moves"]) {
+            const std::string from = move.at(0).get<std::string>();
+            const std::string to = move.at(1).get<std::string>();
+            LibraryLayout::validateFileName(from);
+            LibraryLayout::validateFileName(to);
+            const std::string target = committed ? to : from;
+            if (!FileOps::exists(work / to))
+                continue;
+            if (FileOps::exists(flowDir / target))
+                throw stuck("the file “" + target + "” is in the way.");
+            ops_.folderMover(work / to, flowDir / target);
+        }
+    } else {
+        for (const auto& name : FileOps::list(work)) {
+            if (name == kJournal)
+                continue;
+            if (FileOps::exists(flowDir / name))
+                throw stuck("the file “" + name + "” is in the way.");
+            ops_.folderMover(work / name, flowDir / name);
+        }
+    }
+}
+
+void FlowStore::rewriteOCRKeys(const fs::path& flowDir,
+                               const std::vector<std::pair<std::string, std::string>>& renames,
+                               const std::vector<ScreenRef>& screens) {
+    const fs::path file = flowDir / LibraryLayout::kOCRFile;
+    try {
+        auto bytes = FileOps::readIfExists(file);
+        if (!bytes || renames.empty())
+            return;
+        Json sidecar = parseLibraryJson(*bytes);
+        if (!sidecar.is_object() || !sidecar.contains("screens") || !sidecar["screens"].is_object())
+            return;
+        const std::map<std::string, std::string> renamed(renames.begin(), renames.end());
+        std::set<std::string> targets;
+        for (const auto& [old, now] : renames)
+            targets.insert(now);
+        std::set<std::string> current;
+        for (const auto& s : screens)
+            current.insert(s.filename);
+
+        Json entries = Json::object();
+        for (auto it = sidecar["screens"].begin(); it != sidecar["screens"].end(); ++it) {
+            if (auto r = renamed.find(it.key()); r != renamed.end())
+                entries[r->second] = it.value();
+            else if (current.contains(it.key()) && !targets.contains(it.key()))
+                entries[it.key()] = it.value();
+        }
+        sidecar["screens"] = std::move(entries);
+        ops_.indexWriter(file, encodeLibraryJson(sidecar));
+    } catch (const std::exception&) {
+        // Recognized text is derived: without a trustworthy file it is simply recognized again.
+        try {
+            ops_.folderRemover(file);
+        } catch (const std::exception&) {
+        }
+    }
+}
+
+// Renumbers after a screen list was written; the summary is refreshed even when renumbering
+// fails, so the index always matches the meta on disk.
+ThumbEdits FlowStore::commitScreenList(std::string_view folderName, const FlowMeta& meta) {
+    try {
+        return renumberScreens(folderName);
+    } catch (...) {
+        try {
+            appendToIndex(meta.summary(std::string(folderName)));
+        } catch (const std::exception&) {
+        }
+        throw;
+    }
+}
+
+ThumbEdits FlowStore::deleteScreen(std::string_view folderName, const std::string& filename) {
+    return deleteScreens(folderName, {filename});
+}
+
+ThumbEdits FlowStore::deleteScreens(std::string_view folderName,
+                                    const std::vector<std::string>& requested) {
+    const fs::path flowDir = flowURL(folderName);
+    indexSnapshot();
+    FlowMeta m = meta(folderName);
+    const auto names = requireScreens(m, folderName, requested);
+
+    std::vector<std::string> files;
+    std::vector<std::string> ids;
+    for (const auto& name : names) {
+        const ScreenRef& ref = *m.screen(name);
+        files.push_back(name);
+        files.push_back(ScreenFiles::originalFilename(name));
+        for (const auto& patch : ref.patches.value_or(std::vector<RedactPatch>{})) {
+            if (LibraryLayout::isSafeFileName(patch.file))
+                files.push_back(patch.file);
+        }
+        const auto pinIds = postedIds(ref);
+        ids.insert(ids.end(), pinIds.begin(), pinIds.end());
+    }
+
+    const fs::path quarantine =
+        flowDir / (std::string(LibraryLayout::kQuarantinePrefix) + newUUIDString());
+    UndoLog undo;
+    try {
+        markRenumberingOwed(folderName, undo);
+        ops_.directoryCreator(quarantine, false);
+        undo.add([this, quarantine] {
+            if (!FileOps::list(quarantine).empty())
+                throw LibraryError("The folder " + quarantine.string() + " still holds files.");
+            ops_.folderRemover(quarantine);
+        });
+        for (const auto& file : files) {
+            if (!FileOps::exists(flowDir / file) || FileOps::exists(quarantine / file))
+                continue;
+            ops_.folderMover(flowDir / file, quarantine / file);
+            undo.add([this, flowDir, quarantine, file] {
+                ops_.folderMover(quarantine / file, flowDir / file);
+            });
+        }
+        m.queuePendingDeletes(ids);
+        std::erase_if(m.screens, [&](const ScreenRef& s) {
+            return std::find(names.begin(), names.end(), s.filename) != names.end();
+        });
+        writeMeta(folderName, m);
+    } catch (const std::exception& e) {
+        undo.undoOrThrow("delete screens of “" + std::string(folderName) + "”", flowDir.string(),
+                         e);
+        throw;
+    }
+
+    std::optional<std::string> cleanupError;
+    try {
+        ops_.folderRemover(quarantine);
+    } catch (const std::exception& e) {
+        cleanupError = e.what();
+    }
+
+    ThumbEdits edits;
+    for (const auto& name : names)
+        edits.removals.push_back({std::string(folderName), name});
+    edits.followRenames(commitScreenList(folderName, m).renames);
+    if (cleanupError)
+        throw LibraryError("The screens were deleted, but their files could not be fully removed "
+                           "at " +
+                           quarantine.string() + ". Cleanup error: " + *cleanupError);
+    return edits;
+}
+
+ThumbEdits FlowStore::reorderScreens(std::string_view folderName,
+                                     const std::vector<std::string>& order) {
+    indexSnapshot();
+    FlowMeta m = meta(folderName);
+    const auto names = requireScreens(m, folderName, order);
+    if (names.size() != order.size() || names.size() != m.screens.size())
+        throw LibraryError("The new order of “" + std::string(folderName) +
+                           "” must list each of its screens once.");
+    std::vector<ScreenRef> screens;
+    screens.reserve(names.size());
+    for (const auto& name : names)
+        screens.push_back(*m.screen(name));
+    m.screens = std::move(screens);
+    UndoLog undo;
+    try {
+        markRenumberingOwed(folderName, undo);
+        writeMeta(folderName, m);
+    } catch (const std::exception& e) {
+        undo.undoOrThrow("reorder the screens of “" + std::string(folderName) + "”",
+                         flowURL(folderName).string(), e);
+        throw;
+    }
+    return commitScreenList(folderName, m);
+}
+
+ThumbEdits FlowStore::moveScreens(std::string_view sourceFolder,
+                                  const std::vector<std::string>& requested,
+                                  std::string_view targetFolder, std::size_t insertionIndex) {
+    const fs::path sourceDir = flowURL(sourceFolder);
+    const fs::path targetDir = flowURL(targetFolder);
+    indexSnapshot();
+    FlowMeta source = meta(sourceFolder);
+    const auto names = requireScreens(source, sourceFolder, requested);
+
+    if (sourceFolder == targetFolder) {
+        std::vector<std::string> order;
+        for (const auto& s : source.screens) {
+            if (std::find(names.begin(), names.end(), s.filename) == names.end())
+                order.push_back(s.filename);
+        }
+        const auto at = std::min(insertionIndex, order.size());
+        order.insert(order.begin() + static_cast<std::ptrdiff_t>(at), names.begin(), names.end());
+        return reorderScreens(sourceFolder, order);
+    }
+
+    FlowMeta target = meta(targetFolder);
+    const std::string targetBytes = encodeLibraryJson(target.toJson());
+    auto claimed = listedNames(targetDir);
+    std::vector<ScreenRef> moved;
+    std::vector<std::string> ids;
+    ThumbEdits edits;
+    UndoLog undo;
+    auto relocate = [&](const std::string& from, const std::string& to) {
+        if (!FileOps::exists(sourceDir / from))
+            return;
+        ops_.folderMover(sourceDir / from, targetDir / to);
+        undo.add([this, sourceDir, targetDir, from, to] {
+            ops_.folderMover(targetDir / to, sourceDir / from);
+        });
+    };
+    try {
+        markRenumberingOwed(targetFolder, undo);
+        markRenumberingOwed(sourceFolder, undo);
+        for (const auto& name : names) {
+            ScreenRef ref = *source.screen(name);
+            const std::string newName =
+                ScreenFiles::claimScreenName(claimed, ScreenFiles::extension(name));
+            const std::string newOriginal = ScreenFiles::originalFilename(newName);
+            claimed.insert(newOriginal);
+            relocate(name, newName);
+            relocate(ScreenFiles::originalFilename(name), newOriginal);
+            if (ref.patches) {
+                for (auto& patch : *ref.patches) {
+                    if (!LibraryLayout::isSafeFileName(patch.file))
+                        continue;
+                    std::string newPatch = ScreenFiles::stem(newName) + patchSuffix(patch.file);
+                    if (!claimed.insert(newPatch).second) {
+                        newPatch = ScreenFiles::stem(newName) + ".patch-" + newUUIDString() + ".png";
+                        claimed.insert(newPatch);
+                    }
+                    relocate(patch.file, newPatch);
+                    patch.file = newPatch;
+                }
+            }
+            const auto pinIds = postedIds(ref);
+            ids.insert(ids.end(), pinIds.begin(), pinIds.end());
+            unpublish(ref, false);
+            ref.filename = newName;
+            moved.push_back(std::move(ref));
+            edits.renames.push_back(
+                {{std::string(sourceFolder), name}, {std::string(targetFolder), newName}});
+        }
+        std::erase_if(source.screens, [&](const ScreenRef& s) {
+            return std::find(names.begin(), names.end(), s.filename) != names.end();
+        });
+        source.queuePendingDeletes(ids);
+        const auto at = std::min(insertionIndex, target.screens.size());
+        target.screens.insert(target.screens.begin() + static_cast<std::ptrdiff_t>(at),
+                              moved.begin(), moved.end());
+        if (target.width == 0 && target.height == 0) {
+            target.width = source.width;
+            target.height = source.height;
+        }
+        writeMeta(targetFolder, target);
+        undo.add([this, targetDir, targetBytes] {
+            ops_.indexWriter(targetDir / LibraryLayout::kMetaFile, targetBytes);
+        });
+        writeMeta(sourceFolder, source);
+    } catch (const std::exception& e) {
+        undo.undoOrThrow("move screens from “" + std::string(sourceFolder) + "” to “" +
+                             std::string(targetFolder) + "”",
+                         sourceDir.string() + " and " + targetDir.string(), e);
+        throw;
+    }
+
+    edits.followRenames(commitScreenList(targetFolder, target).renames);
+    edits.followRenames(commitScreenList(sourceFolder, source).renames);
+    return edits;
+}
+
+ThumbEdits FlowStore::duplicateScreens(std::string_view folderName,
+                                       const std::vector<std::string>& requested) {
+    const fs::path flowDir = flowURL(folderName);
+    indexSnapshot();
+    FlowMeta m = meta(folderName);
+    const auto names = requireScreens(m, folderName, requested);
+    auto claimed = listedNames(flowDir);
+    ThumbEdits edits;
+    UndoLog undo;
+    auto copyFile = [&](const std::string& from, const std::string& to) {
+        if (!FileOps::exists(flowDir / from))
+            return;
+        FileOps::copy(flowDir / from, flowDir / to);
+        undo.add([this, flowDir, to] { ops_.folderRemover(flowDir / to); });
+    };
+    try {
+        markRenumberingOwed(folderName, undo);
+        for (const auto& name : names) {
+            ScreenRef copy = *m.screen(name);
+            const std::string newName =
+                ScreenFiles::claimScreenName(claimed, ScreenFiles::extension(name));
+            claimed.insert(ScreenFiles::originalFilename(newName));
+            copyFile(name, newName);
+            copyFile(ScreenFiles::originalFilename(name), ScreenFiles::originalFilename(newName));
+            if (copy.patches) {
+                for (auto& patch : *copy.patches) {
+                    if (!LibraryLayout::isSafeFileName(patch.file))
+                        continue;
+                    const std::string newPatch =
+                        ScreenFiles::stem(newName) + ".patch-" + newUUIDString() + ".png";
+                    copyFile(patch.file, newPatch);
+                    patch.file = newPatch;
+                }
+            }
+            unpublish(copy, true);
+            copy.filename = newName;
+            // Each copy follows its original.
+            auto at = std::find_if(m.screens.begin(), m.screens.end(),
+                                   [&](const ScreenRef& s) { return s.filename == name; });
+            m.screens.insert(at + 1, std::move(copy));
+            edits.copies.push_back({{std::string(folderName), name},
+                                    {std::string(folderName), newName}});
+        }
+        writeMeta(folderName, m);
+    } catch (const std::exception& e) {
+        undo.undoOrThrow("duplicate screens of “" + std::string(folderName) + "”",
+                         flowDir.string(), e);
+        throw;
+    }
+    edits.followRenames(commitScreenList(folderName, m).renames);
+    return edits;
+}
+
+std::vector<std::string> FlowStore::addScreens(std::string_view folderName,
+                                               const std::vector<fs::path>& files,
+                                               Date capturedAt) {
+    const fs::path flowDir = flowURL(folderName);
+    indexSnapshot();
+    FlowMeta m = meta(folderName);
+    const std::string oldBytes = encodeLibraryJson(m.toJson());
+    std::vector<std::string> extensions;
+    for (const auto& file : files) {
+        std::string ext = file.extension().string();
+        std::transform(ext.begin(), ext.end(), ext.begin(),
+                       [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+        if (ext != ".png" && ext != ".mov")
+            throw LibraryError("Only PNG screens and MOV clips can be added, not “" +
+                               file.filename().string() + "”.");
+        if (!fs::is_regular_file(file))
+            throw FileError("read", file, std::make_error_code(std::errc::no_such_file_or_directory));
+        extensions.push_back(ext.substr(1));
+    }
+
+    auto claimed = listedNames(flowDir);
+    std::vector<std::string> added;
+    UndoLog undo;
+    try {
+        for (std::size_t i = 0; i < files.size(); ++i) {
+            const std::string name = ScreenFiles::claimScreenName(claimed, extensions[i]);
+            FileOps::copy(files[i], flowDir / name);
+            undo.add([this, flowDir, name] { ops_.folderRemover(flowDir / name); });
+            ScreenRef ref;
+            ref.filename = name;
+            ref.capturedAt = capturedAt;
+            m.screens.push_back(std::move(ref));
+            if (m.width == 0 && m.height == 0 && extensions[i] == "png") {
+                if (auto size = pngSize(files[i])) {
+                    m.width = size->first;
+                    m.height = size->second;
+                }
+            }
+            added.push_back(name);
+        }
+        writeMeta(folderName, m);
+        undo.add([this, flowDir, oldBytes] {
+            ops_.indexWriter(flowDir / LibraryLayout::kMetaFile, oldBytes);
+        });
+        appendToIndex(m.summary(std::string(folderName)));
+    } catch (const std::exception& e) {
+        undo.undoOrThrow("add screens to “" + std::string(folderName) + "”", flowDir.string(), e);
+        throw;
+    }
+    return added;
+}
+
+} // namespace varnel

@@ -1,0 +1,86 @@
+#include "library/ScreenFiles.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cstdio>
+
+namespace varnel::ScreenFiles {
+
+std::string extension(std::string_view filename) {
+    const auto dot = filename.rfind('.');
+    if (dot == std::string_view::npos || dot == 0)
+        return {};
+    return std::string(filename.substr(dot + 1));
+}
+
+std::string stem(std::string_view filename) {
+    const auto dot = filename.rfind('.');
+    if (dot == std::string_view::npos || dot == 0)
+        return std::string(filename);
+    return std::string(filename.substr(0, dot));
+}
+
+std::string originalFilename(std::string_view filename) {
+    const std::string ext = extension(filename);
+    if (ext.empty())
+        return std::string(filename) + ".orig";
+    return stem(filename) + ".orig." + ext;
+}
+
+std::optional<long long> screenNumber(std::string_view filename) {
+    if (filename.size() < 5)
+        return std::nullopt;
+    const auto suffix = filename.substr(filename.size() - 4);
+    if (suffix != ".png" && suffix != ".mov")
+        return std::nullopt;
+    const auto digits = filename.substr(0, filename.size() - 4);
+    if (!std::all_of(digits.begin(), digits.end(), [](char c) { return c >= '0' && c <= '9'; }))
+        return std::nullopt;
+    long long value = 0;
+    const auto [end, ec] = std::from_chars(digits.data(), digits.data() + digits.size(), value);
+    if (ec != std::errc() || end != digits.data() + digits.size())
+        return std::nullopt;
+    return value;
+}
+
+long long nextScreenNumber(const std::vector<std::string>& names) {
+    long long highest = 0;
+    for (const auto& name : names) {
+        if (auto n = screenNumber(name))
+            highest = std::max(highest, *n);
+    }
+    return highest + 1;
+}
+
+std::string capturedName(long long number, std::string_view extension) {
+    char buffer[32];
+    std::snprintf(buffer, sizeof buffer, "%02lld", number);
+    return std::string(buffer) + "." + std::string(extension);
+}
+
+std::string renumberedName(std::size_t position, std::size_t count, std::string_view oldName) {
+    const int width = std::max<int>(2, static_cast<int>(std::to_string(count).size()));
+    char buffer[32];
+    std::snprintf(buffer, sizeof buffer, "%0*zu", width, position);
+    const std::string ext = extension(oldName);
+    return ext.empty() ? std::string(buffer) : std::string(buffer) + "." + ext;
+}
+
+std::string claimScreenName(std::set<std::string>& claimed, std::string_view extension) {
+    long long number = nextScreenNumber({claimed.begin(), claimed.end()});
+    while (true) {
+        std::string name = extension.empty() ? capturedName(number, "") : capturedName(number, extension);
+        if (extension.empty())
+            name.pop_back(); // no trailing dot
+        if (claimed.insert(name).second)
+            return name;
+        ++number;
+    }
+}
+
+bool isPatchOf(std::string_view patchFile, std::string_view screenFilename) {
+    const std::string prefix = stem(screenFilename) + ".patch-";
+    return patchFile.starts_with(prefix);
+}
+
+} // namespace varnel::ScreenFiles

@@ -1,0 +1,27 @@
+#include "text/MediaFilter.h"
+
+namespace varnel {
+
+std::string_view toString(MediaFilter filter) {
+    switch (filter) {
+    case MediaFilter::images:
+        return "images";
+    case MediaFilter::videos:
+        return "videos";
+    case MediaFilter::all:
+        break;
+    }
+    return "all";
+}
+
+std::optional<MediaFilter> mediaFilter(std::string_view text) {
+    if (text == "all")
+        return MediaFilter::all;
+    if (text == "images")
+        return MediaFilter::images;
+    if (text == "videos")
+        return MediaFilter::videos;
+    return std::nullopt;
+}
+
+} // namespace varnel

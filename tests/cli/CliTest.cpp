@@ -1,0 +1,111 @@
+#include "cli/Cli.h"
+#include "support/TestLibrary.h"
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+using namespace varnel;
+using namespace varnel::test;
+
+namespace {
+
+struct Result {
+    int code;
+    std::string out;
+    std::string err;
+};
+
+class CliTest : public ::testing::Test {
+protected:
+    TempDir dir;
+    fs::path root = dir / "Library";
+
+    Result cli(std::vector<std::string> args) {
+        args.insert(args.begin(), {"--library", root.string()});
+        std::ostringstream out, err;
+        const int code = cli::run(args, out, err);
+        return {code, out.str(), err.str()};
+    }
+};
+
+} // namespace
+
+TEST_F(CliTest, CreateAddListRenumberAndDelete) {
+    Result made = cli({"create-flow", "--app", "Acme", "--name", "Sign up", "--category", "Auth"});
+    ASSERT_EQ(made.code, cli::kSuccess) << made.err;
+    EXPECT_EQ(made.out, "acme/auth/sign-up\n");
+
+    writeFile(dir / "a.png", pngBytes(100, 200, "a"));
+    writeFile(dir / "b.mov", "clip");
+    Result added = cli({"add-screens", "acme/auth/sign-up", (dir / "a.png").string(),
+                        (dir / "b.mov").string()});
+    ASSERT_EQ(added.code, cli::kSuccess) << added.err;
+    EXPECT_EQ(added.out, "01.png\n02.mov\n");
+
+    Result listed = cli({"list"});
+    EXPECT_EQ(listed.out, "acme/auth/sign-up\tAcme\tAuth\tSign up\t2 screens\n");
+    Result json = cli({"--json", "list"});
+    EXPECT_EQ(Json::parse(json.out)["flows"][0]["screenCount"], 2);
+
+    EXPECT_EQ(cli({"renumber", "acme/auth/sign-up"}).code, cli::kSuccess);
+    EXPECT_EQ(cli({"check"}).code, cli::kSuccess);
+
+    Result deleted = cli({"delete-flow", "acme/auth/sign-up"});
+    EXPECT_EQ(deleted.code, cli::kSuccess) << deleted.err;
+    EXPECT_FALSE(fs::exists(root / "acme"));
+    EXPECT_EQ(cli({"list"}).out, "");
+}
+
+TEST_F(CliTest, CheckReportsBrokenInvariantsWithItsOwnExitCode) {
+    SampleLibrary sample(root);
+    EXPECT_EQ(cli({"check"}).code, cli::kSuccess);
+    sample.leaveGapInLogIn();
+    EXPECT_EQ(cli({"check"}).code, cli::kCheckFailed) << "log-in has a gap in its numbering";
+    cli({"renumber", SampleLibrary::logIn});
+    Result ok = cli({"check"});
+    EXPECT_EQ(ok.code, cli::kSuccess) << ok.out;
+
+    fs::remove(root / SampleLibrary::signUp / "03.mov");
+    fs::create_directories(root / "acme/onboarding/stray");
+    writeFile(root / "acme/onboarding/stray/meta.json", "{}");
+    Result broken = cli({"--json", "check"});
+    EXPECT_EQ(broken.code, cli::kCheckFailed);
+    const Json report = Json::parse(broken.out);
+    EXPECT_FALSE(report["ok"].get<bool>());
+    const std::string all = report["problems"].dump();
+    EXPECT_NE(all.find("03.mov"), std::string::npos);
+    EXPECT_NE(all.find("acme/onboarding/stray"), std::string::npos);
+}
+
+TEST_F(CliTest, ErrorsGoToStderrWithTheSystemsMessages) {
+    SampleLibrary sample(root);
+    Result blank = cli({"create-flow", "--app", "Acme", "--name", "  "});
+    EXPECT_EQ(blank.code, cli::kFailed);
+    EXPECT_EQ(blank.err, "varnel-cli: The flow needs a name.\n");
+
+    Result unsafe = cli({"delete-flow", "../outside"});
+    EXPECT_EQ(unsafe.code, cli::kFailed);
+    EXPECT_NE(unsafe.err.find("can’t be used"), std::string::npos);
+
+    Result missing = cli({"delete-flow", "acme/onboarding/nothing"});
+    EXPECT_EQ(missing.code, cli::kFailed);
+    EXPECT_NE(missing.err.find("There is no flow"), std::string::npos);
+
+    writeFile(root / "index.json", "garbage");
+    Result unreadable = cli({"list"});
+    EXPECT_EQ(unreadable.code, cli::kFailed);
+    EXPECT_NE(unreadable.err.find("index.json"), std::string::npos);
+}
+
+TEST_F(CliTest, UsageErrorsAndHelp) {
+    EXPECT_EQ(cli({}).code, cli::kUsage);
+    EXPECT_EQ(cli({"frobnicate"}).code, cli::kUsage);
+    EXPECT_EQ(cli({"create-flow", "--app"}).code, cli::kUsage);
+    EXPECT_EQ(cli({"create-flow", "--name", "x"}).code, cli::kUsage);
+    EXPECT_EQ(cli({"renumber"}).code, cli::kUsage);
+    EXPECT_EQ(cli({"add-screens", "a/b/c"}).code, cli::kUsage);
+    Result help = cli({"--help"});
+    EXPECT_EQ(help.code, cli::kSuccess);
+    EXPECT_NE(help.out.find("Exit status"), std::string::npos);
+}
