@@ -47,15 +47,17 @@ void MainWindow::refresh() {
     }
     tree_->expandAll();
 
-    QString text = tr("Library: %1 — %n flow(s)", nullptr,
-                      static_cast<int>(library_.summaries().size()))
-                       .arg(QString::fromStdString(library_.root().string()));
+    const auto flows = library_.summaries().size();
+    QString text = tr("Library: %1 — %2 %3")
+                       .arg(QString::fromStdString(library_.root().string()))
+                       .arg(flows)
+                       .arg(flows == 1 ? tr("flow") : tr("flows"));
     if (const auto& error = library_.loadError())
         text = tr("Couldn’t read the library: %1").arg(qs(*error));
     const auto& report = library_.recoveryReport();
-    if (!report.recoveredFlows.empty())
-        text += tr(" — recovered %n interrupted capture(s)", nullptr,
-                   static_cast<int>(report.recoveredFlows.size()));
+    if (const auto recovered = report.recoveredFlows.size(); recovered > 0)
+        text += recovered == 1 ? tr(" — recovered an interrupted capture")
+                               : tr(" — recovered %1 interrupted captures").arg(recovered);
     status_->setText(text);
 }
 
