@@ -2,6 +2,7 @@
 
 #include "library/Errors.h"
 #include "library/FileOps.h"
+#include "library/IndexCoding.h"
 #include "library/LibraryLayout.h"
 #include "library/Slug.h"
 #include "library/StoreErrors.h"
@@ -11,6 +12,8 @@
 
 #include <algorithm>
 #include <set>
+
+#include <sys/stat.h>
 
 namespace varnel {
 
@@ -72,15 +75,46 @@ fs::path FlowStore::screenURL(std::string_view folderName, std::string_view file
     return flowURL(folderName) / std::string(filename);
 }
 
+std::optional<FlowStore::FileStamp> FlowStore::stamp(const fs::path& file) {
+    struct stat info {};
+    if (::stat(file.c_str(), &info) != 0)
+        return std::nullopt;
+    return FileStamp{static_cast<std::uintmax_t>(info.st_dev),
+                     static_cast<std::uintmax_t>(info.st_ino),
+                     static_cast<std::uintmax_t>(info.st_size),
+                     static_cast<std::int64_t>(info.st_mtim.tv_sec) * 1000000000 +
+                         info.st_mtim.tv_nsec};
+}
+
+// Keeps `snapshot` as the content of the index file when the file is still the one that was
+// stamped before it was read or written.
+void FlowStore::remember(std::optional<FileStamp> before, IndexSnapshot snapshot) const {
+    const auto after = stamp(indexURL());
+    if (before && after && *before == *after)
+        indexCache_.emplace(*after, std::move(snapshot));
+    else
+        indexCache_.reset();
+}
+
 IndexSnapshot FlowStore::indexSnapshot() const {
+    const auto before = stamp(indexURL());
+    if (before && indexCache_ && indexCache_->first == *before)
+        return indexCache_->second;
     auto bytes = FileOps::readIfExists(indexURL());
-    if (!bytes)
+    if (!bytes) {
+        indexCache_.reset();
         return {};
+    }
+    IndexSnapshot snapshot;
     try {
-        return {LibraryIndex::fromJson(parseLibraryJson(*bytes)), std::move(bytes)};
+        snapshot.index = IndexCoding::decode(*bytes);
     } catch (const CodingError& e) {
+        indexCache_.reset();
         throw DecodingError(indexURL(), e.what());
     }
+    snapshot.bytes = std::move(bytes);
+    remember(before, snapshot);
+    return snapshot;
 }
 
 FlowMeta FlowStore::meta(std::string_view folderName) const {
@@ -107,14 +141,18 @@ void FlowStore::writeMeta(std::string_view folderName, const FlowMeta& meta) {
 void FlowStore::writeIndex(const LibraryIndex& index) {
     if (!FileOps::isDirectory(root_))
         ops_.directoryCreator(root_, true);
-    ops_.indexWriter(indexURL(), encodeLibraryJson(index.toJson()));
-}
-
-void FlowStore::writeIndexBytes(const std::optional<std::string>& bytes) {
-    if (bytes)
-        ops_.indexWriter(indexURL(), *bytes);
-    else
-        ops_.folderRemover(indexURL());
+    std::string bytes;
+    try {
+        bytes = IndexCoding::encode(index);
+    } catch (const CodingError& e) {
+        throw LibraryError(std::string("The library index can’t be written: ") + e.what() + ".");
+    }
+    const auto previous = stamp(indexURL());
+    indexCache_.reset();
+    ops_.indexWriter(indexURL(), bytes);
+    const auto written = stamp(indexURL());
+    if (written && written != previous)
+        remember(written, {index, std::move(bytes)});
 }
 
 void FlowStore::appendToIndex(const FlowSummary& summary) {

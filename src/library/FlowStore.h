@@ -7,6 +7,7 @@
 #include "library/ThumbEdits.h"
 
 #include <filesystem>
+#include <cstdint>
 #include <functional>
 #include <optional>
 #include <string>
@@ -108,7 +109,6 @@ public:
 
 private:
     void writeIndex(const LibraryIndex& index);
-    void writeIndexBytes(const std::optional<std::string>& bytes);
     std::vector<std::string> createParents(const std::string& parentPath);
     void removeCreatedParents(const std::vector<std::string>& created);
     void recoverRenumbering(std::string_view folderName, const FlowMeta& meta);
@@ -123,8 +123,19 @@ private:
     std::vector<fs::path> quarantineFolders() const;
     std::optional<std::string> recoverStagingFolder(const fs::path& staging);
 
+    // The last index read or written, with the identity of the file it matches, so that a
+    // change does not decode an index that has not changed on disk since.
+    struct FileStamp {
+        std::uintmax_t device = 0, inode = 0, size = 0;
+        std::int64_t modifiedNanoseconds = 0;
+        bool operator==(const FileStamp&) const = default;
+    };
+    static std::optional<FileStamp> stamp(const fs::path& file);
+    void remember(std::optional<FileStamp> before, IndexSnapshot snapshot) const;
+
     fs::path root_;
     FileOperations ops_;
+    mutable std::optional<std::pair<FileStamp, IndexSnapshot>> indexCache_;
 };
 
 } // namespace varnel
