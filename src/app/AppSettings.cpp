@@ -43,8 +43,12 @@ QString qs(std::string_view text) {
 
 } // namespace
 
-std::string_view toString(Appearance value) { return nameOf(value, kAppearances); }
-std::string_view toString(Accent value) { return nameOf(value, kAccents); }
+std::string_view toString(Appearance value) {
+    return nameOf(value, kAppearances);
+}
+std::string_view toString(Accent value) {
+    return nameOf(value, kAccents);
+}
 std::string_view toString(CaptureView value) {
     return value == CaptureView::panel ? "panel" : "centered";
 }

@@ -96,7 +96,9 @@ void expectCount(const Invocation& inv, std::size_t min, std::size_t max) {
         throw UsageError("wrong number of arguments for " + inv.command);
 }
 
-Json summaryJson(const FlowSummary& s) { return s.toJson(); }
+Json summaryJson(const FlowSummary& s) {
+    return s.toJson();
+}
 
 int list(const Invocation& inv, FlowStore& store, std::ostream& out) {
     expectCount(inv, 0, 0);
@@ -121,7 +123,8 @@ int createFlow(Invocation& inv, FlowStore& store, std::ostream& out) {
     std::optional<std::string> category;
     if (opts.contains("--category"))
         category = opts["--category"];
-    const FlowSummary s = store.createEmptyFlow(opts["--app"], opts["--name"], category, Date::now());
+    const FlowSummary s =
+        store.createEmptyFlow(opts["--app"], opts["--name"], category, Date::now());
     if (inv.json)
         out << encodeLibraryJson(summaryJson(s));
     else

@@ -47,8 +47,8 @@ RedactStyle RedactStyle::fromJson(const Json& json) {
 }
 
 Json RedactStyle::toJson() const {
-    return Json{{"red", red},         {"green", green}, {"blue", blue},
-                {"opacity", opacity}, {"blur", blur}};
+    return Json{
+        {"red", red}, {"green", green}, {"blue", blue}, {"opacity", opacity}, {"blur", blur}};
 }
 
 std::string_view toString(RedactPreset preset) {

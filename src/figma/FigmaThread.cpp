@@ -5,9 +5,9 @@ namespace varnel {
 FigmaReply FigmaReply::fromJson(const Json& json) {
     using namespace coding;
     requireObject(json, "a Figma reply");
-    return {requireString(json, "id"),       requireString(json, "text"),
+    return {requireString(json, "id"),           requireString(json, "text"),
             requireString(json, "authorHandle"), optionalString(json, "authorImgURL"),
-            requireString(json, "authorId"), requireDate(json, "createdAt")};
+            requireString(json, "authorId"),     requireDate(json, "createdAt")};
 }
 
 Json FigmaReply::toJson() const {
@@ -39,13 +39,14 @@ FigmaThread FigmaThread::fromJson(const Json& json) {
 }
 
 Json FigmaThread::toJson() const {
-    Json json{{"rootId", rootId},
-              {"text", text},
-              {"authorHandle", authorHandle},
-              {"authorId", authorId},
-              {"createdAt", createdAt.seconds},
-              {"resolved", resolved},
-              {"replies", coding::writeArray(replies, [](const FigmaReply& r) { return r.toJson(); })}};
+    Json json{
+        {"rootId", rootId},
+        {"text", text},
+        {"authorHandle", authorHandle},
+        {"authorId", authorId},
+        {"createdAt", createdAt.seconds},
+        {"resolved", resolved},
+        {"replies", coding::writeArray(replies, [](const FigmaReply& r) { return r.toJson(); })}};
     if (x)
         json["x"] = *x;
     if (y)

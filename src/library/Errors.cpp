@@ -22,8 +22,7 @@ UnsafeNameError::UnsafeNameError(const std::string& name, const std::string& rea
 FlowNotFoundError::FlowNotFoundError(const std::string& folderName)
     : LibraryError("There is no flow at “" + folderName + "”.") {}
 
-ScreenNotFoundError::ScreenNotFoundError(const std::string& folderName,
-                                         const std::string& filename)
+ScreenNotFoundError::ScreenNotFoundError(const std::string& folderName, const std::string& filename)
     : LibraryError("The flow “" + folderName + "” has no screen “" + filename + "”.") {}
 
 RollbackError::RollbackError(const std::string& action, const std::string& dataLocation,

@@ -14,7 +14,9 @@
 namespace varnel::FileOps {
 namespace {
 
-std::error_code lastError() { return {errno, std::generic_category()}; }
+std::error_code lastError() {
+    return {errno, std::generic_category()};
+}
 
 void writeAll(int fd, std::string_view bytes, const fs::path& file) {
     std::size_t written = 0;

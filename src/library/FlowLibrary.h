@@ -54,8 +54,7 @@ public:
 
     ThumbEdits deleteScreens(const std::string& folderName,
                              const std::vector<std::string>& filenames);
-    ThumbEdits reorderScreens(const std::string& folderName,
-                              const std::vector<std::string>& order);
+    ThumbEdits reorderScreens(const std::string& folderName, const std::vector<std::string>& order);
     ThumbEdits moveScreens(const std::string& sourceFolder,
                            const std::vector<std::string>& filenames,
                            const std::string& targetFolder, std::size_t insertionIndex);

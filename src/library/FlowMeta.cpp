@@ -22,10 +22,10 @@ FlowMeta FlowMeta::fromJson(const Json& json) {
     m.figmaPendingDeletes = optionalStrings(json, "figmaPendingDeletes");
     m.figmaLastPulledAt = optionalDate(json, "figmaLastPulledAt");
     m.screensRenumberedAt = optionalDate(json, "screensRenumberedAt");
-    m.unknown = unknownKeys(json, {"id", "application", "name", "categoryL1", "date",
-                                   "deviceName", "width", "height", "screens",
-                                   "preservesWhenEmpty", "figmaFileURL", "figmaPendingDeletes",
-                                   "figmaLastPulledAt", "screensRenumberedAt"});
+    m.unknown =
+        unknownKeys(json, {"id", "application", "name", "categoryL1", "date", "deviceName", "width",
+                           "height", "screens", "preservesWhenEmpty", "figmaFileURL",
+                           "figmaPendingDeletes", "figmaLastPulledAt", "screensRenumberedAt"});
     return m;
 }
 
@@ -57,8 +57,13 @@ Json FlowMeta::toJson() const {
 }
 
 FlowSummary FlowMeta::summary(const std::string& folderName) const {
-    return {id,   application, name, folderName, categoryL1,
-            date, static_cast<std::int64_t>(screens.size())};
+    return {id,
+            application,
+            name,
+            folderName,
+            categoryL1,
+            date,
+            static_cast<std::int64_t>(screens.size())};
 }
 
 ScreenRef* FlowMeta::screen(std::string_view filename) {

@@ -21,7 +21,8 @@ namespace {
 
 std::string parentOf(std::string_view folderName) {
     const auto slash = folderName.rfind('/');
-    return slash == std::string_view::npos ? std::string() : std::string(folderName.substr(0, slash));
+    return slash == std::string_view::npos ? std::string()
+                                           : std::string(folderName.substr(0, slash));
 }
 
 std::string leafOf(std::string_view folderName) {
@@ -53,14 +54,15 @@ std::set<std::string> entrySet(const fs::path& folder) {
 } // namespace
 
 FileOperations FileOperations::standard() {
-    return {&FileOps::writeAtomically, &FileOps::move, &FileOps::remove,
-            &FileOps::createDirectory};
+    return {&FileOps::writeAtomically, &FileOps::move, &FileOps::remove, &FileOps::createDirectory};
 }
 
 FlowStore::FlowStore(fs::path root, FileOperations operations)
     : root_(std::move(root)), ops_(std::move(operations)) {}
 
-fs::path FlowStore::indexURL() const { return root_ / LibraryLayout::kIndexFile; }
+fs::path FlowStore::indexURL() const {
+    return root_ / LibraryLayout::kIndexFile;
+}
 
 fs::path FlowStore::flowURL(std::string_view folderName) const {
     LibraryLayout::validateFolderName(folderName);
@@ -79,11 +81,10 @@ std::optional<FlowStore::FileStamp> FlowStore::stamp(const fs::path& file) {
     struct stat info {};
     if (::stat(file.c_str(), &info) != 0)
         return std::nullopt;
-    return FileStamp{static_cast<std::uintmax_t>(info.st_dev),
-                     static_cast<std::uintmax_t>(info.st_ino),
-                     static_cast<std::uintmax_t>(info.st_size),
-                     static_cast<std::int64_t>(info.st_mtim.tv_sec) * 1000000000 +
-                         info.st_mtim.tv_nsec};
+    return FileStamp{
+        static_cast<std::uintmax_t>(info.st_dev), static_cast<std::uintmax_t>(info.st_ino),
+        static_cast<std::uintmax_t>(info.st_size),
+        static_cast<std::int64_t>(info.st_mtim.tv_sec) * 1000000000 + info.st_mtim.tv_nsec};
 }
 
 // Keeps `snapshot` as the content of the index file when the file is still the one that was
@@ -246,8 +247,8 @@ void FlowStore::deleteFlow(std::string_view folderName) {
 
     std::optional<fs::path> quarantine;
     if (FileOps::exists(folder)) {
-        quarantine = folder.parent_path() / (std::string(LibraryLayout::kQuarantinePrefix) +
-                                             newUUIDString());
+        quarantine = folder.parent_path() /
+                     (std::string(LibraryLayout::kQuarantinePrefix) + newUUIDString());
         ops_.folderMover(folder, *quarantine);
     }
     try {
@@ -310,8 +311,7 @@ std::string FlowStore::saveMeta(std::string_view folderName, const FlowMeta& new
         if (parentPath != parentOf(folderName) || !leafFitsName(leafOf(folderName), nameSlug)) {
             const auto created = createParents(parentPath);
             undo.add([this, created] { removeCreatedParents(created); });
-            const std::string leaf =
-                Slug::uniqueFolderName(nameSlug, entrySet(root_ / parentPath));
+            const std::string leaf = Slug::uniqueFolderName(nameSlug, entrySet(root_ / parentPath));
             newFolderName = parentPath + "/" + leaf;
             ops_.folderMover(oldFolder, root_ / newFolderName);
             undo.add([this, oldFolder, newFolderName] {
@@ -333,8 +333,8 @@ std::string FlowStore::saveMeta(std::string_view folderName, const FlowMeta& new
             snapshot.index.upsert(newMeta.summary(newFolderName));
         writeIndex(snapshot.index);
     } catch (const std::exception& e) {
-        undo.undoOrThrow("save the flow “" + newMeta.name + "”",
-                         (root_ / newFolderName).string(), e);
+        undo.undoOrThrow("save the flow “" + newMeta.name + "”", (root_ / newFolderName).string(),
+                         e);
         throw;
     }
     if (newFolderName != folderName)

@@ -6,8 +6,8 @@
 #include "library/LibraryIndex.h"
 #include "library/ThumbEdits.h"
 
-#include <filesystem>
 #include <cstdint>
+#include <filesystem>
 #include <functional>
 #include <optional>
 #include <string>
@@ -38,8 +38,8 @@ struct IndexSnapshot {
 
 // What opening the library found left over from an interrupted run.
 struct RecoveryReport {
-    std::vector<std::string> recoveredFlows;     // flows made from crash-left staging folders
-    std::vector<fs::path> leftoverQuarantines;   // ".deleting-" folders still holding data
+    std::vector<std::string> recoveredFlows;      // flows made from crash-left staging folders
+    std::vector<fs::path> leftoverQuarantines;    // ".deleting-" folders still holding data
     std::vector<std::string> finishedRenumbering; // flows whose renumbering was completed
     std::vector<std::string> problems;            // what could not be recovered, and why
 };
@@ -77,7 +77,8 @@ public:
 
     ThumbEdits renumberScreens(std::string_view folderName);
     ThumbEdits deleteScreen(std::string_view folderName, const std::string& filename);
-    ThumbEdits deleteScreens(std::string_view folderName, const std::vector<std::string>& filenames);
+    ThumbEdits deleteScreens(std::string_view folderName,
+                             const std::vector<std::string>& filenames);
     ThumbEdits reorderScreens(std::string_view folderName, const std::vector<std::string>& order);
     ThumbEdits moveScreens(std::string_view sourceFolder, const std::vector<std::string>& filenames,
                            std::string_view targetFolder, std::size_t insertionIndex);

@@ -103,7 +103,8 @@ std::string FlowStore::adopt(const FlowMeta& meta, const fs::path& from) {
                 name.starts_with(LibraryLayout::kQuarantinePrefix) || isSymlink(from / name))
                 continue;
             ops_.folderMover(from / name, flowDir / name);
-            undo.add([this, from, flowDir, name] { ops_.folderMover(flowDir / name, from / name); });
+            undo.add(
+                [this, from, flowDir, name] { ops_.folderMover(flowDir / name, from / name); });
         }
         writeMeta(folderName, meta);
         undo.add([this, flowDir] { ops_.folderRemover(flowDir / LibraryLayout::kMetaFile); });

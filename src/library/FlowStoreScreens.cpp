@@ -166,11 +166,10 @@ ThumbEdits FlowStore::renumberScreens(std::string_view folderName) {
         if (FileOps::exists(work))
             removeWorkFolder(work);
     } catch (const std::exception& e) {
-        throw LibraryError("The screens of “" + std::string(folderName) +
-                           "” were renumbered, but some of their files are still in " +
-                           work.string() +
-                           "; the next renumbering of the flow puts them in place. Error: " +
-                           e.what());
+        throw LibraryError(
+            "The screens of “" + std::string(folderName) +
+            "” were renumbered, but some of their files are still in " + work.string() +
+            "; the next renumbering of the flow puts them in place. Error: " + e.what());
     }
 
     rewriteOCRKeys(flowDir, renames, m.screens);
@@ -444,7 +443,8 @@ ThumbEdits FlowStore::moveScreens(std::string_view sourceFolder,
                         continue;
                     std::string newPatch = ScreenFiles::stem(newName) + patchSuffix(patch.file);
                     if (!claimed.insert(newPatch).second) {
-                        newPatch = ScreenFiles::stem(newName) + ".patch-" + newUUIDString() + ".png";
+                        newPatch =
+                            ScreenFiles::stem(newName) + ".patch-" + newUUIDString() + ".png";
                         claimed.insert(newPatch);
                     }
                     relocate(patch.file, newPatch);
@@ -527,13 +527,13 @@ ThumbEdits FlowStore::duplicateScreens(std::string_view folderName,
             auto at = std::find_if(m.screens.begin(), m.screens.end(),
                                    [&](const ScreenRef& s) { return s.filename == name; });
             m.screens.insert(at + 1, std::move(copy));
-            edits.copies.push_back({{std::string(folderName), name},
-                                    {std::string(folderName), newName}});
+            edits.copies.push_back(
+                {{std::string(folderName), name}, {std::string(folderName), newName}});
         }
         writeMeta(folderName, m);
     } catch (const std::exception& e) {
-        undo.undoOrThrow("duplicate screens of “" + std::string(folderName) + "”",
-                         flowDir.string(), e);
+        undo.undoOrThrow("duplicate screens of “" + std::string(folderName) + "”", flowDir.string(),
+                         e);
         throw;
     }
     edits.followRenames(commitScreenList(folderName, m).renames);
@@ -556,7 +556,8 @@ std::vector<std::string> FlowStore::addScreens(std::string_view folderName,
             throw LibraryError("Only PNG screens and MOV clips can be added, not “" +
                                file.filename().string() + "”.");
         if (!fs::is_regular_file(file))
-            throw FileError("read", file, std::make_error_code(std::errc::no_such_file_or_directory));
+            throw FileError("read", file,
+                            std::make_error_code(std::errc::no_such_file_or_directory));
         extensions.push_back(ext.substr(1));
     }
 

@@ -14,7 +14,11 @@ void requireUTF8(std::string_view text) {
     std::size_t i = 0;
     while (i < text.size()) {
         const auto c = static_cast<unsigned char>(text[i]);
-        int length = c < 0x80 ? 1 : (c >> 5) == 0x6 ? 2 : (c >> 4) == 0xE ? 3 : (c >> 3) == 0x1E ? 4 : 0;
+        int length = c < 0x80           ? 1
+                     : (c >> 5) == 0x6  ? 2
+                     : (c >> 4) == 0xE  ? 3
+                     : (c >> 3) == 0x1E ? 4
+                                        : 0;
         if (length == 0 || i + length > text.size())
             throw CodingError("a name is not valid UTF-8");
         char32_t cp = length == 1 ? c : c & (0xFF >> (length + 1));
@@ -125,8 +129,12 @@ public:
 
     bool null() override { return scalar(Value::null); }
     bool boolean(bool) override { return scalar(Value::other); }
-    bool number_integer(number_integer_t v) override { return number(static_cast<double>(v), true); }
-    bool number_unsigned(number_unsigned_t v) override { return number(static_cast<double>(v), true); }
+    bool number_integer(number_integer_t v) override {
+        return number(static_cast<double>(v), true);
+    }
+    bool number_unsigned(number_unsigned_t v) override {
+        return number(static_cast<double>(v), true);
+    }
     bool number_float(number_float_t v, const string_t&) override { return number(v, false); }
     bool string(string_t& v) override {
         text_ = std::move(v);
@@ -159,8 +167,11 @@ public:
         if (skipping())
             return --skip_, true;
         if (where_ == Where::summary) {
-            for (auto [bit, key] : {std::pair{0, "id"}, {2, "name"}, {3, "folderName"},
-                                    {5, "date"}, {6, "screenCount"}}) {
+            for (auto [bit, key] : {std::pair{0, "id"},
+                                    {2, "name"},
+                                    {3, "folderName"},
+                                    {5, "date"},
+                                    {6, "screenCount"}}) {
                 if (!seen_.test(static_cast<std::size_t>(bit)))
                     throw CodingError(std::string("key “") + key + "” is missing");
             }
@@ -210,7 +221,8 @@ public:
         return true;
     }
 
-    bool parse_error(std::size_t, const std::string&, const nlohmann::detail::exception& e) override {
+    bool parse_error(std::size_t, const std::string&,
+                     const nlohmann::detail::exception& e) override {
         throw CodingError(std::string("not valid JSON (") + e.what() + ")");
     }
 
@@ -295,8 +307,10 @@ private:
             int bit;
             bool optional;
         };
-        static constexpr Field kStrings[] = {{"id", 0, false},         {"application", 1, true},
-                                             {"name", 2, false},       {"folderName", 3, false},
+        static constexpr Field kStrings[] = {{"id", 0, false},
+                                             {"application", 1, true},
+                                             {"name", 2, false},
+                                             {"folderName", 3, false},
                                              {"categoryL1", 4, true}};
         for (const Field& f : kStrings) {
             if (key_ != f.key)

@@ -23,7 +23,9 @@ Json parseLibraryJson(std::string_view bytes) {
 namespace coding {
 namespace {
 
-std::string quoted(const char* key) { return std::string("key “") + key + "”"; }
+std::string quoted(const char* key) {
+    return std::string("key “") + key + "”";
+}
 
 } // namespace
 
@@ -125,8 +127,7 @@ NormalizedRect readRect(const Json& value, const char* key) {
     };
     if (value.is_array() && value.size() == 2 && value[0].is_array() && value[1].is_array() &&
         value[0].size() == 2 && value[1].size() == 2) {
-        return {number(value[0][0]), number(value[0][1]), number(value[1][0]),
-                number(value[1][1])};
+        return {number(value[0][0]), number(value[0][1]), number(value[1][0]), number(value[1][1])};
     }
     if (value.is_object() && value.contains("x") && value.contains("y") &&
         value.contains("width") && value.contains("height")) {

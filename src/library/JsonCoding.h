@@ -69,8 +69,7 @@ std::vector<T> requireArray(const Json& object, const char* key, Reader read) {
     return *optionalArray<T>(object, key, read);
 }
 
-template <typename T, typename Writer>
-Json writeArray(const std::vector<T>& values, Writer write) {
+template <typename T, typename Writer> Json writeArray(const std::vector<T>& values, Writer write) {
     Json array = Json::array();
     for (const T& value : values)
         array.push_back(write(value));

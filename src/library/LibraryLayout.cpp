@@ -60,8 +60,12 @@ void validateFileName(std::string_view filename) {
         throw UnsafeNameError(std::string(filename), problem);
 }
 
-bool isSafeFolderName(std::string_view folderName) { return folderProblem(folderName) == nullptr; }
+bool isSafeFolderName(std::string_view folderName) {
+    return folderProblem(folderName) == nullptr;
+}
 
-bool isSafeFileName(std::string_view filename) { return fileProblem(filename) == nullptr; }
+bool isSafeFileName(std::string_view filename) {
+    return fileProblem(filename) == nullptr;
+}
 
 } // namespace varnel::LibraryLayout

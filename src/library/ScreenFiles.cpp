@@ -69,7 +69,8 @@ std::string renumberedName(std::size_t position, std::size_t count, std::string_
 std::string claimScreenName(std::set<std::string>& claimed, std::string_view extension) {
     long long number = nextScreenNumber({claimed.begin(), claimed.end()});
     while (true) {
-        std::string name = extension.empty() ? capturedName(number, "") : capturedName(number, extension);
+        std::string name =
+            extension.empty() ? capturedName(number, "") : capturedName(number, extension);
         if (extension.empty())
             name.pop_back(); // no trailing dot
         if (claimed.insert(name).second)

@@ -52,7 +52,8 @@ Json ScreenRef::toJson() const {
     if (comments)
         json["comments"] = coding::writeArray(*comments, [](auto& v) { return v.toJson(); });
     if (figmaThreads)
-        json["figmaThreads"] = coding::writeArray(*figmaThreads, [](auto& v) { return v.toJson(); });
+        json["figmaThreads"] =
+            coding::writeArray(*figmaThreads, [](auto& v) { return v.toJson(); });
     coding::mergeUnknownKeys(json, unknown);
     return json;
 }

@@ -7,8 +7,11 @@ namespace {
 // non-ASCII character.
 char32_t nextCodePoint(std::string_view text, std::size_t& i) {
     const auto byte = static_cast<unsigned char>(text[i]);
-    int length = byte < 0x80 ? 1 : (byte >> 5) == 0x6 ? 2 : (byte >> 4) == 0xE ? 3
-                                   : (byte >> 3) == 0x1E ? 4 : 1;
+    int length = byte < 0x80           ? 1
+                 : (byte >> 5) == 0x6  ? 2
+                 : (byte >> 4) == 0xE  ? 3
+                 : (byte >> 3) == 0x1E ? 4
+                                       : 1;
     if (i + length > text.size())
         length = 1;
     char32_t cp = length == 1 ? byte : byte & (0xFF >> (length + 1));
@@ -78,8 +81,7 @@ std::string uniqueFolderName(const std::string& base, const std::set<std::string
 std::string parentPath(const std::optional<std::string>& application,
                        const std::optional<std::string>& categoryL1) {
     const std::string app = application && !application->empty() ? *application : "uncategorized";
-    const std::string category =
-        categoryL1 && !categoryL1->empty() ? *categoryL1 : "uncategorized";
+    const std::string category = categoryL1 && !categoryL1->empty() ? *categoryL1 : "uncategorized";
     return make(app) + "/" + make(category);
 }
 

@@ -20,8 +20,7 @@ EmptyFlowFolderStillExistsError::EmptyFlowFolderStillExistsError(std::filesystem
 
 FlowDeletionRollbackError::FlowDeletionRollbackError(std::filesystem::path original,
                                                      std::filesystem::path quarantine,
-                                                     std::string indexError,
-                                                     std::string moveError)
+                                                     std::string indexError, std::string moveError)
     : LibraryError("Failed to update the flow index and move quarantined data back to " +
                    original.string() + ". Recoverable data remains at " + quarantine.string() +
                    ". " + "Index error: " + indexError + " " + "Move rollback error: " + moveError),

@@ -13,7 +13,9 @@ namespace varnel {
 
 namespace {
 
-QString qs(const std::string& text) { return QString::fromStdString(text); }
+QString qs(const std::string& text) {
+    return QString::fromStdString(text);
+}
 
 } // namespace
 
@@ -42,7 +44,8 @@ void MainWindow::refresh() {
         for (const auto& [category, flows] : categories) {
             auto* categoryItem = new QTreeWidgetItem(appItem, {qs(category)});
             for (const FlowSummary* flow : flows)
-                new QTreeWidgetItem(categoryItem, {qs(flow->name), QString::number(flow->screenCount)});
+                new QTreeWidgetItem(categoryItem,
+                                    {qs(flow->name), QString::number(flow->screenCount)});
         }
     }
     tree_->expandAll();

@@ -38,8 +38,8 @@ TEST_F(CliTest, CreateAddListRenumberAndDelete) {
 
     writeFile(dir / "a.png", pngBytes(100, 200, "a"));
     writeFile(dir / "b.mov", "clip");
-    Result added = cli({"add-screens", "acme/auth/sign-up", (dir / "a.png").string(),
-                        (dir / "b.mov").string()});
+    Result added = cli(
+        {"add-screens", "acme/auth/sign-up", (dir / "a.png").string(), (dir / "b.mov").string()});
     ASSERT_EQ(added.code, cli::kSuccess) << added.err;
     EXPECT_EQ(added.out, "01.png\n02.mov\n");
 

@@ -21,52 +21,82 @@ struct Operation {
 
 const std::vector<Operation>& operations() {
     static const std::vector<Operation> all{
-        {"appendToIndex", {}, nullptr,
+        {"appendToIndex",
+         {},
+         nullptr,
          [](FlowStore& s, const fs::path&) {
              s.appendToIndex(s.meta(SampleLibrary::logIn).summary(SampleLibrary::logIn));
          }},
-        {"createEmptyFlowInNewCategory", {}, nullptr,
+        {"createEmptyFlowInNewCategory",
+         {},
+         nullptr,
          [](FlowStore& s, const fs::path&) {
              s.createEmptyFlow("Acme", "Profile", std::string("Settings"), Date{});
          }},
-        {"createEmptyFlowInNewApplication", {}, nullptr,
+        {"createEmptyFlowInNewApplication",
+         {},
+         nullptr,
          [](FlowStore& s, const fs::path&) {
              s.createEmptyFlow("Zeta", "First", std::nullopt, Date{});
          }},
-        {"deleteLastFlowOfApplication", {"transfer-1"}, nullptr,
+        {"deleteLastFlowOfApplication",
+         {"transfer-1"},
+         nullptr,
          [](FlowStore& s, const fs::path&) { s.deleteFlow(SampleLibrary::transfer); }},
-        {"deleteFlow", {"sign-up-1", "sign-up-2", "sign-up-2-original", "sign-up-2-patch", "sign-up-3"}, nullptr,
+        {"deleteFlow",
+         {"sign-up-1", "sign-up-2", "sign-up-2-original", "sign-up-2-patch", "sign-up-3"},
+         nullptr,
          [](FlowStore& s, const fs::path&) { s.deleteFlow(SampleLibrary::signUp); }},
-        {"renumberScreens", {}, [](SampleLibrary& lib, const fs::path&) { lib.leaveGapInLogIn(); },
+        {"renumberScreens",
+         {},
+         [](SampleLibrary& lib, const fs::path&) { lib.leaveGapInLogIn(); },
          [](FlowStore& s, const fs::path&) { s.renumberScreens(SampleLibrary::logIn); }},
-        {"deleteScreens", {"sign-up-1"}, nullptr,
+        {"deleteScreens",
+         {"sign-up-1"},
+         nullptr,
          [](FlowStore& s, const fs::path&) { s.deleteScreens(SampleLibrary::signUp, {"01.png"}); }},
-        {"reorderScreens", {}, nullptr,
+        {"reorderScreens",
+         {},
+         nullptr,
          [](FlowStore& s, const fs::path&) {
              s.reorderScreens(SampleLibrary::signUp, {"03.mov", "02.png", "01.png"});
          }},
-        {"moveScreens", {}, nullptr,
+        {"moveScreens",
+         {},
+         nullptr,
          [](FlowStore& s, const fs::path&) {
              s.moveScreens(SampleLibrary::signUp, {"02.png"}, SampleLibrary::logIn, 0);
          }},
-        {"duplicateScreens", {}, nullptr,
-         [](FlowStore& s, const fs::path&) { s.duplicateScreens(SampleLibrary::signUp, {"02.png"}); }},
-        {"moveFlowToAnotherCategory", {}, nullptr,
+        {"duplicateScreens",
+         {},
+         nullptr,
+         [](FlowStore& s, const fs::path&) {
+             s.duplicateScreens(SampleLibrary::signUp, {"02.png"});
+         }},
+        {"moveFlowToAnotherCategory",
+         {},
+         nullptr,
          [](FlowStore& s, const fs::path&) {
              s.moveFlow(SampleLibrary::signUp, std::string("Acme"), std::string("Auth"));
          }},
-        {"renameFlow", {}, nullptr,
+        {"renameFlow",
+         {},
+         nullptr,
          [](FlowStore& s, const fs::path&) { s.renameFlow(SampleLibrary::transfer, "Payment"); }},
-        {"moveCategory", {}, nullptr,
+        {"moveCategory",
+         {},
+         nullptr,
          [](FlowStore& s, const fs::path&) { s.moveCategory("Onboarding", std::nullopt); }},
-        {"addScreens", {},
+        {"addScreens",
+         {},
          [](SampleLibrary&, const fs::path& scratch) {
              writeFile(scratch / "new.png", pngBytes(5, 5, "added-screen"));
          },
          [](FlowStore& s, const fs::path& scratch) {
              s.addScreens(SampleLibrary::logIn, {scratch / "new.png"}, Date{});
          }},
-        {"adopt", {},
+        {"adopt",
+         {},
          [](SampleLibrary& lib, const fs::path& scratch) {
              fs::copy(lib.root / SampleLibrary::signUp, scratch / "payload",
                       fs::copy_options::recursive);
@@ -77,7 +107,8 @@ const std::vector<Operation>& operations() {
              meta.application = "Imported";
              s.adopt(meta, scratch / "payload");
          }},
-        {"recoverStagingFolder", {},
+        {"recoverStagingFolder",
+         {},
          [](SampleLibrary& lib, const fs::path&) {
              writeFile(lib.root / ".inprogress/SESSION/01.png", pngBytes(5, 5, "staged-1"));
              writeFile(lib.root / ".inprogress/SESSION/03.png", pngBytes(5, 5, "staged-2"));
@@ -183,11 +214,11 @@ TEST_P(FaultMatrixTest, EveryFailurePointLosesNothing) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    StoreOperations, FaultMatrixTest,
-    ::testing::Combine(::testing::Range<std::size_t>(0, operations().size()),
-                       ::testing::Values(Kind::writer, Kind::mover, Kind::remover, Kind::creator)),
-    [](const auto& info) {
-        return std::string(operations()[std::get<0>(info.param)].name) + "_" +
-               name(std::get<1>(info.param));
-    });
+INSTANTIATE_TEST_SUITE_P(StoreOperations, FaultMatrixTest,
+                         ::testing::Combine(::testing::Range<std::size_t>(0, operations().size()),
+                                            ::testing::Values(Kind::writer, Kind::mover,
+                                                              Kind::remover, Kind::creator)),
+                         [](const auto& info) {
+                             return std::string(operations()[std::get<0>(info.param)].name) + "_" +
+                                    name(std::get<1>(info.param));
+                         });

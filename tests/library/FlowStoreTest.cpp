@@ -19,7 +19,7 @@ protected:
 FileOperations failingWriter(const std::string& onlyFile = "") {
     FileOperations ops = FileOperations::standard();
     ops.indexWriter = [onlyFile, standard = ops.indexWriter](const fs::path& file,
-                                                              std::string_view bytes) {
+                                                             std::string_view bytes) {
         if (onlyFile.empty() || file.filename() == onlyFile)
             throw FileError("write", file, std::make_error_code(std::errc::no_space_on_device));
         standard(file, bytes);
@@ -34,7 +34,8 @@ TEST_F(FlowStoreTest, MissingIndexIsAnEmptyLibraryAndTheFirstInsertWritesBothKey
     EXPECT_TRUE(store.readIndex().flows.empty());
     EXPECT_FALSE(store.indexSnapshot().bytes);
 
-    store.appendToIndex({"id-1", "App", "Flow", "app/uncategorized/flow", std::nullopt, Date{1}, 0});
+    store.appendToIndex(
+        {"id-1", "App", "Flow", "app/uncategorized/flow", std::nullopt, Date{1}, 0});
     const Json written = Json::parse(readFile(root / "index.json"));
     EXPECT_TRUE(written.contains("flows"));
     EXPECT_TRUE(written.contains("categories"));
@@ -88,7 +89,8 @@ TEST_F(FlowStoreTest, CreateEmptyFlowWritesMetaAndSummary) {
     EXPECT_EQ(meta.width, 0);
     EXPECT_EQ(store.readIndex().flows, std::vector<FlowSummary>{made});
 
-    const FlowSummary second = store.createEmptyFlow("Acme Bank", "Sign up", std::nullopt, Date{43});
+    const FlowSummary second =
+        store.createEmptyFlow("Acme Bank", "Sign up", std::nullopt, Date{43});
     EXPECT_EQ(second.folderName, "acme-bank/uncategorized/sign-up-2");
     EXPECT_TRUE(checkLibrary(store).empty());
 }
@@ -217,7 +219,8 @@ TEST_F(FlowStoreTest, UnsafeFolderNamesTouchNothing) {
     EXPECT_THROW(sample.store.deleteFlow("evil/uncategorized/link"), UnsafeNameError);
     EXPECT_THROW(sample.store.meta("evil/uncategorized/link"), UnsafeNameError);
     EXPECT_EQ(readFile(dir / "outside/keep.txt"), "precious");
-    EXPECT_THROW(sample.store.deleteScreens(SampleLibrary::logIn, {"../meta.json"}), UnsafeNameError);
+    EXPECT_THROW(sample.store.deleteScreens(SampleLibrary::logIn, {"../meta.json"}),
+                 UnsafeNameError);
     EXPECT_THROW(sample.store.deleteScreens(SampleLibrary::logIn, {"meta.json"}), UnsafeNameError);
 }
 

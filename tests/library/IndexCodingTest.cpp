@@ -1,5 +1,5 @@
-#include "library/FlowStore.h"
 #include "library/IndexCoding.h"
+#include "library/FlowStore.h"
 #include "support/TestLibrary.h"
 
 #include <gtest/gtest.h>

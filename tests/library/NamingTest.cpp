@@ -1,7 +1,7 @@
+#include "library/Errors.h"
 #include "library/LibraryLayout.h"
 #include "library/ScreenFiles.h"
 #include "library/Slug.h"
-#include "library/Errors.h"
 
 #include <gtest/gtest.h>
 
@@ -78,7 +78,7 @@ TEST(LibraryLayoutTest, FolderNamesMustStayInsideTheLibrary) {
 TEST(LibraryLayoutTest, FileNamesArePlainFilesOfTheFlow) {
     EXPECT_NO_THROW(LibraryLayout::validateFileName("01.png"));
     EXPECT_NO_THROW(LibraryLayout::validateFileName("01.patch-ABC.png"));
-    for (const char* bad : {"", "a/b.png", "..", ".hidden.png", "meta.json", "ocr.json",
-                            "index.json", "/abs.png"})
+    for (const char* bad :
+         {"", "a/b.png", "..", ".hidden.png", "meta.json", "ocr.json", "index.json", "/abs.png"})
         EXPECT_THROW(LibraryLayout::validateFileName(bad), UnsafeNameError) << bad;
 }

@@ -53,7 +53,6 @@ constexpr const char* kFullMeta = R"({
   "width" : 1179
 })";
 
-
 Json withoutKey(Json json, const std::string& key) {
     json.erase(key);
     return json;
@@ -81,9 +80,9 @@ TEST(RecordsTest, MetaInTheOriginalFormatRoundTripsWithoutLosingAKey) {
 
 TEST(RecordsTest, OlderMetaWithoutOptionalKeysReadsAndWritesThemBackAbsent) {
     Json json = parseLibraryJson(kFullMeta);
-    for (const char* key : {"preservesWhenEmpty", "figmaFileURL", "figmaPendingDeletes",
-                            "figmaLastPulledAt", "screensRenumberedAt", "application",
-                            "categoryL1", "deviceName"})
+    for (const char* key :
+         {"preservesWhenEmpty", "figmaFileURL", "figmaPendingDeletes", "figmaLastPulledAt",
+          "screensRenumberedAt", "application", "categoryL1", "deviceName"})
         json.erase(key);
     const FlowMeta meta = FlowMeta::fromJson(json);
     EXPECT_FALSE(meta.preserves());
@@ -147,8 +146,8 @@ TEST(RecordsTest, IntegralFloatsReadAsIntegersButFractionsDoNot) {
 
 TEST(RecordsTest, RectanglesAlsoReadFromTheKeyedForm) {
     Json json = parseLibraryJson(kFullMeta);
-    json["screens"][0]["redactions"][0]["rect"] = {{"x", 0.1}, {"y", 0.2}, {"width", 0.3},
-                                                   {"height", 0.4}};
+    json["screens"][0]["redactions"][0]["rect"] = {
+        {"x", 0.1}, {"y", 0.2}, {"width", 0.3}, {"height", 0.4}};
     const FlowMeta meta = FlowMeta::fromJson(json);
     EXPECT_EQ(meta.screens[0].redactions->at(0).rect, (NormalizedRect{0.1, 0.2, 0.3, 0.4}));
     EXPECT_EQ(meta.toJson()["screens"][0]["redactions"][0]["rect"],

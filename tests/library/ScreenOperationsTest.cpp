@@ -102,7 +102,8 @@ TEST_F(ScreenOperationsTest, DeleteScreensRemovesTheirFilesAndQueuesPublishedPin
     for (const char* gone : {"01.png", "02.png", "02.orig.png", "02.patch-AAAA.png", "03.mov"})
         EXPECT_FALSE(fs::exists(signUp / gone)) << gone;
     const FlowMeta meta = store.meta(SampleLibrary::signUp);
-    EXPECT_EQ(meta.figmaPendingDeletes, std::vector<std::string>{"P1"}) << "the local pin adds nothing";
+    EXPECT_EQ(meta.figmaPendingDeletes, std::vector<std::string>{"P1"})
+        << "the local pin adds nothing";
     EXPECT_TRUE(ocr().empty());
     EXPECT_EQ(store.readIndex().findFolder(SampleLibrary::signUp)->screenCount, 1);
 

@@ -35,7 +35,9 @@ void writeFile(const fs::path& file, const std::string& bytes) {
     out << bytes;
 }
 
-std::string readFile(const fs::path& file) { return FileOps::read(file); }
+std::string readFile(const fs::path& file) {
+    return FileOps::read(file);
+}
 
 std::map<std::string, std::string> treeSnapshot(const fs::path& root) {
     std::map<std::string, std::string> tree;
@@ -145,8 +147,10 @@ SampleLibrary::SampleLibrary(const fs::path& libraryRoot) : root(libraryRoot), s
     meta.screens[0].comments = std::vector<ScreenComment>{
         {"PIN-1", 0.25, 0.5, "Published pin", Date{700000300}, "P1", "0.25,0.5|Published pin"},
         {"PIN-2", 0.75, 0.5, "Local pin", Date{700000400}, std::nullopt, std::nullopt}};
-    meta.screens[1].patches = std::vector<RedactPatch>{{"", "02.patch-AAAA.png", {0.1, 0.1, 0.2, 0.2}}};
-    meta.screens[1].redactions = std::vector<RedactShape>{{"", RedactShape::Kind::rect, {0, 0, 0.5, 0.5}}};
+    meta.screens[1].patches =
+        std::vector<RedactPatch>{{"", "02.patch-AAAA.png", {0.1, 0.1, 0.2, 0.2}}};
+    meta.screens[1].redactions =
+        std::vector<RedactShape>{{"", RedactShape::Kind::rect, {0, 0, 0.5, 0.5}}};
     store.writeMeta(signUp, meta);
 
     FlowMeta logInMeta = store.meta(logIn);

@@ -1,8 +1,8 @@
 #pragma once
 
+#include "library/Errors.h"
 #include "library/FileOps.h"
 #include "library/FlowStore.h"
-#include "library/Errors.h"
 
 #include <filesystem>
 #include <functional>
