@@ -113,7 +113,8 @@ private:
     std::vector<std::string> createParents(const std::string& parentPath);
     void removeCreatedParents(const std::vector<std::string>& created);
     void recoverRenumbering(std::string_view folderName, const FlowMeta& meta);
-    void removeWorkFolder(const fs::path& work);
+    // Removes a folder the store made, refusing while it holds anything but `allowed`.
+    void removeOwnFolder(const fs::path& folder, std::string_view allowed = {});
     // Leaves a marker that makes the next renumbering, or the next opening of the library,
     // renumber the flow, in case the change that follows cannot.
     void markRenumberingOwed(std::string_view folderName, UndoLog& undo);

@@ -93,11 +93,7 @@ std::string FlowStore::adopt(const FlowMeta& meta, const fs::path& from) {
         folderName = parentPath + "/" + Slug::uniqueFolderName(Slug::make(meta.name), entries);
         const fs::path flowDir = root_ / folderName;
         ops_.directoryCreator(flowDir, false);
-        undo.add([this, flowDir] {
-            if (!FileOps::list(flowDir).empty())
-                throw LibraryError("The folder " + flowDir.string() + " still holds files.");
-            ops_.folderRemover(flowDir);
-        });
+        undo.add([this, flowDir] { removeOwnFolder(flowDir); });
         for (const auto& name : FileOps::list(from)) {
             if (name == LibraryLayout::kMetaFile || name == LibraryLayout::kRenumberFolder ||
                 name.starts_with(LibraryLayout::kQuarantinePrefix) || isSymlink(from / name))

@@ -142,7 +142,7 @@ ThumbEdits FlowStore::renumberScreens(std::string_view folderName) {
         if (!moves.empty()) {
             if (!pending) {
                 ops_.directoryCreator(work, false);
-                undo.add([this, work] { removeWorkFolder(work); });
+                undo.add([this, work] { removeOwnFolder(work, kJournal); });
             }
             Json journal{{"after", after}, {"moves", Json::array()}};
             for (const auto& move : moves)
@@ -164,7 +164,7 @@ ThumbEdits FlowStore::renumberScreens(std::string_view folderName) {
         for (const auto& move : moves)
             ops_.folderMover(work / move.to, flowDir / move.to);
         if (FileOps::exists(work))
-            removeWorkFolder(work);
+            removeOwnFolder(work, kJournal);
     } catch (const std::exception& e) {
         throw LibraryError(
             "The screens of “" + std::string(folderName) +
@@ -181,12 +181,12 @@ ThumbEdits FlowStore::renumberScreens(std::string_view folderName) {
     return edits;
 }
 
-void FlowStore::removeWorkFolder(const fs::path& work) {
-    for (const auto& name : FileOps::list(work)) {
-        if (name != kJournal)
-            throw LibraryError("The folder " + work.string() + " still holds files.");
+void FlowStore::removeOwnFolder(const fs::path& folder, std::string_view allowed) {
+    for (const auto& name : FileOps::list(folder)) {
+        if (name != allowed)
+            throw LibraryError("The folder " + folder.string() + " still holds files.");
     }
-    ops_.folderRemover(work);
+    ops_.folderRemover(folder);
 }
 
 void FlowStore::markRenumberingOwed(std::string_view folderName, UndoLog& undo) {
@@ -194,7 +194,7 @@ void FlowStore::markRenumberingOwed(std::string_view folderName, UndoLog& undo) 
     if (FileOps::exists(work))
         return;
     ops_.directoryCreator(work, false);
-    undo.add([this, work] { removeWorkFolder(work); });
+    undo.add([this, work] { removeOwnFolder(work, kJournal); });
     ops_.indexWriter(work / kJournal,
                      encodeLibraryJson(Json{{"after", Json::array()}, {"moves", Json::array()}}));
 }
@@ -324,11 +324,7 @@ ThumbEdits FlowStore::deleteScreens(std::string_view folderName,
     try {
         markRenumberingOwed(folderName, undo);
         ops_.directoryCreator(quarantine, false);
-        undo.add([this, quarantine] {
-            if (!FileOps::list(quarantine).empty())
-                throw LibraryError("The folder " + quarantine.string() + " still holds files.");
-            ops_.folderRemover(quarantine);
-        });
+        undo.add([this, quarantine] { removeOwnFolder(quarantine); });
         for (const auto& file : files) {
             if (!FileOps::exists(flowDir / file) || FileOps::exists(quarantine / file))
                 continue;
