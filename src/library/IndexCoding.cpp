@@ -1,5 +1,7 @@
 #include "library/IndexCoding.h"
 
+#include "library/Utf8.h"
+
 #include <nlohmann/json.hpp>
 
 #include <bitset>
@@ -9,35 +11,10 @@ namespace varnel::IndexCoding {
 
 namespace {
 
-// Rejects what the JSON encoder rejects: bytes that are not well-formed UTF-8.
-void requireUTF8(std::string_view text) {
-    std::size_t i = 0;
-    while (i < text.size()) {
-        const auto c = static_cast<unsigned char>(text[i]);
-        int length = c < 0x80           ? 1
-                     : (c >> 5) == 0x6  ? 2
-                     : (c >> 4) == 0xE  ? 3
-                     : (c >> 3) == 0x1E ? 4
-                                        : 0;
-        if (length == 0 || i + length > text.size())
-            throw CodingError("a name is not valid UTF-8");
-        char32_t cp = length == 1 ? c : c & (0xFF >> (length + 1));
-        for (int k = 1; k < length; ++k) {
-            const auto next = static_cast<unsigned char>(text[i + k]);
-            if ((next & 0xC0) != 0x80)
-                throw CodingError("a name is not valid UTF-8");
-            cp = (cp << 6) | (next & 0x3F);
-        }
-        const bool overlong = (length == 2 && cp < 0x80) || (length == 3 && cp < 0x800) ||
-                              (length == 4 && cp < 0x10000);
-        if (overlong || cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF))
-            throw CodingError("a name is not valid UTF-8");
-        i += length;
-    }
-}
-
 void appendString(std::string& out, std::string_view text) {
-    requireUTF8(text);
+    // The shared encoder refuses malformed UTF-8 too; writing it would make the index unreadable.
+    if (!Utf8::isValid(text))
+        throw CodingError("a name is not valid UTF-8");
     out.push_back('"');
     for (char ch : text) {
         const auto c = static_cast<unsigned char>(ch);

@@ -1,25 +1,9 @@
 #include "library/Slug.h"
 
+#include "library/Utf8.h"
+
 namespace varnel::Slug {
 namespace {
-
-// Decodes one UTF-8 code point starting at text[i] and advances i; invalid bytes count as one
-// non-ASCII character.
-char32_t nextCodePoint(std::string_view text, std::size_t& i) {
-    const auto byte = static_cast<unsigned char>(text[i]);
-    int length = byte < 0x80           ? 1
-                 : (byte >> 5) == 0x6  ? 2
-                 : (byte >> 4) == 0xE  ? 3
-                 : (byte >> 3) == 0x1E ? 4
-                                       : 1;
-    if (i + length > text.size())
-        length = 1;
-    char32_t cp = length == 1 ? byte : byte & (0xFF >> (length + 1));
-    for (int k = 1; k < length; ++k)
-        cp = (cp << 6) | (static_cast<unsigned char>(text[i + k]) & 0x3F);
-    i += length;
-    return cp;
-}
 
 // Marks that join the character before them into one user-perceived character, which then is
 // no longer plain ASCII.
@@ -42,7 +26,8 @@ std::string make(std::string_view text) {
     std::size_t i = 0;
     char32_t previous = 0;
     while (i < text.size()) {
-        char32_t cp = nextCodePoint(text, i);
+        // A malformed byte counts as one non-ASCII character.
+        char32_t cp = Utf8::next(text, i).value_or(0xFFFD);
         if (cp >= 'A' && cp <= 'Z')
             cp = cp - 'A' + 'a';
         if (extendsPrevious(cp) || (cp == '\n' && previous == '\r')) {

@@ -16,6 +16,7 @@ TEST(SlugTest, MakeKeepsAsciiLettersAndDigitsJoinedBySingleDashes) {
     EXPECT_EQ(Slug::make("Line\nbreak"), "line-break");
     EXPECT_EQ(Slug::make("Rocket 🚀 launch"), "rocket-launch");
     EXPECT_EQ(Slug::make("ÀÉÎ123"), "123");
+    EXPECT_EQ(Slug::make("bad\xC3(byte"), "bad-byte") << "a malformed byte is not ASCII";
 }
 
 TEST(SlugTest, MakeFallsBackToUntitled) {
