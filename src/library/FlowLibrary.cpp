@@ -91,6 +91,10 @@ void FlowLibrary::moveCategory(const std::string& name, const std::optional<std:
     mutate([&] { store_.moveCategory(name, before); });
 }
 
+void FlowLibrary::renameCategory(const std::string& name, const std::string& newName) {
+    mutate([&] { store_.renameCategory(name, newName); });
+}
+
 ThumbEdits FlowLibrary::deleteScreens(const std::string& folderName,
                                       const std::vector<std::string>& filenames) {
     return screensChanged(mutate([&] {

@@ -51,6 +51,7 @@ public:
                          const std::optional<std::string>& application,
                          const std::optional<std::string>& categoryL1);
     void moveCategory(const std::string& name, const std::optional<std::string>& before);
+    void renameCategory(const std::string& name, const std::string& newName);
 
     ThumbEdits deleteScreens(const std::string& folderName,
                              const std::vector<std::string>& filenames);

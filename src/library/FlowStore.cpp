@@ -360,6 +360,34 @@ std::string FlowStore::moveFlow(std::string_view folderName,
     return saveMeta(folderName, m);
 }
 
+void FlowStore::renameCategory(const std::string& name, const std::string& newName) {
+    const std::string renamed = Text::trimmed(newName);
+    if (renamed.empty())
+        throw LibraryError("A category needs a name.");
+    for (const auto& summary : indexSnapshot().index.flows) {
+        if (summary.categoryL1 != name)
+            continue;
+        FlowMeta m = meta(summary.folderName);
+        m.categoryL1 = renamed;
+        saveMeta(summary.folderName, m);
+    }
+    auto snapshot = indexSnapshot();
+    auto& categories = snapshot.index.categories;
+    const bool listed = std::any_of(categories.begin(), categories.end(),
+                                    [&](const CategoryNode& c) { return c.name == renamed; });
+    for (auto it = categories.begin(); it != categories.end();) {
+        if (it->name != name) {
+            ++it;
+        } else if (listed) {
+            it = categories.erase(it);
+        } else {
+            it->name = renamed;
+            ++it;
+        }
+    }
+    writeIndex(snapshot.index);
+}
+
 void FlowStore::moveCategory(const std::string& name, const std::optional<std::string>& before) {
     auto snapshot = indexSnapshot();
     // The order the user sees: listed categories first, then the others alphabetically.

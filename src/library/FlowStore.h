@@ -95,6 +95,9 @@ public:
     std::string renameFlow(std::string_view folderName, const std::string& newName);
     std::string moveFlow(std::string_view folderName, const std::optional<std::string>& application,
                          const std::optional<std::string>& categoryL1);
+    // Gives every flow of a category the new category name (their folders move) and renames it
+    // in the user's order. Flows already moved stay moved when a later one fails.
+    void renameCategory(const std::string& name, const std::string& newName);
     // Moves a category before another in the user's order, or to the end.
     void moveCategory(const std::string& name, const std::optional<std::string>& before);
 

@@ -285,6 +285,26 @@ TEST_F(FlowStoreTest, MoveCategoryOrdersListedThenUnlistedCategories) {
     EXPECT_EQ(names(), (std::vector<std::string>{"Onboarding", "Payments", "Settings"}));
 }
 
+TEST_F(FlowStoreTest, RenameCategoryMovesEveryFlowOfItAndKeepsItsPlace) {
+    SampleLibrary sample(root);
+    FlowStore& store = sample.store;
+    store.createEmptyFlow("Bank", "Open account", std::string("Onboarding"), Date{});
+    store.moveCategory("Onboarding", std::nullopt);
+    store.moveCategory("Payments", std::string("Onboarding"));
+
+    store.renameCategory("Onboarding", "  First run ");
+    EXPECT_TRUE(fs::exists(root / "acme/first-run/sign-up/02.orig.png"));
+    EXPECT_TRUE(fs::exists(root / "acme/first-run/log-in"));
+    EXPECT_TRUE(fs::exists(root / "bank/first-run/open-account"));
+    EXPECT_FALSE(fs::exists(root / "acme/onboarding"));
+    const LibraryIndex index = store.readIndex();
+    EXPECT_EQ(index.categories, (std::vector<CategoryNode>{{"Payments"}, {"First run"}}));
+    for (const auto& flow : index.flows)
+        EXPECT_NE(flow.categoryL1, std::optional<std::string>("Onboarding"));
+    EXPECT_TRUE(checkLibrary(store).empty());
+    EXPECT_THROW(store.renameCategory("First run", " "), LibraryError);
+}
+
 TEST_F(FlowStoreTest, AddScreensNumbersAfterTheHighestAndTakesTheSizeOfTheFirstPng) {
     FlowStore store(root);
     const auto flow = store.createEmptyFlow("A", "Flow", std::nullopt, Date{});

@@ -1,0 +1,61 @@
+#include "ui/MainWindow.h"
+#include "library/FlowLibrary.h"
+#include "support/TestLibrary.h"
+
+#include <QApplication>
+#include <QLabel>
+#include <QStatusBar>
+#include <QTreeWidget>
+
+#include <gtest/gtest.h>
+
+using namespace varnel;
+using namespace varnel::test;
+
+namespace {
+
+std::vector<std::string> outline(QTreeWidgetItem* parent, int depth = 0) {
+    std::vector<std::string> out;
+    for (int i = 0; i < parent->childCount(); ++i) {
+        QTreeWidgetItem* child = parent->child(i);
+        out.push_back(std::string(static_cast<std::size_t>(depth) * 2, ' ') +
+                      child->text(0).toStdString());
+        const auto below = outline(child, depth + 1);
+        out.insert(out.end(), below.begin(), below.end());
+    }
+    return out;
+}
+
+} // namespace
+
+TEST(MainWindowTest, ShowsApplicationsCategoriesAndFlowsAndFollowsChanges) {
+    TempDir dir;
+    SampleLibrary sample(dir / "Library");
+    FlowLibrary library{FlowStore(sample.root)};
+    MainWindow window(library);
+    auto* tree = window.findChild<QTreeWidget*>();
+    ASSERT_TRUE(tree);
+    // Flows keep the user's order within their category.
+    EXPECT_EQ(outline(tree->invisibleRootItem()),
+              (std::vector<std::string>{"Acme", "  Onboarding", "    Sign up", "    Log in", "Bank",
+                                        "  Uncategorized", "    Transfer"}));
+    auto* status = window.statusBar()->findChild<QLabel*>();
+    ASSERT_TRUE(status);
+    EXPECT_TRUE(status->text().endsWith("3 flows")) << status->text().toStdString();
+
+    library.deleteFlow(SampleLibrary::transfer);
+    EXPECT_EQ(tree->topLevelItemCount(), 1);
+    EXPECT_TRUE(status->text().endsWith("2 flows"));
+
+    writeFile(sample.root / "index.json", "{");
+    library.reload();
+    EXPECT_TRUE(status->text().startsWith("Couldn’t read the library"))
+        << status->text().toStdString();
+}
+
+int main(int argc, char** argv) {
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+    QApplication app(argc, argv);
+    ::testing::InitGoogleTest(&argc, argv);
+    return RUN_ALL_TESTS();
+}
