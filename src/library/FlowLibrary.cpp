@@ -1,5 +1,6 @@
 #include "library/FlowLibrary.h"
 
+#include "library/FileOps.h"
 #include "organization/CategorySuggestions.h"
 
 #include <QDebug>
@@ -93,6 +94,46 @@ void FlowLibrary::moveCategory(const std::string& name, const std::optional<std:
 
 void FlowLibrary::renameCategory(const std::string& name, const std::string& newName) {
     mutate([&] { store_.renameCategory(name, newName); });
+}
+
+std::size_t FlowLibrary::exportApplication(const std::string& name,
+                                           const std::filesystem::path& destination,
+                                           const std::function<void(double)>& progress) const {
+    return AppArchive::exportApplication(name, store_, store_.readIndex(), destination, progress);
+}
+
+FlowLibrary::ArchiveInspection
+FlowLibrary::inspectArchive(const std::filesystem::path& zipFile) const {
+    // Unpacking inside the library root keeps the later adoption a matter of renames.
+    FileOps::createDirectory(root(), true);
+    ArchiveInspection inspection{AppArchive::extract(zipFile, root(), true), 0};
+    try {
+        inspection.conflicts = countConflicts(store_, inspection.extracted);
+    } catch (...) {
+        inspection.extracted.cleanup();
+        throw;
+    }
+    return inspection;
+}
+
+ImportResult FlowLibrary::importArchive(const AppArchive::Extracted& extracted,
+                                        ImportConflictResolution resolution) {
+    struct CleanupAtExit {
+        const AppArchive::Extracted& extracted;
+        ~CleanupAtExit() { extracted.cleanup(); }
+    } cleanup{extracted};
+    return mutate([&] { return importExtracted(store_, extracted, resolution); });
+}
+
+std::size_t FlowLibrary::deleteApplication(const std::string& name) {
+    return mutate([&] {
+        std::size_t deleted = 0;
+        for (const auto& flow : AppArchive::flowsOf(store_.readIndex(), name)) {
+            deleteFlow(flow.folderName);
+            ++deleted;
+        }
+        return deleted;
+    });
 }
 
 ThumbEdits FlowLibrary::deleteScreens(const std::string& folderName,

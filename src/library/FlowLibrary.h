@@ -1,6 +1,8 @@
 #pragma once
 
 #ifndef Q_MOC_RUN // moc cannot parse the C++20 standard headers
+#include "library/AppArchive.h"
+#include "library/ArchiveImport.h"
 #include "library/FlowMeta.h"
 #include "library/FlowStore.h"
 #include "library/FlowSummary.h"
@@ -63,6 +65,25 @@ public:
                                 const std::vector<std::string>& filenames);
     std::vector<std::string> addScreens(const std::string& folderName,
                                         const std::vector<std::filesystem::path>& files);
+
+    // Writes the application's archive; returns its number of flows (0: nothing was written).
+    std::size_t exportApplication(const std::string& name, const std::filesystem::path& destination,
+                                  const std::function<void(double)>& progress = {}) const;
+    struct ArchiveInspection {
+        AppArchive::Extracted extracted;
+        std::size_t conflicts = 0;
+    };
+    // Unpacks an archive beside the library; the caller imports it or calls cleanup().
+    ArchiveInspection inspectArchive(const std::filesystem::path& zipFile) const;
+    // Imports an inspected archive, then removes its unpacked files, whatever the outcome.
+    ImportResult importArchive(const AppArchive::Extracted& extracted,
+                               ImportConflictResolution resolution);
+    static std::string uniqueApplicationName(const std::string& base,
+                                             const std::vector<std::string>& existing) {
+        return AppArchive::uniqueApplicationName(base, existing);
+    }
+    // Deletes every flow of the application; returns how many went.
+    std::size_t deleteApplication(const std::string& name);
 
 signals:
     // After every reload.

@@ -86,8 +86,11 @@ public:
                                 const std::vector<std::string>& filenames);
 
     // Brings a flow folder from elsewhere (an archive, a staging folder) into the library under
-    // a folder name made from its meta; moves the files and returns the new folder name.
-    std::string adopt(const FlowMeta& meta, const fs::path& from);
+    // a folder name made from its meta; moves the files and returns the new folder name. With
+    // `replacing`, that flow leaves the library in the same change (its folder goes first, so
+    // the new one may take its name).
+    std::string adopt(const FlowMeta& meta, const fs::path& from,
+                      const std::optional<std::string>& replacing = std::nullopt);
 
     // Writes a changed meta and its summary; when the application, category or name no longer
     // match the folder, the folder moves. Returns the flow's folder name afterwards.
@@ -127,6 +130,7 @@ private:
     ThumbEdits commitScreenList(std::string_view folderName, const FlowMeta& meta);
     std::vector<fs::path> quarantineFolders() const;
     std::optional<std::string> recoverStagingFolder(const fs::path& staging);
+    void removeLeftoverExtractions();
 
     // The last index read or written, with the identity of the file it matches, so that a
     // change does not decode an index that has not changed on disk since.

@@ -1,6 +1,7 @@
 // Bringing flow folders into the library: adoption, and recovery of what a crash left behind.
 #include "library/FlowStore.h"
 
+#include "library/AppArchive.h"
 #include "library/Errors.h"
 #include "library/FileOps.h"
 #include "library/LibraryLayout.h"
@@ -63,7 +64,8 @@ std::vector<fs::path> visibleSubfolders(const fs::path& folder) {
 
 } // namespace
 
-std::string FlowStore::adopt(const FlowMeta& meta, const fs::path& from) {
+std::string FlowStore::adopt(const FlowMeta& meta, const fs::path& from,
+                             const std::optional<std::string>& replacing) {
     if (meta.id.empty())
         throw LibraryError("The flow “" + meta.name + "” has no identifier.");
     for (const auto& screen : meta.screens) {
@@ -76,7 +78,7 @@ std::string FlowStore::adopt(const FlowMeta& meta, const fs::path& from) {
     }
     auto snapshot = indexSnapshot();
     for (const auto& summary : snapshot.index.flows) {
-        if (summary.id == meta.id)
+        if (summary.id == meta.id && summary.folderName != replacing)
             throw LibraryError("The library already has the flow “" + summary.name + "” at “" +
                                summary.folderName + "”.");
     }
@@ -84,7 +86,15 @@ std::string FlowStore::adopt(const FlowMeta& meta, const fs::path& from) {
     const std::string parentPath = Slug::parentPath(meta.application, meta.categoryL1);
     UndoLog undo;
     std::string folderName = parentPath;
+    std::optional<fs::path> quarantine;
     try {
+        if (replacing && FileOps::exists(flowURL(*replacing))) {
+            const fs::path old = flowURL(*replacing);
+            quarantine = old.parent_path() /
+                         (std::string(LibraryLayout::kQuarantinePrefix) + newUUIDString());
+            ops_.folderMover(old, *quarantine);
+            undo.add([this, old, q = *quarantine] { ops_.folderMover(q, old); });
+        }
         const auto created = createParents(parentPath);
         undo.add([this, created] { removeCreatedParents(created); });
         std::set<std::string> entries;
@@ -104,12 +114,22 @@ std::string FlowStore::adopt(const FlowMeta& meta, const fs::path& from) {
         }
         writeMeta(folderName, meta);
         undo.add([this, flowDir] { ops_.folderRemover(flowDir / LibraryLayout::kMetaFile); });
+        if (replacing)
+            snapshot.index.removeFolder(*replacing);
         snapshot.index.upsert(meta.summary(folderName));
         writeIndex(snapshot.index);
     } catch (const std::exception& e) {
         undo.undoOrThrow("add the flow “" + meta.name + "” to the library",
                          from.string() + " and " + (root_ / folderName).string(), e);
         throw;
+    }
+    if (quarantine) {
+        try {
+            ops_.folderRemover(*quarantine);
+        } catch (const std::exception&) {
+            // The replaced flow's old files stay aside; opening the library reports them.
+        }
+        pruneEmptyParents(*replacing);
     }
     return folderName;
 }
@@ -198,7 +218,27 @@ RecoveryReport FlowStore::recover() {
         report.problems.push_back(e.what());
     }
     report.leftoverQuarantines = quarantineFolders();
+    removeLeftoverExtractions();
     return report;
+}
+
+// Unpacked archives left by an interrupted import are copies of a zip that still exists.
+void FlowStore::removeLeftoverExtractions() {
+    std::vector<std::string> names;
+    try {
+        names = FileOps::list(root_);
+    } catch (const FileError&) {
+        return;
+    }
+    const std::string prefix = "." + std::string(AppArchive::kExtractionPrefix);
+    for (const auto& name : names) {
+        if (!name.starts_with(prefix) || isSymlink(root_ / name))
+            continue;
+        try {
+            ops_.folderRemover(root_ / name);
+        } catch (const std::exception&) {
+        }
+    }
 }
 
 RecoveryReport FlowStore::inspectLeftovers() const {

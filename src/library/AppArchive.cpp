@@ -1,0 +1,198 @@
+#include "library/AppArchive.h"
+
+#include "library/FileOps.h"
+#include "library/LibraryLayout.h"
+#include "library/Uuid.h"
+#include "library/Zip.h"
+
+#include <algorithm>
+
+namespace varnel {
+
+namespace {
+
+const char* message(ArchiveError::Case c) {
+    switch (c) {
+    case ArchiveError::Case::zipFailed:
+        return "The archive couldn’t be created.";
+    case ArchiveError::Case::unzipFailed:
+        return "The file couldn’t be unzipped.";
+    case ArchiveError::Case::notAnExport:
+        break;
+    }
+    return "This zip isn’t a Quillane application export.";
+}
+
+} // namespace
+
+ArchiveError::ArchiveError(Case c, std::string detail)
+    : LibraryError(message(c)), case_(c), detail_(std::move(detail)) {}
+
+namespace AppArchive {
+
+namespace {
+
+bool isStoredAsIs(const fs::path& file) {
+    std::string ext = file.extension().string();
+    std::transform(ext.begin(), ext.end(), ext.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    return ext == ".png" || ext == ".mov" || ext == ".jpg" || ext == ".jpeg" || ext == ".mp4";
+}
+
+// Every file and folder of a flow folder, as paths relative to it; links and the store's
+// transient folders are left out.
+void collect(const fs::path& folder, const fs::path& relative, std::vector<fs::path>& dirs,
+             std::vector<fs::path>& files) {
+    for (const auto& name : FileOps::list(folder / relative)) {
+        if (name == LibraryLayout::kRenumberFolder ||
+            name.starts_with(LibraryLayout::kQuarantinePrefix))
+            continue;
+        const fs::path item = relative / name;
+        const auto status = fs::symlink_status(folder / item);
+        if (fs::is_symlink(status))
+            continue;
+        if (fs::is_directory(status)) {
+            dirs.push_back(item);
+            collect(folder, item, dirs, files);
+        } else if (fs::is_regular_file(status)) {
+            files.push_back(item);
+        }
+    }
+}
+
+} // namespace
+
+Json Manifest::toJson() const {
+    return Json{{"version", version},
+                {"application", application},
+                {"flows", coding::writeArray(flows, [](auto& f) { return f.toJson(); })}};
+}
+
+Manifest Manifest::decode(std::string_view bytes) {
+    try {
+        const Json json = parseLibraryJson(bytes);
+        coding::requireObject(json, "the manifest");
+        Manifest m;
+        m.version = coding::requireInteger(json, "version");
+        m.application = coding::requireString(json, "application");
+        m.flows = coding::requireArray<FlowSummary>(json, "flows", &FlowSummary::fromJson);
+        return m;
+    } catch (const CodingError& e) {
+        throw ArchiveError(ArchiveError::Case::notAnExport, e.what());
+    }
+}
+
+void Extracted::cleanup() const {
+    std::error_code ec;
+    fs::remove_all(tempDir, ec);
+}
+
+std::vector<FlowSummary> flowsOf(const LibraryIndex& index, const std::string& application) {
+    std::vector<FlowSummary> flows;
+    for (const auto& s : index.flows) {
+        const bool matches =
+            s.application ? *s.application == application : application == kSansApplication;
+        if (matches)
+            flows.push_back(s);
+    }
+    return flows;
+}
+
+std::size_t exportApplication(const std::string& application, const FlowStore& store,
+                              const LibraryIndex& index, const fs::path& destination,
+                              const std::function<void(double)>& progress) {
+    const auto flows = flowsOf(index, application);
+    if (flows.empty())
+        return 0;
+    const fs::path temp = destination.parent_path() /
+                          ("." + destination.filename().string() + "." + newUUIDString() + ".tmp");
+    try {
+        Zip::Writer writer(temp);
+        const std::string payload = std::string(kPayloadFolder) + "/";
+        writer.addDirectory(payload);
+        for (const auto& flow : flows) {
+            const fs::path flowDir = store.flowURL(flow.folderName);
+            std::vector<fs::path> dirs;
+            std::vector<fs::path> files;
+            collect(flowDir, {}, dirs, files);
+            const std::string base = payload + flow.folderName + "/";
+            writer.addDirectory(base);
+            for (const auto& dir : dirs)
+                writer.addDirectory(base + dir.generic_string() + "/");
+            for (const auto& file : files)
+                writer.addFile(base + file.generic_string(), flowDir / file, !isStoredAsIs(file));
+        }
+        const Manifest manifest{1, application, flows};
+        writer.addBytes(payload + std::string(kManifestFile), encodeLibraryJson(manifest.toJson()),
+                        true);
+        writer.close(progress);
+        FileOps::remove(destination);
+        std::error_code ec;
+        fs::rename(temp, destination, ec);
+        if (ec)
+            throw FileError("write", destination, ec);
+    } catch (const std::exception& e) {
+        std::error_code ignored;
+        fs::remove(temp, ignored);
+        throw ArchiveError(ArchiveError::Case::zipFailed, e.what());
+    }
+    return flows.size();
+}
+
+Extracted extract(const fs::path& zipFile, const fs::path& workFolder, bool hidden) {
+    Extracted out;
+    out.tempDir =
+        workFolder / ((hidden ? "." : "") + std::string(kExtractionPrefix) + newUUIDString());
+    try {
+        FileOps::createDirectory(out.tempDir, true);
+        Zip::extract(zipFile, out.tempDir);
+    } catch (const std::exception& e) {
+        out.cleanup();
+        throw ArchiveError(ArchiveError::Case::unzipFailed, e.what());
+    }
+
+    std::optional<fs::path> payload;
+    if (FileOps::exists(out.tempDir / kManifestFile)) {
+        payload = out.tempDir;
+    } else {
+        for (const auto& name : FileOps::list(out.tempDir)) {
+            if (FileOps::isDirectory(out.tempDir / name) &&
+                FileOps::exists(out.tempDir / name / kManifestFile)) {
+                payload = out.tempDir / name;
+                break;
+            }
+        }
+    }
+    try {
+        if (!payload)
+            throw ArchiveError(ArchiveError::Case::notAnExport, "no manifest");
+        out.payloadDir = *payload;
+        out.manifest = Manifest::decode(FileOps::read(out.payloadDir / kManifestFile));
+    } catch (const ArchiveError&) {
+        out.cleanup();
+        throw;
+    } catch (const std::exception& e) {
+        out.cleanup();
+        throw ArchiveError(ArchiveError::Case::notAnExport, e.what());
+    }
+    return out;
+}
+
+std::string uniqueApplicationName(const std::string& base,
+                                  const std::vector<std::string>& existing) {
+    auto taken = [&](const std::string& name) {
+        return std::find(existing.begin(), existing.end(), name) != existing.end();
+    };
+    if (!taken(base))
+        return base;
+    if (!taken(base + " copy"))
+        return base + " copy";
+    for (unsigned n = 2;; ++n) {
+        std::string candidate = base + " copy " + std::to_string(n);
+        if (!taken(candidate))
+            return candidate;
+    }
+}
+
+} // namespace AppArchive
+} // namespace varnel

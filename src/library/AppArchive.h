@@ -1,0 +1,78 @@
+#pragma once
+
+#include "library/Errors.h"
+#include "library/FlowStore.h"
+#include "library/FlowSummary.h"
+#include "library/LibraryIndex.h"
+
+#include <filesystem>
+#include <functional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace varnel {
+
+class ArchiveError : public LibraryError {
+public:
+    enum class Case { zipFailed, unzipFailed, notAnExport };
+    // `detail` says what went wrong underneath, for the log; the description is fixed.
+    explicit ArchiveError(Case c, std::string detail = {});
+    Case errorCase() const { return case_; }
+    const std::string& detail() const { return detail_; }
+
+private:
+    Case case_;
+    std::string detail_;
+};
+
+enum class ImportConflictResolution { replace, duplicate };
+
+namespace AppArchive {
+
+namespace fs = std::filesystem;
+
+inline constexpr std::string_view kPayloadFolder = "QuillaneExport";
+inline constexpr std::string_view kManifestFile = "quillane-export.json";
+inline constexpr std::string_view kSansApplication = "Sans application";
+inline constexpr std::string_view kExtension = ".varnel.zip";
+inline constexpr std::string_view kExtractionPrefix = "quillane-import-";
+
+struct Manifest {
+    std::int64_t version = 1;
+    std::string application;
+    std::vector<FlowSummary> flows;
+
+    Json toJson() const;
+    // Throws ArchiveError(notAnExport).
+    static Manifest decode(std::string_view bytes);
+};
+
+// An unpacked archive: the private folder, the folder holding the manifest, and the manifest.
+struct Extracted {
+    fs::path tempDir;
+    fs::path payloadDir;
+    Manifest manifest;
+
+    void cleanup() const;
+};
+
+// The flows of an application in index order; flows without one belong to "Sans application".
+std::vector<FlowSummary> flowsOf(const LibraryIndex& index, const std::string& application);
+
+// Writes the archive of one application to `destination`, replacing any file there. Returns
+// how many flows it holds; with none, nothing is written. `progress` gets 0..1.
+std::size_t exportApplication(const std::string& application, const FlowStore& store,
+                              const LibraryIndex& index, const fs::path& destination,
+                              const std::function<void(double)>& progress = {});
+
+// Unpacks an archive into a new private folder inside `workFolder`. A folder whose name
+// starts with a dot is used when `workFolder` is a library root, to keep it out of sight.
+Extracted extract(const fs::path& zipFile, const fs::path& workFolder, bool hidden = false);
+
+// The base name, else base + " copy", else base + " copy 2", " copy 3", …
+std::string uniqueApplicationName(const std::string& base,
+                                  const std::vector<std::string>& existing);
+
+} // namespace AppArchive
+} // namespace varnel

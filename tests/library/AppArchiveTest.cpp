@@ -1,0 +1,258 @@
+#include "library/AppArchive.h"
+#include "library/FlowLibrary.h"
+#include "library/LibraryCheck.h"
+#include "library/Zip.h"
+#include "support/TestLibrary.h"
+
+#include <zip.h>
+
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+
+using namespace varnel;
+using namespace varnel::test;
+
+namespace {
+
+class AppArchiveTest : public ::testing::Test {
+protected:
+    TempDir dir;
+    SampleLibrary sample{dir / "Library"};
+    fs::path zipFile = dir / "Acme.varnel.zip";
+
+    std::map<std::string, std::string> flowFiles(const fs::path& root, const std::string& folder) {
+        return treeSnapshot(root / folder);
+    }
+};
+
+// Builds a zip whose entries are given as name -> content; `links` become symbolic links.
+void writeZip(const fs::path& file, const std::vector<std::pair<std::string, std::string>>& entries,
+              const std::set<std::string>& links = {}) {
+    int error = 0;
+    zip_t* archive = zip_open(file.c_str(), ZIP_CREATE | ZIP_TRUNCATE, &error);
+    ASSERT_TRUE(archive);
+    std::deque<std::string> keep;
+    for (const auto& [name, content] : entries) {
+        const std::string& data = keep.emplace_back(content);
+        zip_source_t* source = zip_source_buffer(archive, data.data(), data.size(), 0);
+        const zip_int64_t index = zip_file_add(archive, name.c_str(), source, ZIP_FL_ENC_UTF_8);
+        ASSERT_GE(index, 0) << name;
+        if (links.contains(name))
+            zip_file_set_external_attributes(archive, static_cast<zip_uint64_t>(index), 0,
+                                             ZIP_OPSYS_UNIX, (S_IFLNK | 0777u) << 16);
+    }
+    ASSERT_EQ(zip_close(archive), 0);
+}
+
+std::string manifestFor(const std::string& application, const std::vector<FlowSummary>& flows) {
+    return encodeLibraryJson(AppArchive::Manifest{1, application, flows}.toJson());
+}
+
+} // namespace
+
+TEST_F(AppArchiveTest, RoundTripKeepsEditsCommentsFigmaFieldsAndRecognizedText) {
+    FlowMeta meta = sample.store.meta(SampleLibrary::signUp);
+    meta.figmaFileURL = "https://www.figma.com/design/KEY/Board";
+    meta.figmaPendingDeletes = std::vector<std::string>{"9"};
+    sample.store.writeMeta(SampleLibrary::signUp, meta);
+
+    FlowLibrary source{FlowStore(sample.root)};
+    double lastProgress = -1;
+    EXPECT_EQ(source.exportApplication("Acme", zipFile, [&](double p) { lastProgress = p; }), 2u);
+    EXPECT_EQ(lastProgress, 1.0);
+
+    FlowLibrary target{FlowStore(dir / "Other")};
+    auto inspection = target.inspectArchive(zipFile);
+    EXPECT_EQ(inspection.conflicts, 0u);
+    EXPECT_EQ(inspection.extracted.manifest.application, "Acme");
+    EXPECT_EQ(inspection.extracted.manifest.flows.size(), 2u);
+    const ImportResult result =
+        target.importArchive(inspection.extracted, ImportConflictResolution::replace);
+    EXPECT_TRUE(result.skipped.empty());
+    EXPECT_FALSE(fs::exists(inspection.extracted.tempDir));
+
+    for (const char* folder : {SampleLibrary::signUp, SampleLibrary::logIn})
+        EXPECT_EQ(flowFiles(dir / "Other", folder), flowFiles(sample.root, folder)) << folder;
+    EXPECT_EQ(target.meta(SampleLibrary::signUp).toJson(),
+              sample.store.meta(SampleLibrary::signUp).toJson());
+    EXPECT_EQ(target.applications(), std::vector<std::string>{"Acme"});
+    EXPECT_TRUE(checkLibrary(target.store()).empty());
+}
+
+TEST_F(AppArchiveTest, NothingToExportWritesNothingAndSansApplicationGathersTheRest) {
+    FlowLibrary library{FlowStore(sample.root)};
+    EXPECT_EQ(library.exportApplication("Nobody", zipFile), 0u);
+    EXPECT_FALSE(fs::exists(zipFile));
+
+    FlowMeta meta = sample.store.meta(SampleLibrary::transfer);
+    meta.application.reset();
+    const std::string moved = library.saveMeta(SampleLibrary::transfer, meta);
+    EXPECT_EQ(library.exportApplication("Sans application", zipFile), 1u);
+    auto inspection = library.inspectArchive(zipFile);
+    EXPECT_EQ(inspection.extracted.manifest.flows.at(0).folderName, moved);
+    EXPECT_EQ(inspection.conflicts, 1u);
+    inspection.extracted.cleanup();
+}
+
+TEST_F(AppArchiveTest, ReplaceTakesTheImportedVersionAndLeavesNoOldFolder) {
+    FlowLibrary library{FlowStore(sample.root)};
+    library.exportApplication("Acme", zipFile);
+    const std::string renamed = library.renameFlow(SampleLibrary::signUp, "Register");
+    library.deleteScreens(SampleLibrary::logIn, {"02.png"});
+
+    auto inspection = library.inspectArchive(zipFile);
+    EXPECT_EQ(inspection.conflicts, 2u);
+    library.importArchive(inspection.extracted, ImportConflictResolution::replace);
+    EXPECT_FALSE(fs::exists(sample.root / renamed));
+    EXPECT_EQ(library.meta(SampleLibrary::signUp).name, "Sign up");
+    EXPECT_EQ(library.meta(SampleLibrary::logIn).screens.size(), 2u);
+    EXPECT_EQ(library.summaries().size(), 3u);
+    EXPECT_TRUE(checkLibrary(library.store()).empty());
+}
+
+TEST_F(AppArchiveTest, DuplicateMakesANewApplicationEachTime) {
+    FlowLibrary library{FlowStore(sample.root)};
+    library.exportApplication("Acme", zipFile);
+    for (const char* expected : {"Acme copy", "Acme copy 2"}) {
+        auto inspection = library.inspectArchive(zipFile);
+        const auto result =
+            library.importArchive(inspection.extracted, ImportConflictResolution::duplicate);
+        EXPECT_EQ(result.application, expected);
+        EXPECT_EQ(result.folders.size(), 2u);
+    }
+    EXPECT_EQ(library.applications(),
+              (std::vector<std::string>{"Acme", "Acme copy", "Acme copy 2", "Bank"}));
+    std::set<std::string> ids;
+    for (const auto& s : library.summaries())
+        ids.insert(s.id);
+    EXPECT_EQ(ids.size(), 7u) << "every duplicate has an id of its own";
+    EXPECT_TRUE(checkLibrary(library.store()).empty());
+}
+
+TEST(UniqueApplicationNameTest, CountsFromTwoAndComparesExactly) {
+    EXPECT_EQ(AppArchive::uniqueApplicationName("Demo", {}), "Demo");
+    EXPECT_EQ(AppArchive::uniqueApplicationName("Demo", {"Demo"}), "Demo copy");
+    EXPECT_EQ(AppArchive::uniqueApplicationName("Demo", {"Demo", "Demo copy"}), "Demo copy 2");
+    EXPECT_EQ(AppArchive::uniqueApplicationName("Demo", {"demo"}), "Demo");
+}
+
+TEST_F(AppArchiveTest, ArchivesThatAreNoExportsSayWhy) {
+    writeZip(zipFile, {{"photos/cat.png", "meow"}});
+    try {
+        AppArchive::extract(zipFile, dir.path());
+        FAIL();
+    } catch (const ArchiveError& e) {
+        EXPECT_EQ(e.errorCase(), ArchiveError::Case::notAnExport);
+        EXPECT_STREQ(e.what(), "This zip isn’t a Quillane application export.");
+    }
+    writeFile(zipFile, "this is not a zip at all");
+    try {
+        AppArchive::extract(zipFile, dir.path());
+        FAIL();
+    } catch (const ArchiveError& e) {
+        EXPECT_STREQ(e.what(), "The file couldn’t be unzipped.");
+    }
+    writeZip(zipFile, {{"QuillaneExport/quillane-export.json", "{\"version\": 1}"}});
+    EXPECT_THROW(AppArchive::extract(zipFile, dir.path()), ArchiveError);
+    for (const auto& name : FileOps::list(dir.path()))
+        EXPECT_FALSE(name.starts_with("quillane-import-")) << "extraction folders are removed";
+}
+
+TEST_F(AppArchiveTest, HostileArchivesAreRefusedWithNothingWrittenOutside) {
+    const std::string manifest = manifestFor("Acme", {});
+    const std::string zeros(64 << 20, '\0');
+    const std::vector<std::pair<std::string, std::vector<std::pair<std::string, std::string>>>>
+        hostile{
+            {"traversal", {{"quillane-export.json", manifest}, {"../evil.txt", "x"}}},
+            {"deep traversal", {{"quillane-export.json", manifest}, {"a/../../evil.txt", "x"}}},
+            {"absolute", {{"quillane-export.json", manifest}, {"/tmp/evil.txt", "x"}}},
+            {"backslash", {{"quillane-export.json", manifest}, {"..\\evil.txt", "x"}}},
+            {"bomb", {{"quillane-export.json", manifest}, {"zeros.png", zeros}}},
+        };
+    const fs::path work = dir / "work";
+    fs::create_directories(work);
+    for (const auto& [what, entries] : hostile) {
+        writeZip(zipFile, entries);
+        try {
+            AppArchive::extract(zipFile, work);
+            ADD_FAILURE() << what << " was extracted";
+        } catch (const ArchiveError& e) {
+            EXPECT_EQ(e.errorCase(), ArchiveError::Case::unzipFailed) << what;
+        }
+        EXPECT_TRUE(fs::is_empty(work)) << what;
+        EXPECT_FALSE(fs::exists(dir / "evil.txt")) << what;
+    }
+
+    writeZip(zipFile, {{"quillane-export.json", manifest}, {"link", dir.path().string()}},
+             {"link"});
+    EXPECT_THROW(AppArchive::extract(zipFile, work), ArchiveError);
+    EXPECT_TRUE(fs::is_empty(work));
+}
+
+TEST_F(AppArchiveTest, MacArchivesAndTopLevelManifestsImport) {
+    FlowLibrary library{FlowStore(sample.root)};
+    const FlowMeta meta = sample.store.meta(SampleLibrary::transfer);
+    const std::string png = readFile(sample.root / SampleLibrary::transfer / "01.png");
+    const std::string metaBytes = readFile(sample.root / SampleLibrary::transfer / "meta.json");
+    writeZip(zipFile, {
+                          {"quillane-export.json",
+                           manifestFor("Bank", {meta.summary(SampleLibrary::transfer)})},
+                          {"bank/uncategorized/transfer/meta.json", metaBytes},
+                          {"bank/uncategorized/transfer/01.png", png},
+                          {"bank/uncategorized/transfer/._01.png", "resource fork"},
+                          {"bank/.DS_Store", "finder"},
+                          {"__MACOSX/bank/uncategorized/transfer/._meta.json", "fork"},
+                      });
+    FlowLibrary other{FlowStore(dir / "Other")};
+    auto inspection = other.inspectArchive(zipFile);
+    const auto result =
+        other.importArchive(inspection.extracted, ImportConflictResolution::replace);
+    ASSERT_EQ(result.folders, std::vector<std::string>{SampleLibrary::transfer});
+    EXPECT_EQ(FileOps::list(dir / "Other" / SampleLibrary::transfer),
+              (std::vector<std::string>{"01.png", "meta.json"}));
+}
+
+TEST_F(AppArchiveTest, FlowsNamingUnsafeFilesAreSkippedAndTheRestImports) {
+    FlowMeta bad = sample.store.meta(SampleLibrary::logIn);
+    bad.screens[0].filename = "../../../escape.png";
+    const FlowMeta good = sample.store.meta(SampleLibrary::transfer);
+    writeZip(
+        zipFile,
+        {{"QuillaneExport/quillane-export.json",
+          manifestFor("Mixed", {bad.summary("acme/onboarding/log-in"),
+                                good.summary("bank/uncategorized/transfer"),
+                                good.summary("../../outside")})},
+         {"QuillaneExport/acme/onboarding/log-in/meta.json", encodeLibraryJson(bad.toJson())},
+         {"QuillaneExport/acme/onboarding/log-in/02.png", "x"},
+         {"QuillaneExport/bank/uncategorized/transfer/meta.json", encodeLibraryJson(good.toJson())},
+         {"QuillaneExport/bank/uncategorized/transfer/01.png", "transfer"}});
+    FlowLibrary other{FlowStore(dir / "Other")};
+    auto inspection = other.inspectArchive(zipFile);
+    const auto result =
+        other.importArchive(inspection.extracted, ImportConflictResolution::replace);
+    EXPECT_EQ(result.folders, std::vector<std::string>{SampleLibrary::transfer});
+    EXPECT_EQ(result.skipped.size(), 2u);
+    EXPECT_FALSE(fs::exists(dir / "escape.png"));
+    EXPECT_TRUE(checkLibrary(other.store()).empty());
+}
+
+TEST_F(AppArchiveTest, DeleteApplicationRemovesEveryFlowOfIt) {
+    FlowLibrary library{FlowStore(sample.root)};
+    EXPECT_EQ(library.deleteApplication("Acme"), 2u);
+    EXPECT_EQ(library.applications(), std::vector<std::string>{"Bank"});
+    EXPECT_FALSE(fs::exists(sample.root / "acme"));
+}
+
+TEST_F(AppArchiveTest, AnImportInterruptedByACrashIsClearedAtOpen) {
+    FlowLibrary library{FlowStore(sample.root)};
+    library.exportApplication("Acme", zipFile);
+    const auto inspection = library.inspectArchive(zipFile);
+    ASSERT_TRUE(fs::exists(inspection.extracted.tempDir));
+    EXPECT_TRUE(inspection.extracted.tempDir.filename().string().starts_with(".quillane-import-"));
+    EXPECT_TRUE(checkLibrary(library.store()).empty()) << "an extraction is not a flow";
+
+    FlowLibrary reopened{FlowStore(sample.root)};
+    reopened.open();
+    EXPECT_FALSE(fs::exists(inspection.extracted.tempDir));
+}
