@@ -1,7 +1,10 @@
 #include "cli/Cli.h"
 
 #include "app/AppSettings.h"
+#include "library/AppArchive.h"
+#include "library/ArchiveImport.h"
 #include "library/Errors.h"
+#include "library/FileOps.h"
 #include "library/FlowStore.h"
 #include "library/LibraryCheck.h"
 #include "library/Text.h"
@@ -27,6 +30,9 @@ Commands:
   add-screens FOLDER FILE...                  copy PNG/MOV files into a flow as new screens
   renumber FOLDER                             renumber a flow's screen files 1 to N
   check                                       verify the library; prints what is broken
+  export-app NAME FILE                        write application NAME as an archive (.varnel.zip)
+  import-app FILE [--replace|--duplicate]     import an application archive; when some of its
+                                              flows are already in the library, say which way
 
 Options:
   --library DIR   the library folder
@@ -184,6 +190,67 @@ int check(const Invocation& inv, FlowStore& store, std::ostream& out) {
     return problems.empty() ? kSuccess : kCheckFailed;
 }
 
+std::string conflictText(std::size_t conflicts) {
+    return conflicts == 1 ? "1 flow already exists in your library"
+                          : std::to_string(conflicts) + " flows already exist in your library";
+}
+
+int exportApp(const Invocation& inv, FlowStore& store, std::ostream& out) {
+    expectCount(inv, 2, 2);
+    const std::string& name = inv.arguments[0];
+    std::size_t flows = 0;
+    try {
+        flows = AppArchive::exportApplication(name, store, store.readIndex(), inv.arguments[1]);
+    } catch (const std::exception& e) {
+        throw LibraryError("Couldn’t export “" + name + "”: " + e.what());
+    }
+    if (flows == 0)
+        throw LibraryError("Nothing to export: the library has no application “" + name + "”.");
+    if (inv.json)
+        out << encodeLibraryJson(Json{{"file", inv.arguments[1]}, {"flows", flows}});
+    else
+        out << inv.arguments[1] << "\t" << flows << (flows == 1 ? " flow" : " flows") << "\n";
+    return kSuccess;
+}
+
+int importApp(Invocation& inv, FlowStore& store, std::ostream& out, std::ostream& err) {
+    const bool replace = std::erase(inv.arguments, "--replace") > 0;
+    const bool duplicate = std::erase(inv.arguments, "--duplicate") > 0;
+    expectCount(inv, 1, 1);
+    if (replace && duplicate)
+        throw UsageError("choose one of --replace and --duplicate");
+    try {
+        FileOps::createDirectory(store.root(), true);
+        const auto extracted = AppArchive::extract(inv.arguments[0], store.root(), true);
+        struct CleanupAtExit {
+            const AppArchive::Extracted& extracted;
+            ~CleanupAtExit() { extracted.cleanup(); }
+        } cleanup{extracted};
+        const std::size_t conflicts = countConflicts(store, extracted);
+        if (conflicts > 0 && !replace && !duplicate)
+            throw LibraryError(conflictText(conflicts) +
+                               ". Run again with --replace to overwrite them with the imported "
+                               "versions, or --duplicate to import everything as a new "
+                               "application.");
+        const ImportResult result = importExtracted(
+            store, extracted,
+            duplicate ? ImportConflictResolution::duplicate : ImportConflictResolution::replace);
+        for (const auto& why : result.skipped)
+            err << "varnel-cli: skipped " << why << "\n";
+        if (inv.json) {
+            out << encodeLibraryJson(Json{{"application", result.application},
+                                          {"folders", result.folders},
+                                          {"skipped", result.skipped}});
+        } else {
+            for (const auto& folder : result.folders)
+                out << folder << "\n";
+        }
+        return result.folders.empty() && !result.skipped.empty() ? kFailed : kSuccess;
+    } catch (const std::exception& e) {
+        throw LibraryError(std::string("Couldn’t import the archive: ") + e.what());
+    }
+}
+
 } // namespace
 
 int run(const std::vector<std::string>& args, std::ostream& out, std::ostream& err) {
@@ -208,6 +275,8 @@ int run(const std::vector<std::string>& args, std::ostream& out, std::ostream& e
             {"add-screens", [&] { return addScreens(inv, store, out); }},
             {"renumber", [&] { return renumber(inv, store, out); }},
             {"check", [&] { return check(inv, store, out); }},
+            {"export-app", [&] { return exportApp(inv, store, out); }},
+            {"import-app", [&] { return importApp(inv, store, out, err); }},
         };
         auto command = commands.find(inv.command);
         if (command == commands.end())

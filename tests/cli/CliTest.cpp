@@ -98,6 +98,33 @@ TEST_F(CliTest, ErrorsGoToStderrWithTheSystemsMessages) {
     EXPECT_NE(unreadable.err.find("index.json"), std::string::npos);
 }
 
+TEST_F(CliTest, ExportAndImportApplications) {
+    SampleLibrary sample(root);
+    const std::string zip = (dir / "Acme.varnel.zip").string();
+    Result exported = cli({"export-app", "Acme", zip});
+    ASSERT_EQ(exported.code, cli::kSuccess) << exported.err;
+    EXPECT_EQ(exported.out, zip + "\t2 flows\n");
+    Result nothing = cli({"export-app", "Nobody", zip});
+    EXPECT_EQ(nothing.code, cli::kFailed);
+    EXPECT_NE(nothing.err.find("Nothing to export"), std::string::npos);
+
+    Result asked = cli({"import-app", zip});
+    EXPECT_EQ(asked.code, cli::kFailed);
+    EXPECT_NE(asked.err.find("2 flows already exist in your library"), std::string::npos);
+
+    Result duplicated = cli({"--json", "import-app", zip, "--duplicate"});
+    ASSERT_EQ(duplicated.code, cli::kSuccess) << duplicated.err;
+    EXPECT_EQ(Json::parse(duplicated.out)["application"], "Acme copy");
+    Result replaced = cli({"import-app", zip, "--replace"});
+    EXPECT_EQ(replaced.code, cli::kSuccess) << replaced.err;
+    EXPECT_EQ(cli({"check"}).code, cli::kSuccess);
+    EXPECT_EQ(cli({"import-app", zip, "--replace", "--duplicate"}).code, cli::kUsage);
+
+    writeFile(dir / "plain.zip", "not a zip");
+    Result broken = cli({"import-app", (dir / "plain.zip").string()});
+    EXPECT_EQ(broken.err, "varnel-cli: Couldn’t import the archive: The file couldn’t be unzipped.\n");
+}
+
 TEST_F(CliTest, UsageErrorsAndHelp) {
     EXPECT_EQ(cli({}).code, cli::kUsage);
     EXPECT_EQ(cli({"frobnicate"}).code, cli::kUsage);
