@@ -190,11 +190,6 @@ int check(const Invocation& inv, FlowStore& store, std::ostream& out) {
     return problems.empty() ? kSuccess : kCheckFailed;
 }
 
-std::string conflictText(std::size_t conflicts) {
-    return conflicts == 1 ? "1 flow already exists in your library"
-                          : std::to_string(conflicts) + " flows already exist in your library";
-}
-
 int exportApp(const Invocation& inv, FlowStore& store, std::ostream& out) {
     expectCount(inv, 2, 2);
     const std::string& name = inv.arguments[0];
@@ -228,13 +223,13 @@ int importApp(Invocation& inv, FlowStore& store, std::ostream& out, std::ostream
         } cleanup{extracted};
         const std::size_t conflicts = countConflicts(store, extracted);
         if (conflicts > 0 && !replace && !duplicate)
-            throw LibraryError(conflictText(conflicts) +
+            throw LibraryError(AppArchive::conflictQuestion(conflicts) +
                                ". Run again with --replace to overwrite them with the imported "
                                "versions, or --duplicate to import everything as a new "
                                "application.");
-        const ImportResult result = importExtracted(
-            store, extracted,
-            duplicate ? ImportConflictResolution::duplicate : ImportConflictResolution::replace);
+        const ImportResult result = importExtracted(store, extracted,
+                                                    duplicate ? ImportConflictResolution::duplicate
+                                                              : ImportConflictResolution::replace);
         for (const auto& why : result.skipped)
             err << "varnel-cli: skipped " << why << "\n";
         if (inv.json) {

@@ -178,6 +178,11 @@ Extracted extract(const fs::path& zipFile, const fs::path& workFolder, bool hidd
     return out;
 }
 
+std::string conflictQuestion(std::size_t conflicts) {
+    return conflicts == 1 ? "1 flow already exists in your library"
+                          : std::to_string(conflicts) + " flows already exist in your library";
+}
+
 std::string uniqueApplicationName(const std::string& base,
                                   const std::vector<std::string>& existing) {
     auto taken = [&](const std::string& name) {

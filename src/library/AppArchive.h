@@ -70,6 +70,12 @@ std::size_t exportApplication(const std::string& application, const FlowStore& s
 // starts with a dot is used when `workFolder` is a library root, to keep it out of sight.
 Extracted extract(const fs::path& zipFile, const fs::path& workFolder, bool hidden = false);
 
+// "1 flow already exists in your library", or the number and "flows already exist …".
+std::string conflictQuestion(std::size_t conflicts);
+inline constexpr std::string_view kConflictExplanation =
+    "Replace overwrites the existing flows with the imported versions. Duplicate imports "
+    "everything as a new application.";
+
 // The base name, else base + " copy", else base + " copy 2", " copy 3", …
 std::string uniqueApplicationName(const std::string& base,
                                   const std::vector<std::string>& existing);

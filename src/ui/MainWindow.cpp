@@ -1,13 +1,24 @@
 #include "ui/MainWindow.h"
 
+#include "library/AppArchive.h"
 #include "library/FlowLibrary.h"
 
+#include <QApplication>
+#include <QFileDialog>
+#include <QFutureWatcher>
 #include <QHeaderView>
 #include <QLabel>
+#include <QMenuBar>
+#include <QMessageBox>
+#include <QProgressDialog>
+#include <QPushButton>
+#include <QStandardPaths>
 #include <QStatusBar>
 #include <QTreeWidget>
+#include <QtConcurrent>
 
 #include <map>
+#include <variant>
 
 namespace varnel {
 
@@ -15,6 +26,23 @@ namespace {
 
 QString qs(const std::string& text) {
     return QString::fromStdString(text);
+}
+
+constexpr int kApplicationRole = Qt::UserRole + 1;
+
+void showError(QWidget* parent, const QString& title, const QString& description) {
+    QMessageBox box(QMessageBox::Warning, title, title, QMessageBox::Ok, parent);
+    box.setInformativeText(description);
+    box.exec();
+}
+
+QProgressDialog* busy(QWidget* parent, const QString& text) {
+    auto* progress = new QProgressDialog(text, QString(), 0, 100, parent);
+    progress->setWindowModality(Qt::WindowModal);
+    progress->setMinimumDuration(300);
+    progress->setAutoClose(false);
+    progress->setValue(0);
+    return progress;
 }
 
 } // namespace
@@ -29,26 +57,189 @@ MainWindow::MainWindow(FlowLibrary& library, QWidget* parent)
     tree_->header()->setSectionResizeMode(1, QHeaderView::ResizeToContents);
     setCentralWidget(tree_);
     statusBar()->addWidget(status_, 1);
+
+    QMenu* file = menuBar()->addMenu(tr("&File"));
+    importAction_ =
+        file->addAction(tr("Import Application…"), this, &MainWindow::importApplication);
+    importAction_->setShortcut(QKeySequence(tr("Ctrl+Shift+I")));
+    exportAction_ =
+        file->addAction(tr("Export Application…"), this, &MainWindow::exportApplication);
+    exportAction_->setShortcut(QKeySequence(tr("Ctrl+Shift+E")));
+    file->addSeparator();
+    deleteAction_ =
+        file->addAction(tr("Delete Application…"), this, &MainWindow::deleteApplication);
+    file->addSeparator();
+    file->addAction(tr("Quit"), qApp, &QApplication::quit)->setShortcut(QKeySequence::Quit);
+
     connect(&library_, &FlowLibrary::changed, this, &MainWindow::refresh);
+    connect(tree_, &QTreeWidget::itemSelectionChanged, this, &MainWindow::updateActions);
     refresh();
+}
+
+std::optional<std::string> MainWindow::selectedApplication() const {
+    const auto items = tree_->selectedItems();
+    if (items.isEmpty())
+        return std::nullopt;
+    return items.first()->data(0, kApplicationRole).toString().toStdString();
+}
+
+void MainWindow::updateActions() {
+    const bool selected = selectedApplication().has_value();
+    exportAction_->setEnabled(selected);
+    deleteAction_->setEnabled(selected);
+}
+
+void MainWindow::exportApplication() {
+    const auto application = selectedApplication();
+    if (!application)
+        return;
+    const QString title = tr("Couldn’t export “%1”").arg(qs(*application));
+    const QString documents = QStandardPaths::writableLocation(QStandardPaths::DocumentsLocation);
+    const QString destination = QFileDialog::getSaveFileName(
+        this, tr("Export Application"),
+        documents + "/" + qs(*application) + qs(std::string(AppArchive::kExtension)),
+        tr("Varnel application archives (*.varnel.zip)"));
+    if (destination.isEmpty())
+        return;
+
+    QProgressDialog* progress = busy(this, tr("Exporting “%1”…").arg(qs(*application)));
+    auto* watcher = new QFutureWatcher<QString>(this);
+    const std::filesystem::path target = destination.toStdString();
+    const std::string name = *application;
+    FlowLibrary* library = &library_;
+    watcher->setFuture(QtConcurrent::run([library, name, target, progress]() -> QString {
+        try {
+            const auto flows = library->exportApplication(name, target, [progress](double done) {
+                QMetaObject::invokeMethod(progress, "setValue", Qt::QueuedConnection,
+                                          Q_ARG(int, static_cast<int>(done * 100)));
+            });
+            return flows == 0 ? tr("Nothing to export") : QString();
+        } catch (const std::exception& e) {
+            return QString::fromStdString(e.what());
+        }
+    }));
+    connect(watcher, &QFutureWatcher<QString>::finished, this,
+            [this, watcher, progress, title, destination] {
+                progress->deleteLater();
+                watcher->deleteLater();
+                const QString problem = watcher->result();
+                if (problem == tr("Nothing to export"))
+                    QMessageBox::information(this, problem, problem);
+                else if (!problem.isEmpty())
+                    showError(this, title, problem);
+                else
+                    status_->setText(tr("Exported to %1").arg(destination));
+            });
+}
+
+void MainWindow::importApplication() {
+    const QString zipFile = QFileDialog::getOpenFileName(
+        this, tr("Import Application"),
+        QStandardPaths::writableLocation(QStandardPaths::DownloadLocation),
+        tr("Varnel application archives (*.varnel.zip *.zip)"));
+    if (!zipFile.isEmpty())
+        importInspected(zipFile.toStdString());
+}
+
+void MainWindow::importInspected(const std::string& zipFile) {
+    QProgressDialog* progress = busy(this, tr("Reading the archive…"));
+    progress->setRange(0, 0);
+    using Outcome = std::variant<FlowLibrary::ArchiveInspection, QString>;
+    auto* watcher = new QFutureWatcher<Outcome>(this);
+    const FlowLibrary* library = &library_;
+    watcher->setFuture(QtConcurrent::run([library, zipFile]() -> Outcome {
+        try {
+            return library->inspectArchive(zipFile);
+        } catch (const std::exception& e) {
+            return QString::fromStdString(e.what());
+        }
+    }));
+    connect(watcher, &QFutureWatcher<Outcome>::finished, this, [this, watcher, progress] {
+        progress->deleteLater();
+        watcher->deleteLater();
+        const Outcome outcome = watcher->result();
+        if (const auto* problem = std::get_if<QString>(&outcome)) {
+            showError(this, tr("Couldn’t import the archive"), *problem);
+            return;
+        }
+        const auto& inspection = std::get<FlowLibrary::ArchiveInspection>(outcome);
+        ImportConflictResolution resolution = ImportConflictResolution::replace;
+        if (inspection.conflicts > 0) {
+            QMessageBox question(QMessageBox::Question,
+                                 qs(AppArchive::conflictQuestion(inspection.conflicts)),
+                                 qs(AppArchive::conflictQuestion(inspection.conflicts)),
+                                 QMessageBox::NoButton, this);
+            question.setInformativeText(qs(std::string(AppArchive::kConflictExplanation)));
+            QPushButton* replace = question.addButton(tr("Replace"), QMessageBox::AcceptRole);
+            QPushButton* duplicate = question.addButton(tr("Duplicate"), QMessageBox::AcceptRole);
+            question.addButton(QMessageBox::Cancel);
+            question.setDefaultButton(duplicate);
+            question.exec();
+            if (question.clickedButton() != replace && question.clickedButton() != duplicate) {
+                inspection.extracted.cleanup();
+                return;
+            }
+            if (question.clickedButton() == duplicate)
+                resolution = ImportConflictResolution::duplicate;
+        }
+        try {
+            const ImportResult result = library_.importArchive(inspection.extracted, resolution);
+            status_->setText(tr("Imported %1 flows into “%2”")
+                                 .arg(result.folders.size())
+                                 .arg(qs(result.application)));
+            if (!result.skipped.empty()) {
+                QStringList reasons;
+                for (const auto& why : result.skipped)
+                    reasons << qs(why);
+                showError(this, tr("Some flows couldn’t be imported"), reasons.join("\n"));
+            }
+        } catch (const std::exception& e) {
+            showError(this, tr("Couldn’t import the archive"), qs(e.what()));
+        }
+    });
+}
+
+void MainWindow::deleteApplication() {
+    const auto application = selectedApplication();
+    if (!application)
+        return;
+    QMessageBox confirm(QMessageBox::Warning, tr("Delete “%1”?").arg(qs(*application)),
+                        tr("Delete “%1”?").arg(qs(*application)), QMessageBox::Cancel, this);
+    confirm.setInformativeText(
+        tr("Every flow of the application and all its screens are deleted. This can’t be undone."));
+    QPushButton* remove = confirm.addButton(tr("Delete"), QMessageBox::DestructiveRole);
+    confirm.exec();
+    if (confirm.clickedButton() != remove)
+        return;
+    try {
+        library_.deleteApplication(*application);
+    } catch (const std::exception& e) {
+        showError(this, tr("Couldn’t delete “%1”").arg(qs(*application)), qs(e.what()));
+    }
 }
 
 void MainWindow::refresh() {
     tree_->clear();
     std::map<std::string, std::map<std::string, std::vector<const FlowSummary*>>> grouped;
     for (const auto& s : library_.summaries())
-        grouped[s.application.value_or("Sans application")][s.categoryL1.value_or("Uncategorized")]
-            .push_back(&s);
+        grouped[s.application.value_or(std::string(AppArchive::kSansApplication))]
+               [s.categoryL1.value_or("Uncategorized")]
+                   .push_back(&s);
     for (const auto& [app, categories] : grouped) {
         auto* appItem = new QTreeWidgetItem(tree_, {qs(app)});
+        appItem->setData(0, kApplicationRole, qs(app));
         for (const auto& [category, flows] : categories) {
             auto* categoryItem = new QTreeWidgetItem(appItem, {qs(category)});
-            for (const FlowSummary* flow : flows)
-                new QTreeWidgetItem(categoryItem,
-                                    {qs(flow->name), QString::number(flow->screenCount)});
+            categoryItem->setData(0, kApplicationRole, qs(app));
+            for (const FlowSummary* flow : flows) {
+                auto* item = new QTreeWidgetItem(
+                    categoryItem, {qs(flow->name), QString::number(flow->screenCount)});
+                item->setData(0, kApplicationRole, qs(app));
+            }
         }
     }
     tree_->expandAll();
+    updateActions();
 
     const auto flows = library_.summaries().size();
     QString text = tr("Library: %1 — %2 %3")

@@ -122,7 +122,8 @@ TEST_F(CliTest, ExportAndImportApplications) {
 
     writeFile(dir / "plain.zip", "not a zip");
     Result broken = cli({"import-app", (dir / "plain.zip").string()});
-    EXPECT_EQ(broken.err, "varnel-cli: Couldn’t import the archive: The file couldn’t be unzipped.\n");
+    EXPECT_EQ(broken.err,
+              "varnel-cli: Couldn’t import the archive: The file couldn’t be unzipped.\n");
 }
 
 TEST_F(CliTest, UsageErrorsAndHelp) {

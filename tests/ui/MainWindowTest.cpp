@@ -2,6 +2,7 @@
 #include "library/FlowLibrary.h"
 #include "support/TestLibrary.h"
 
+#include <QAction>
 #include <QApplication>
 #include <QLabel>
 #include <QStatusBar>
@@ -42,6 +43,16 @@ TEST(MainWindowTest, ShowsApplicationsCategoriesAndFlowsAndFollowsChanges) {
     auto* status = window.statusBar()->findChild<QLabel*>();
     ASSERT_TRUE(status);
     EXPECT_TRUE(status->text().endsWith("3 flows")) << status->text().toStdString();
+
+    auto* exportAction = window.findChild<QAction*>();
+    for (QAction* action : window.findChildren<QAction*>())
+        if (action->text() == "Export Application…")
+            exportAction = action;
+    ASSERT_EQ(exportAction->text(), "Export Application…");
+    EXPECT_FALSE(exportAction->isEnabled()) << "nothing selected yet";
+    tree->setCurrentItem(tree->topLevelItem(0)->child(0)->child(1));
+    EXPECT_TRUE(exportAction->isEnabled());
+    EXPECT_EQ(window.selectedApplication(), "Acme") << "a flow's row stands for its application";
 
     library.deleteFlow(SampleLibrary::transfer);
     EXPECT_EQ(tree->topLevelItemCount(), 1);
