@@ -2,11 +2,13 @@
 BUILD      ?= build
 ASAN_BUILD ?= build-asan
 BENCH_BUILD ?= build-bench
+FUZZ_BUILD ?= build-fuzz
+FUZZ_SECONDS ?= 30
 JOBS       ?= $(shell nproc)
 WERROR     := $(if $(CI),ON,OFF)
 CMAKE_COMMON := -G Ninja -DCMAKE_CXX_COMPILER_LAUNCHER=ccache -DVARNEL_WERROR=$(WERROR)
 
-.PHONY: all deps build run test test-asan bench format clean
+.PHONY: all deps build run test test-asan fuzz bench format clean
 
 all: build
 
@@ -25,12 +27,25 @@ run: build
 test: build
 	cd $(BUILD) && ctest --output-on-failure -j $(JOBS)
 	$(MAKE) --no-print-directory test-asan
+	$(MAKE) --no-print-directory fuzz
 
 # Unit tests once more under AddressSanitizer and UndefinedBehaviorSanitizer.
 test-asan: deps
 	cmake -S . -B $(ASAN_BUILD) $(CMAKE_COMMON) -DCMAKE_BUILD_TYPE=Debug -DVARNEL_SANITIZE=ON -DVARNEL_BENCH=OFF
 	cmake --build $(ASAN_BUILD) -j $(JOBS)
 	cd $(ASAN_BUILD) && ctest --output-on-failure -j $(JOBS) -L unit
+
+# A short libFuzzer run over the archive extractor and manifest reader, when clang is there.
+fuzz: deps
+	@if command -v clang++ >/dev/null 2>&1; then \
+	  cmake -S . -B $(FUZZ_BUILD) -G Ninja -DCMAKE_CXX_COMPILER=clang++ \
+	    -DCMAKE_CXX_COMPILER_LAUNCHER=ccache -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+	    -DVARNEL_FUZZ=ON -DVARNEL_BENCH=OFF && \
+	  cmake --build $(FUZZ_BUILD) --target archive_fuzzer -j $(JOBS) && \
+	  mkdir -p $(FUZZ_BUILD)/corpus && cp fuzz/corpus/* $(FUZZ_BUILD)/corpus/ && \
+	  $(FUZZ_BUILD)/fuzz/archive_fuzzer -max_total_time=$(FUZZ_SECONDS) -rss_limit_mb=4096 \
+	    $(FUZZ_BUILD)/corpus; \
+	else echo "fuzz: clang++ not found, skipped"; fi
 
 bench: deps
 	cmake -S . -B $(BENCH_BUILD) $(CMAKE_COMMON) -DCMAKE_BUILD_TYPE=Release -DVARNEL_BENCH=ON
@@ -42,4 +57,4 @@ format:
 	find src tests bench -name '*.cpp' -o -name '*.h' | xargs clang-format -i
 
 clean:
-	rm -rf $(BUILD) $(ASAN_BUILD) $(BENCH_BUILD)
+	rm -rf $(BUILD) $(ASAN_BUILD) $(BENCH_BUILD) $(FUZZ_BUILD)
