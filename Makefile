@@ -26,8 +26,8 @@ run: build
 
 test: build
 	cd $(BUILD) && ctest --output-on-failure -j $(JOBS)
-	$(MAKE) --no-print-directory test-asan
 	$(MAKE) --no-print-directory fuzz
+	$(MAKE) --no-print-directory test-asan
 
 # Unit tests once more under AddressSanitizer and UndefinedBehaviorSanitizer.
 test-asan: deps
