@@ -4,6 +4,7 @@
 #include "library/FlowLibrary.h"
 
 #include <QApplication>
+#include <QDir>
 #include <QFileDialog>
 #include <QFutureWatcher>
 #include <QHeaderView>
@@ -34,6 +35,12 @@ void showError(QWidget* parent, const QString& title, const QString& description
     QMessageBox box(QMessageBox::Warning, title, title, QMessageBox::Ok, parent);
     box.setInformativeText(description);
     box.exec();
+}
+
+// A standard folder to start a file dialog in, or the home folder when it doesn't exist.
+QString startFolder(QStandardPaths::StandardLocation location) {
+    const QString folder = QStandardPaths::writableLocation(location);
+    return QDir(folder).exists() ? folder : QDir::homePath();
 }
 
 QProgressDialog* busy(QWidget* parent, const QString& text) {
@@ -94,7 +101,7 @@ void MainWindow::exportApplication() {
     if (!application)
         return;
     const QString title = tr("Couldn’t export “%1”").arg(qs(*application));
-    const QString documents = QStandardPaths::writableLocation(QStandardPaths::DocumentsLocation);
+    const QString documents = startFolder(QStandardPaths::DocumentsLocation);
     const QString destination = QFileDialog::getSaveFileName(
         this, tr("Export Application"),
         documents + "/" + qs(*application) + qs(std::string(AppArchive::kExtension)),
@@ -134,8 +141,7 @@ void MainWindow::exportApplication() {
 
 void MainWindow::importApplication() {
     const QString zipFile = QFileDialog::getOpenFileName(
-        this, tr("Import Application"),
-        QStandardPaths::writableLocation(QStandardPaths::DownloadLocation),
+        this, tr("Import Application"), startFolder(QStandardPaths::DownloadLocation),
         tr("Varnel application archives (*.varnel.zip *.zip)"));
     if (!zipFile.isEmpty())
         importInspected(zipFile.toStdString());
@@ -155,6 +161,7 @@ void MainWindow::importInspected(const std::string& zipFile) {
         }
     }));
     connect(watcher, &QFutureWatcher<Outcome>::finished, this, [this, watcher, progress] {
+        progress->close();
         progress->deleteLater();
         watcher->deleteLater();
         const Outcome outcome = watcher->result();
@@ -205,9 +212,14 @@ void MainWindow::deleteApplication() {
         return;
     QMessageBox confirm(QMessageBox::Warning, tr("Delete “%1”?").arg(qs(*application)),
                         tr("Delete “%1”?").arg(qs(*application)), QMessageBox::Cancel, this);
+    const auto flows =
+        AppArchive::flowsOf(LibraryIndex{library_.summaries(), {}}, *application).size();
     confirm.setInformativeText(
-        tr("Every flow of the application and all its screens are deleted. This can’t be undone."));
+        (flows == 1 ? tr("Its flow and all its screens are deleted.")
+                    : tr("Its %1 flows and all their screens are deleted.").arg(flows)) +
+        " " + tr("This can’t be undone."));
     QPushButton* remove = confirm.addButton(tr("Delete"), QMessageBox::DestructiveRole);
+    confirm.setDefaultButton(QMessageBox::Cancel);
     confirm.exec();
     if (confirm.clickedButton() != remove)
         return;
