@@ -2,6 +2,7 @@
 
 #include "library/AppArchive.h"
 #include "library/FlowLibrary.h"
+#include "organization/LibraryGrouping.h"
 
 #include <QApplication>
 #include <QDir>
@@ -18,7 +19,7 @@
 #include <QTreeWidget>
 #include <QtConcurrent>
 
-#include <map>
+#include <algorithm>
 #include <variant>
 
 namespace varnel {
@@ -232,20 +233,23 @@ void MainWindow::deleteApplication() {
 
 void MainWindow::refresh() {
     tree_->clear();
-    std::map<std::string, std::map<std::string, std::vector<const FlowSummary*>>> grouped;
-    for (const auto& s : library_.summaries())
-        grouped[s.application.value_or(std::string(AppArchive::kSansApplication))]
-               [s.categoryL1.value_or("Uncategorized")]
-                   .push_back(&s);
-    for (const auto& [app, categories] : grouped) {
+    // Applications by name, "Sans application" after them; categories in the user's order.
+    std::vector<std::string> applications = library_.applications();
+    const bool sansApplication =
+        std::any_of(library_.summaries().begin(), library_.summaries().end(),
+                    [](const FlowSummary& f) { return !f.application; });
+    if (sansApplication)
+        applications.emplace_back(AppArchive::kSansApplication);
+    for (const auto& app : applications) {
         auto* appItem = new QTreeWidgetItem(tree_, {qs(app)});
         appItem->setData(0, kApplicationRole, qs(app));
-        for (const auto& [category, flows] : categories) {
-            auto* categoryItem = new QTreeWidgetItem(appItem, {qs(category)});
+        const auto flows = AppArchive::flowsOf(LibraryIndex{library_.summaries(), {}}, app);
+        for (const auto& group : LibraryGrouping::group(flows, library_.categoryOrder())) {
+            auto* categoryItem = new QTreeWidgetItem(appItem, {qs(group.name)});
             categoryItem->setData(0, kApplicationRole, qs(app));
-            for (const FlowSummary* flow : flows) {
+            for (const FlowSummary& flow : group.flows) {
                 auto* item = new QTreeWidgetItem(
-                    categoryItem, {qs(flow->name), QString::number(flow->screenCount)});
+                    categoryItem, {qs(flow.name), QString::number(flow.screenCount)});
                 item->setData(0, kApplicationRole, qs(app));
             }
         }

@@ -54,6 +54,11 @@ TEST(MainWindowTest, ShowsApplicationsCategoriesAndFlowsAndFollowsChanges) {
     EXPECT_TRUE(exportAction->isEnabled());
     EXPECT_EQ(window.selectedApplication(), "Acme") << "a flow's row stands for its application";
 
+    library.createEmptyFlow("Acme", "Pay", std::string("Payments"), Date{});
+    library.moveCategory("Payments", std::string("Onboarding"));
+    EXPECT_EQ(tree->topLevelItem(0)->child(0)->text(0), "Payments") << "the user's category order";
+    library.deleteFlow("acme/payments/pay");
+
     library.deleteFlow(SampleLibrary::transfer);
     EXPECT_EQ(tree->topLevelItemCount(), 1);
     EXPECT_TRUE(status->text().endsWith("2 flows"));
