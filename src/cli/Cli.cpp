@@ -1,6 +1,7 @@
 #include "cli/Cli.h"
 
 #include "app/AppSettings.h"
+#include "app/LibraryLock.h"
 #include "library/AppArchive.h"
 #include "library/ArchiveImport.h"
 #include "library/Errors.h"
@@ -246,6 +247,10 @@ int importApp(Invocation& inv, FlowStore& store, std::ostream& out, std::ostream
     }
 }
 
+bool changesLibrary(const std::string& command) {
+    return command != "list" && command != "check" && command != "export-app";
+}
+
 } // namespace
 
 int run(const std::vector<std::string>& args, std::ostream& out, std::ostream& err) {
@@ -276,6 +281,15 @@ int run(const std::vector<std::string>& args, std::ostream& out, std::ostream& e
         auto command = commands.find(inv.command);
         if (command == commands.end())
             throw UsageError("unknown command “" + inv.command + "”");
+        std::optional<LibraryLock> lock;
+        if (changesLibrary(inv.command)) {
+            FileOps::createDirectory(store.root(), true);
+            lock = LibraryLock::acquire(store.root());
+            if (!lock)
+                throw LibraryError("The library at " + store.root().string() +
+                                   " is open in Varnel; make the change there, or quit Varnel "
+                                   "first.");
+        }
         return command->second();
     } catch (const UsageError& e) {
         err << "varnel-cli: " << e.what() << "\nTry “varnel-cli --help”.\n";

@@ -1,8 +1,15 @@
 #include "app/AppSettings.h"
+#include "app/LibraryLock.h"
+#include "library/FileOps.h"
 #include "library/FlowLibrary.h"
 #include "ui/MainWindow.h"
 
 #include <QApplication>
+#include <QCommandLineParser>
+#include <QCryptographicHash>
+#include <QLocalServer>
+#include <QLocalSocket>
+#include <QMessageBox>
 #include <QPalette>
 #include <QStyleFactory>
 
@@ -27,6 +34,24 @@ void applyAppearance(varnel::Appearance appearance) {
     QApplication::setPalette(dark);
 }
 
+// One name per library, so that a second start on the same library reaches the first.
+QString instanceName(const std::filesystem::path& root) {
+    std::error_code ec;
+    const auto canonical = std::filesystem::weakly_canonical(root, ec);
+    const QByteArray key = QByteArray::fromStdString((ec ? root : canonical).string());
+    return "varnel-" + QCryptographicHash::hash(key, QCryptographicHash::Sha1).toHex().left(20);
+}
+
+bool activateRunningInstance(const QString& name) {
+    QLocalSocket socket;
+    socket.connectToServer(name);
+    if (!socket.waitForConnected(2000))
+        return false;
+    socket.write("activate\n");
+    socket.waitForBytesWritten(2000);
+    return true;
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -35,13 +60,60 @@ int main(int argc, char** argv) {
     QApplication::setApplicationName("Varnel");
     QApplication::setApplicationVersion(VARNEL_VERSION);
 
+    QCommandLineParser parser;
+    parser.setApplicationDescription("Collect and study the screens of mobile apps.");
+    parser.addHelpOption();
+    parser.addVersionOption();
+    const QCommandLineOption libraryOption(
+        "library", "Open the library in DIR for this run (the setting is left as it is).", "DIR");
+    parser.addOption(libraryOption);
+    parser.process(app);
+
     varnel::AppSettings settings;
     applyAppearance(settings.appearance());
-    varnel::FlowLibrary library{varnel::FlowStore(settings.rootFolderPath())};
-    library.open();
+    const std::filesystem::path root = parser.isSet(libraryOption)
+                                           ? parser.value(libraryOption).toStdString()
+                                           : settings.rootFolderPath();
+    std::optional<varnel::LibraryLock> lock;
+    try {
+        varnel::FileOps::createDirectory(root, true);
+        lock = varnel::LibraryLock::acquire(root);
+    } catch (const std::exception& e) {
+        QMessageBox::critical(nullptr, "Varnel", QObject::tr("Couldn’t open the library"),
+                              QMessageBox::Ok);
+        qCritical("Couldn’t open the library: %s", e.what());
+        return 1;
+    }
+    const QString name = instanceName(root);
+    if (!lock) {
+        if (activateRunningInstance(name))
+            return 0;
+        QMessageBox::warning(
+            nullptr, "Varnel",
+            QObject::tr("The library at %1 is being changed by another program. Try again "
+                        "when it is done.")
+                .arg(QString::fromStdString(root.string())));
+        return 1;
+    }
 
+    varnel::FlowLibrary library{varnel::FlowStore(root)};
+    library.open();
     varnel::MainWindow window(library);
+    const auto folder = root.filename().empty() ? root.parent_path().filename() : root.filename();
+    window.setWindowTitle("Varnel — " + QString::fromStdString(folder.string()));
     window.resize(1100, 720);
     window.show();
+
+    QLocalServer server;
+    QLocalServer::removeServer(name);
+    server.listen(name);
+    QObject::connect(&server, &QLocalServer::newConnection, &window, [&] {
+        while (QLocalSocket* peer = server.nextPendingConnection()) {
+            QObject::connect(peer, &QLocalSocket::disconnected, peer, &QObject::deleteLater);
+            window.showNormal();
+            window.raise();
+            window.activateWindow();
+        }
+    });
     return app.exec();
 }

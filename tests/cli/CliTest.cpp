@@ -1,4 +1,5 @@
 #include "cli/Cli.h"
+#include "app/LibraryLock.h"
 #include "support/TestLibrary.h"
 
 #include <gtest/gtest.h>
@@ -124,6 +125,22 @@ TEST_F(CliTest, ExportAndImportApplications) {
     Result broken = cli({"import-app", (dir / "plain.zip").string()});
     EXPECT_EQ(broken.err,
               "varnel-cli: Couldn’t import the archive: The file couldn’t be unzipped.\n");
+}
+
+TEST_F(CliTest, ChangesWaitForTheAppToLetGoOfTheLibrary) {
+    SampleLibrary sample(root);
+    {
+        auto held = LibraryLock::acquire(root);
+        ASSERT_TRUE(held);
+        EXPECT_FALSE(LibraryLock::acquire(root)) << "one holder at a time";
+        Result refused = cli({"create-flow", "--app", "A", "--name", "B"});
+        EXPECT_EQ(refused.code, cli::kFailed);
+        EXPECT_NE(refused.err.find("is open in Varnel"), std::string::npos);
+        EXPECT_EQ(cli({"list"}).code, cli::kSuccess) << "reading needs no lock";
+        EXPECT_EQ(cli({"check"}).code, cli::kSuccess);
+    }
+    EXPECT_EQ(cli({"create-flow", "--app", "A", "--name", "B"}).code, cli::kSuccess);
+    EXPECT_TRUE(LibraryLock::acquire(root)) << "released when the command ends";
 }
 
 TEST_F(CliTest, UsageErrorsAndHelp) {

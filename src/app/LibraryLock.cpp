@@ -1,0 +1,44 @@
+#include "app/LibraryLock.h"
+
+#include "library/Errors.h"
+
+#include <cerrno>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+#include <utility>
+
+namespace varnel {
+
+std::optional<LibraryLock> LibraryLock::acquire(const std::filesystem::path& root) {
+    const auto file = root / kFileName;
+    const int fd = ::open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0644);
+    if (fd < 0)
+        throw FileError("open the lock of", root, std::error_code(errno, std::generic_category()));
+    if (::flock(fd, LOCK_EX | LOCK_NB) != 0) {
+        const int error = errno;
+        ::close(fd);
+        if (error == EWOULDBLOCK)
+            return std::nullopt;
+        throw FileError("lock", root, std::error_code(error, std::generic_category()));
+    }
+    return LibraryLock(fd);
+}
+
+LibraryLock::LibraryLock(LibraryLock&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
+
+LibraryLock& LibraryLock::operator=(LibraryLock&& other) noexcept {
+    if (this != &other) {
+        if (fd_ >= 0)
+            ::close(fd_);
+        fd_ = std::exchange(other.fd_, -1);
+    }
+    return *this;
+}
+
+LibraryLock::~LibraryLock() {
+    if (fd_ >= 0)
+        ::close(fd_);
+}
+
+} // namespace varnel

@@ -1,0 +1,62 @@
+#include "app/LibraryLock.h"
+#include "support/TestLibrary.h"
+
+#include <QCoreApplication>
+#include <QDeadlineTimer>
+#include <QProcess>
+#include <QThread>
+
+#include <gtest/gtest.h>
+
+using namespace varnel;
+using namespace varnel::test;
+
+namespace {
+
+QProcess* startVarnel(const fs::path& library, const fs::path& home, QObject* parent) {
+    auto* process = new QProcess(parent);
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert("QT_QPA_PLATFORM", "offscreen");
+    env.insert("XDG_CONFIG_HOME", QString::fromStdString((home / "config").string()));
+    env.insert("XDG_RUNTIME_DIR", QString::fromStdString(home.string()));
+    process->setProcessEnvironment(env);
+    process->start(VARNEL_APP_PATH, {"--library", QString::fromStdString(library.string())});
+    return process;
+}
+
+// Waits until the running app holds the library, which it takes before it shows its window.
+bool heldBySomeoneElse(const fs::path& library) {
+    QDeadlineTimer deadline(30000);
+    while (!deadline.hasExpired()) {
+        if (fs::exists(library) && !LibraryLock::acquire(library))
+            return true;
+        QThread::msleep(50);
+    }
+    return false;
+}
+
+} // namespace
+
+TEST(StartupTest, OneVarnelPerLibraryAndASecondStartHandsOverToTheFirst) {
+    TempDir dir;
+    const fs::path library = dir / "New Library";
+    QObject owner;
+    QProcess* first = startVarnel(library, dir.path(), &owner);
+    ASSERT_TRUE(first->waitForStarted(30000));
+    ASSERT_TRUE(heldBySomeoneElse(library)) << "the app creates the library and locks it";
+
+    QProcess* second = startVarnel(library, dir.path(), &owner);
+    ASSERT_TRUE(second->waitForFinished(30000));
+    EXPECT_EQ(second->exitCode(), 0) << "it asked the first to come forward and left";
+    EXPECT_EQ(first->state(), QProcess::Running);
+
+    first->terminate();
+    ASSERT_TRUE(first->waitForFinished(30000));
+    EXPECT_TRUE(LibraryLock::acquire(library)) << "the lock goes with the process";
+}
+
+int main(int argc, char** argv) {
+    QCoreApplication app(argc, argv);
+    ::testing::InitGoogleTest(&argc, argv);
+    return RUN_ALL_TESTS();
+}
