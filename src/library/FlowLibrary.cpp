@@ -19,6 +19,11 @@ void FlowLibrary::open() {
     reload();
 }
 
+void FlowLibrary::setRoot(const std::filesystem::path& root) {
+    store_ = FlowStore(root);
+    open();
+}
+
 void FlowLibrary::reload() {
     metaCache_.clear();
     try {

@@ -32,6 +32,8 @@ public:
 
     // Recovers what a crash left behind, then loads the index.
     void open();
+    // Switches to the library at `root` and opens it.
+    void setRoot(const std::filesystem::path& root);
     void reload();
 
     const std::vector<std::string>& applications() const { return applications_; }

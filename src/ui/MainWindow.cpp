@@ -3,6 +3,7 @@
 #include "library/AppArchive.h"
 #include "library/FlowLibrary.h"
 #include "organization/LibraryGrouping.h"
+#include "ui/SettingsWindow.h"
 
 #include <QApplication>
 #include <QDir>
@@ -55,8 +56,8 @@ QProgressDialog* busy(QWidget* parent, const QString& text) {
 
 } // namespace
 
-MainWindow::MainWindow(FlowLibrary& library, QWidget* parent)
-    : QMainWindow(parent), library_(library), tree_(new QTreeWidget(this)),
+MainWindow::MainWindow(FlowLibrary& library, AppSettings& settings, QWidget* parent)
+    : QMainWindow(parent), library_(library), settings_(settings), tree_(new QTreeWidget(this)),
       status_(new QLabel(this)) {
     setWindowTitle("Varnel");
     tree_->setColumnCount(2);
@@ -76,6 +77,10 @@ MainWindow::MainWindow(FlowLibrary& library, QWidget* parent)
     file->addSeparator();
     deleteAction_ =
         file->addAction(tr("Delete Application…"), this, &MainWindow::deleteApplication);
+    file->addSeparator();
+    QAction* preferences = file->addAction(tr("Settings…"), this, &MainWindow::showSettings);
+    preferences->setShortcut(QKeySequence(tr("Ctrl+,")));
+    preferences->setMenuRole(QAction::PreferencesRole);
     file->addSeparator();
     file->addAction(tr("Quit"), qApp, &QApplication::quit)->setShortcut(QKeySequence::Quit);
 
@@ -205,6 +210,18 @@ void MainWindow::importInspected(const std::string& zipFile) {
             showError(this, tr("Couldn’t import the archive"), qs(e.what()));
         }
     });
+}
+
+void MainWindow::showSettings() {
+    auto* window = findChild<SettingsWindow*>();
+    if (!window) {
+        window = new SettingsWindow(settings_, this);
+        connect(window, &SettingsWindow::libraryFolderChosen, this,
+                &MainWindow::libraryFolderChosen);
+    }
+    window->show();
+    window->raise();
+    window->activateWindow();
 }
 
 void MainWindow::deleteApplication() {

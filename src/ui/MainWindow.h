@@ -11,6 +11,7 @@ class QAction;
 
 namespace varnel {
 
+class AppSettings;
 class FlowLibrary;
 
 // The library at a glance: applications, their categories and flows, and the commands that
@@ -19,7 +20,7 @@ class MainWindow : public QMainWindow {
     Q_OBJECT
 
 public:
-    explicit MainWindow(FlowLibrary& library, QWidget* parent = nullptr);
+    MainWindow(FlowLibrary& library, AppSettings& settings, QWidget* parent = nullptr);
 
     // The application of the selected row, if any.
     std::optional<std::string> selectedApplication() const;
@@ -27,6 +28,11 @@ public:
     void exportApplication();
     void importApplication();
     void deleteApplication();
+    void showSettings();
+
+signals:
+    // The user chose another library folder in the settings.
+    void libraryFolderChosen(const QString& folder);
 
 private:
     void refresh();
@@ -34,6 +40,7 @@ private:
     void importInspected(const std::string& zipFile);
 
     FlowLibrary& library_;
+    AppSettings& settings_;
     QTreeWidget* tree_;
     QLabel* status_;
     QAction* exportAction_;

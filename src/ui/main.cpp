@@ -2,6 +2,7 @@
 #include "app/LibraryLock.h"
 #include "library/FileOps.h"
 #include "library/FlowLibrary.h"
+#include "ui/Appearance.h"
 #include "ui/MainWindow.h"
 
 #include <QApplication>
@@ -10,29 +11,8 @@
 #include <QLocalServer>
 #include <QLocalSocket>
 #include <QMessageBox>
-#include <QPalette>
-#include <QStyleFactory>
 
 namespace {
-
-void applyAppearance(varnel::Appearance appearance) {
-    if (appearance == varnel::Appearance::system)
-        return;
-    QApplication::setStyle(QStyleFactory::create("Fusion"));
-    if (appearance == varnel::Appearance::light)
-        return;
-    QPalette dark;
-    dark.setColor(QPalette::Window, QColor(37, 37, 40));
-    dark.setColor(QPalette::WindowText, QColor(230, 230, 232));
-    dark.setColor(QPalette::Base, QColor(28, 28, 30));
-    dark.setColor(QPalette::AlternateBase, QColor(44, 44, 48));
-    dark.setColor(QPalette::Text, QColor(230, 230, 232));
-    dark.setColor(QPalette::Button, QColor(48, 48, 52));
-    dark.setColor(QPalette::ButtonText, QColor(230, 230, 232));
-    dark.setColor(QPalette::Highlight, QColor(10, 132, 255));
-    dark.setColor(QPalette::HighlightedText, Qt::white);
-    QApplication::setPalette(dark);
-}
 
 // One name per library, so that a second start on the same library reaches the first.
 QString instanceName(const std::filesystem::path& root) {
@@ -70,7 +50,7 @@ int main(int argc, char** argv) {
     parser.process(app);
 
     varnel::AppSettings settings;
-    applyAppearance(settings.appearance());
+    varnel::applyAppearance(settings.appearance(), settings.accent());
     const std::filesystem::path root = parser.isSet(libraryOption)
                                            ? parser.value(libraryOption).toStdString()
                                            : settings.rootFolderPath();
@@ -98,9 +78,32 @@ int main(int argc, char** argv) {
 
     varnel::FlowLibrary library{varnel::FlowStore(root)};
     library.open();
-    varnel::MainWindow window(library);
-    const auto folder = root.filename().empty() ? root.parent_path().filename() : root.filename();
-    window.setWindowTitle("Varnel — " + QString::fromStdString(folder.string()));
+    varnel::MainWindow window(library, settings);
+    auto showTitle = [&window](const std::filesystem::path& path) {
+        const auto folder =
+            path.filename().empty() ? path.parent_path().filename() : path.filename();
+        window.setWindowTitle("Varnel — " + QString::fromStdString(folder.string()));
+    };
+    showTitle(root);
+    QObject::connect(&window, &varnel::MainWindow::libraryFolderChosen, &window,
+                     [&](const QString& chosen) {
+                         const std::filesystem::path next = chosen.toStdString();
+                         std::optional<varnel::LibraryLock> nextLock;
+                         try {
+                             nextLock = varnel::LibraryLock::acquire(next);
+                         } catch (const std::exception&) {
+                         }
+                         if (!nextLock) {
+                             QMessageBox::warning(&window, "Varnel",
+                                                  QObject::tr("Another program is using that "
+                                                              "library, so Varnel can’t open it."));
+                             return;
+                         }
+                         lock = std::move(nextLock);
+                         settings.setRootFolderPath(next.string());
+                         library.setRoot(next);
+                         showTitle(next);
+                     });
     window.resize(1100, 720);
     window.show();
 

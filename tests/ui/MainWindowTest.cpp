@@ -1,4 +1,5 @@
 #include "ui/MainWindow.h"
+#include "app/AppSettings.h"
 #include "library/FlowLibrary.h"
 #include "support/TestLibrary.h"
 
@@ -33,7 +34,9 @@ TEST(MainWindowTest, ShowsApplicationsCategoriesAndFlowsAndFollowsChanges) {
     TempDir dir;
     SampleLibrary sample(dir / "Library");
     FlowLibrary library{FlowStore(sample.root)};
-    MainWindow window(library);
+    AppSettings settings(std::make_unique<QSettings>(
+        QString::fromStdString((dir / "settings.ini").string()), QSettings::IniFormat));
+    MainWindow window(library, settings);
     auto* tree = window.findChild<QTreeWidget*>();
     ASSERT_TRUE(tree);
     // Flows keep the user's order within their category.

@@ -1,0 +1,270 @@
+#include "ui/SettingsWindow.h"
+
+#include "app/AppSettings.h"
+#include "ui/Appearance.h"
+
+#include <QButtonGroup>
+#include <QCheckBox>
+#include <QColorDialog>
+#include <QDesktopServices>
+#include <QFileDialog>
+#include <QFormLayout>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QPixmap>
+#include <QPushButton>
+#include <QRadioButton>
+#include <QSlider>
+#include <QTabWidget>
+#include <QUrl>
+#include <QVBoxLayout>
+
+#include <algorithm>
+#include <cmath>
+#include <iterator>
+
+namespace varnel {
+
+namespace {
+
+QString qs(const std::string& text) {
+    return QString::fromStdString(text);
+}
+
+// A row of radio buttons acting as one segmented choice; ids are the options' positions.
+QButtonGroup* choice(QWidget* parent, QHBoxLayout* row, const QStringList& labels, int checked) {
+    auto* group = new QButtonGroup(parent);
+    for (int i = 0; i < labels.size(); ++i) {
+        auto* button = new QRadioButton(labels[i], parent);
+        group->addButton(button, i);
+        row->addWidget(button);
+    }
+    row->addStretch();
+    if (QAbstractButton* button = group->button(checked))
+        button->setChecked(true);
+    return group;
+}
+
+QSlider* slider(QWidget* parent, int min, int max, int value) {
+    auto* s = new QSlider(Qt::Horizontal, parent);
+    s->setRange(min, max);
+    s->setValue(value);
+    return s;
+}
+
+// A slider with its value written beside it.
+QHBoxLayout* withValue(QSlider* slider, const QString& format) {
+    auto* row = new QHBoxLayout;
+    auto* value = new QLabel(slider->parentWidget());
+    value->setMinimumWidth(60);
+    auto show = [value, format](int v) { value->setText(format.arg(v)); };
+    show(slider->value());
+    QObject::connect(slider, &QSlider::valueChanged, value, show);
+    row->addWidget(slider, 1);
+    row->addWidget(value);
+    return row;
+}
+
+QLabel* note(const QString& text, QWidget* parent) {
+    auto* label = new QLabel(text, parent);
+    label->setWordWrap(true);
+    label->setForegroundRole(QPalette::PlaceholderText);
+    return label;
+}
+
+} // namespace
+
+SettingsWindow::SettingsWindow(AppSettings& settings, QWidget* parent)
+    : QDialog(parent), settings_(settings), tabs_(new QTabWidget(this)) {
+    setWindowTitle(tr("Settings"));
+    tabs_->addTab(flowsTab(), tr("Flows"));
+    tabs_->addTab(appearanceTab(), tr("Appearance"));
+    tabs_->addTab(redactionTab(), tr("Redaction"));
+    tabs_->addTab(storageTab(), tr("Storage"));
+    tabs_->addTab(figmaTab(), tr("Figma"));
+    auto* layout = new QVBoxLayout(this);
+    layout->addWidget(tabs_);
+    resize(560, 420);
+
+    const auto remembered =
+        std::find(std::begin(kTabs), std::end(kTabs), settings_.settingsSelectedTab());
+    tabs_->setCurrentIndex(remembered == std::end(kTabs)
+                               ? 0
+                               : static_cast<int>(std::distance(std::begin(kTabs), remembered)));
+    connect(tabs_, &QTabWidget::currentChanged, this,
+            [this](int index) { settings_.setSettingsSelectedTab(kTabs[index]); });
+}
+
+QWidget* SettingsWindow::flowsTab() {
+    auto* tab = new QWidget(this);
+    auto* form = new QFormLayout(tab);
+
+    auto* height = slider(tab, static_cast<int>(AppSettings::kThumbnailHeightMin),
+                          static_cast<int>(AppSettings::kThumbnailHeightMax),
+                          static_cast<int>(settings_.thumbnailHeight()));
+    height->setObjectName("thumbnailHeight");
+    connect(height, &QSlider::valueChanged, this,
+            [this](int value) { settings_.setThumbnailHeight(value); });
+    form->addRow(tr("Thumbnail height"), withValue(height, tr("%1 pt")));
+
+    auto* layoutRow = new QHBoxLayout;
+    auto* captureView = choice(tab, layoutRow, {tr("Centered"), tr("Side panel")},
+                               settings_.captureView() == CaptureView::panel ? 1 : 0);
+    connect(captureView, &QButtonGroup::idClicked, this, [this](int id) {
+        settings_.setCaptureView(id == 1 ? CaptureView::panel : CaptureView::centered);
+    });
+    form->addRow(tr("Capture window"), layoutRow);
+
+    auto* shutter = new QCheckBox(tr("Play a shutter sound on capture"), tab);
+    shutter->setObjectName("shutterSoundEnabled");
+    shutter->setChecked(settings_.shutterSoundEnabled());
+    connect(shutter, &QCheckBox::toggled, this,
+            [this](bool on) { settings_.setShutterSoundEnabled(on); });
+    form->addRow(tr("Shutter"), shutter);
+    auto* volume =
+        slider(tab, 0, 100, static_cast<int>(std::lround(settings_.shutterVolume() * 100)));
+    volume->setObjectName("shutterVolume");
+    connect(volume, &QSlider::valueChanged, this,
+            [this](int value) { settings_.setShutterVolume(value / 100.0); });
+    form->addRow(tr("Volume"), withValue(volume, tr("%1 %")));
+    form->addRow(QString(), note(tr("The choice of sound comes with capture."), tab));
+    return tab;
+}
+
+QWidget* SettingsWindow::appearanceTab() {
+    auto* tab = new QWidget(this);
+    auto* form = new QFormLayout(tab);
+    auto* themeRow = new QHBoxLayout;
+    auto* theme = choice(tab, themeRow, {tr("System"), tr("Dark"), tr("Light")},
+                         static_cast<int>(settings_.appearance()));
+    theme->setObjectName("appearance");
+    connect(theme, &QButtonGroup::idClicked, this, [this](int id) {
+        settings_.setAppearance(static_cast<Appearance>(id));
+        applyAppearance(settings_.appearance(), settings_.accent());
+    });
+    form->addRow(tr("Appearance"), themeRow);
+
+    auto* accentRow = new QHBoxLayout;
+    auto* accent = choice(tab, accentRow, {tr("Blue"), tr("Purple"), tr("Green"), tr("Orange")},
+                          static_cast<int>(settings_.accent()));
+    connect(accent, &QButtonGroup::idClicked, this, [this](int id) {
+        settings_.setAccent(static_cast<Accent>(id));
+        applyAppearance(settings_.appearance(), settings_.accent());
+    });
+    form->addRow(tr("Accent colour"), accentRow);
+    return tab;
+}
+
+QWidget* SettingsWindow::redactionTab() {
+    auto* tab = new QWidget(this);
+    auto* layout = new QVBoxLayout(tab);
+    layout->addWidget(
+        note(tr("Presets for blurring sensitive areas — device light vs dark mode usually needs "
+                "different values. Pick the matching preset in the blur editor (top-right)."),
+             tab));
+    auto* presetRow = new QHBoxLayout;
+    preset_ = choice(tab, presetRow, {tr("Light captures"), tr("Dark captures")}, 0);
+    layout->addLayout(presetRow);
+
+    auto* form = new QFormLayout;
+    blur_ = slider(tab, 1, 150, 50);
+    blur_->setObjectName("blur");
+    form->addRow(tr("Blur"), withValue(blur_, tr("%1 px")));
+    color_ = new QPushButton(tab);
+    color_->setObjectName("color");
+    color_->setMinimumWidth(120);
+    auto* colorRow = new QHBoxLayout;
+    colorRow->addWidget(color_);
+    colorRow->addStretch();
+    form->addRow(tr("Color"), colorRow);
+    opacity_ = slider(tab, 0, 100, 35);
+    opacity_->setObjectName("opacity");
+    form->addRow(tr("Opacity"), withValue(opacity_, tr("%1 %")));
+    layout->addLayout(form);
+    layout->addStretch();
+
+    connect(preset_, &QButtonGroup::idClicked, this, [this] { showPresetStyle(); });
+    connect(blur_, &QSlider::valueChanged, this, [this] { editPresetStyle(); });
+    connect(opacity_, &QSlider::valueChanged, this, [this] { editPresetStyle(); });
+    connect(color_, &QPushButton::clicked, this, [this] {
+        const QColor chosen = QColorDialog::getColor(color_->property("tint").value<QColor>(), this,
+                                                     tr("Blur colour"));
+        if (!chosen.isValid())
+            return;
+        color_->setProperty("tint", chosen);
+        editPresetStyle();
+        showPresetStyle();
+    });
+    showPresetStyle();
+    return tab;
+}
+
+void SettingsWindow::showPresetStyle() {
+    const bool dark = preset_->checkedId() == 1;
+    const RedactStyle style = dark ? settings_.redactDark() : settings_.redactLight();
+    loadingStyle_ = true;
+    blur_->setValue(static_cast<int>(std::lround(style.blur)));
+    opacity_->setValue(static_cast<int>(std::lround(style.opacity * 100)));
+    const QColor tint =
+        QColor::fromRgbF(static_cast<float>(style.red), static_cast<float>(style.green),
+                         static_cast<float>(style.blue));
+    color_->setProperty("tint", tint);
+    color_->setText(tint.name());
+    color_->setStyleSheet(
+        QString("QPushButton { border-left: 18px solid %1; padding: 4px 8px; }").arg(tint.name()));
+    loadingStyle_ = false;
+}
+
+void SettingsWindow::editPresetStyle() {
+    if (loadingStyle_)
+        return;
+    const QColor tint = color_->property("tint").value<QColor>();
+    const RedactStyle style{tint.redF(), tint.greenF(), tint.blueF(), opacity_->value() / 100.0,
+                            static_cast<double>(blur_->value())};
+    if (preset_->checkedId() == 1)
+        settings_.setRedactDark(style);
+    else
+        settings_.setRedactLight(style);
+}
+
+QWidget* SettingsWindow::storageTab() {
+    auto* tab = new QWidget(this);
+    auto* form = new QFormLayout(tab);
+    rootLabel_ = new QLabel(qs(settings_.rootFolderPath()), tab);
+    rootLabel_->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    rootLabel_->setWordWrap(true);
+    form->addRow(tr("Library folder"), rootLabel_);
+    auto* buttons = new QHBoxLayout;
+    auto* choose = new QPushButton(tr("Choose…"), tab);
+    auto* show = new QPushButton(tr("Show in File Manager"), tab);
+    buttons->addWidget(choose);
+    buttons->addWidget(show);
+    buttons->addStretch();
+    form->addRow(QString(), buttons);
+    connect(choose, &QPushButton::clicked, this, [this] {
+        const QString folder = QFileDialog::getExistingDirectory(
+            this, tr("Choose the library folder"), qs(settings_.rootFolderPath()));
+        if (!folder.isEmpty())
+            emit libraryFolderChosen(folder);
+    });
+    connect(show, &QPushButton::clicked, this, [this] {
+        QDesktopServices::openUrl(QUrl::fromLocalFile(qs(settings_.rootFolderPath())));
+    });
+    connect(&settings_, &AppSettings::changed, this, [this](const QString& key) {
+        if (key == "rootFolderPath")
+            rootLabel_->setText(qs(settings_.rootFolderPath()));
+    });
+    return tab;
+}
+
+QWidget* SettingsWindow::figmaTab() {
+    auto* tab = new QWidget(this);
+    auto* layout = new QVBoxLayout(tab);
+    layout->addWidget(note(tr("Your Figma token and account appear here once the Figma "
+                              "integration is available."),
+                           tab));
+    layout->addStretch();
+    return tab;
+}
+
+} // namespace varnel

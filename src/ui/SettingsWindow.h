@@ -1,0 +1,50 @@
+#pragma once
+
+#include <QDialog>
+
+class QTabWidget;
+class QSlider;
+class QPushButton;
+class QLabel;
+class QButtonGroup;
+
+namespace varnel {
+
+class AppSettings;
+
+// Preferences, in the tabs "flows", "appearance", "redaction", "storage" and "figma"; the
+// selected tab is remembered. Every control writes its setting as it changes.
+class SettingsWindow : public QDialog {
+    Q_OBJECT
+
+public:
+    static constexpr const char* kTabs[] = {"flows", "appearance", "redaction", "storage", "figma"};
+
+    explicit SettingsWindow(AppSettings& settings, QWidget* parent = nullptr);
+
+    QTabWidget* tabs() const { return tabs_; }
+
+signals:
+    // The user picked another library folder; the application decides whether it can switch.
+    void libraryFolderChosen(const QString& folder);
+
+private:
+    QWidget* flowsTab();
+    QWidget* appearanceTab();
+    QWidget* redactionTab();
+    QWidget* storageTab();
+    QWidget* figmaTab();
+    void showPresetStyle();
+    void editPresetStyle();
+
+    AppSettings& settings_;
+    QTabWidget* tabs_;
+    QButtonGroup* preset_ = nullptr;
+    QSlider* blur_ = nullptr;
+    QSlider* opacity_ = nullptr;
+    QPushButton* color_ = nullptr;
+    QLabel* rootLabel_ = nullptr;
+    bool loadingStyle_ = false;
+};
+
+} // namespace varnel

@@ -1,0 +1,101 @@
+#include "ui/SettingsWindow.h"
+#include "app/AppSettings.h"
+#include "support/TestLibrary.h"
+
+#include <QApplication>
+#include <QButtonGroup>
+#include <QCheckBox>
+#include <QRadioButton>
+#include <QSlider>
+#include <QTabWidget>
+
+#include <gtest/gtest.h>
+
+using namespace varnel;
+using namespace varnel::test;
+
+namespace {
+
+class SettingsWindowTest : public ::testing::Test {
+protected:
+    TempDir dir;
+    QString file = QString::fromStdString((dir / "settings.ini").string());
+    std::unique_ptr<AppSettings> settings = fresh();
+
+    std::unique_ptr<AppSettings> fresh() {
+        return std::make_unique<AppSettings>(
+            std::make_unique<QSettings>(file, QSettings::IniFormat));
+    }
+    template <typename T> T* find(QWidget& window, const char* name) {
+        T* widget = window.findChild<T*>(name);
+        EXPECT_TRUE(widget) << name;
+        return widget;
+    }
+    QRadioButton* radio(QWidget& window, const QString& text) {
+        for (auto* button : window.findChildren<QRadioButton*>())
+            if (button->text() == text)
+                return button;
+        ADD_FAILURE() << text.toStdString();
+        return nullptr;
+    }
+};
+
+} // namespace
+
+TEST_F(SettingsWindowTest, RemembersTheSelectedTab) {
+    {
+        SettingsWindow window(*settings);
+        EXPECT_EQ(window.tabs()->count(), 5);
+        EXPECT_EQ(window.tabs()->currentIndex(), 0) << "flows first when nothing is remembered";
+        window.tabs()->setCurrentIndex(2);
+    }
+    EXPECT_EQ(fresh()->settingsSelectedTab(), "redaction");
+    SettingsWindow again(*fresh());
+    EXPECT_EQ(again.tabs()->currentIndex(), 2);
+}
+
+TEST_F(SettingsWindowTest, ControlsWriteTheirSettings) {
+    SettingsWindow window(*settings);
+    find<QSlider>(window, "thumbnailHeight")->setValue(260);
+    find<QCheckBox>(window, "shutterSoundEnabled")->setChecked(false);
+    find<QSlider>(window, "shutterVolume")->setValue(40);
+    radio(window, "Light")->click();
+    radio(window, "Side panel")->click();
+    radio(window, "Green")->click();
+
+    const auto reread = fresh();
+    EXPECT_EQ(reread->thumbnailHeight(), 260);
+    EXPECT_FALSE(reread->shutterSoundEnabled());
+    EXPECT_DOUBLE_EQ(reread->shutterVolume(), 0.4);
+    EXPECT_EQ(reread->appearance(), Appearance::light);
+    EXPECT_EQ(reread->captureView(), CaptureView::panel);
+    EXPECT_EQ(reread->accent(), Accent::green);
+    EXPECT_GT(QApplication::palette().color(QPalette::Window).lightness(), 150)
+        << "the light appearance applies at once";
+    radio(window, "Dark")->click();
+    EXPECT_LT(QApplication::palette().color(QPalette::Window).lightness(), 80);
+}
+
+TEST_F(SettingsWindowTest, EachRedactionPresetKeepsItsOwnStyle) {
+    SettingsWindow window(*settings);
+    auto* blur = find<QSlider>(window, "blur");
+    auto* opacity = find<QSlider>(window, "opacity");
+    EXPECT_EQ(blur->value(), 50);
+    blur->setValue(80);
+    opacity->setValue(60);
+    EXPECT_EQ(settings->redactLight(), (RedactStyle{1, 1, 1, 0.6, 80}));
+    EXPECT_EQ(settings->redactDark(), defaultStyle(RedactPreset::dark)) << "untouched";
+
+    radio(window, "Dark captures")->click();
+    EXPECT_EQ(blur->value(), 50) << "the dark preset shows its own values";
+    blur->setValue(20);
+    EXPECT_EQ(fresh()->redactDark(), (RedactStyle{0, 0, 0, 0.35, 20}));
+    EXPECT_EQ(fresh()->redactLight().blur, 80);
+}
+
+int main(int argc, char** argv) {
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+    QApplication app(argc, argv);
+    ::testing::InitGoogleTest(&argc, argv);
+    return RUN_ALL_TESTS();
+}
