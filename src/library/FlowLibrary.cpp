@@ -104,7 +104,9 @@ void FlowLibrary::renameCategory(const std::string& name, const std::string& new
 std::size_t FlowLibrary::exportApplication(const std::string& name,
                                            const std::filesystem::path& destination,
                                            const std::function<void(double)>& progress) const {
-    return AppArchive::exportApplication(name, store_, store_.readIndex(), destination, progress);
+    // A store of its own: this runs on a worker thread while the main thread keeps using store_.
+    const FlowStore reader(root());
+    return AppArchive::exportApplication(name, reader, reader.readIndex(), destination, progress);
 }
 
 FlowLibrary::ArchiveInspection
@@ -113,7 +115,7 @@ FlowLibrary::inspectArchive(const std::filesystem::path& zipFile) const {
     FileOps::createDirectory(root(), true);
     ArchiveInspection inspection{AppArchive::extract(zipFile, root(), true), 0};
     try {
-        inspection.conflicts = countConflicts(store_, inspection.extracted);
+        inspection.conflicts = countConflicts(FlowStore(root()), inspection.extracted);
     } catch (...) {
         inspection.extracted.cleanup();
         throw;

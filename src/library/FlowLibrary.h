@@ -68,6 +68,8 @@ public:
     std::vector<std::string> addScreens(const std::string& folderName,
                                         const std::vector<std::filesystem::path>& files);
 
+    // Export and inspection only read the library, through a store of their own, so they may
+    // run on a worker thread while the main thread keeps the model.
     // Writes the application's archive; returns its number of flows (0: nothing was written).
     std::size_t exportApplication(const std::string& name, const std::filesystem::path& destination,
                                   const std::function<void(double)>& progress = {}) const;
