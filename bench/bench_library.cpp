@@ -83,6 +83,16 @@ void BM_LoadIndexAndBuildModel(benchmark::State& state) {
 }
 BENCHMARK(BM_LoadIndexAndBuildModel)->Unit(benchmark::kMillisecond);
 
+// What opening a library adds before the model loads: looking for what a crash left behind.
+void BM_RecoverAtOpen(benchmark::State& state) {
+    FlowStore store(library().root);
+    for (auto _ : state) {
+        const RecoveryReport report = store.recover();
+        benchmark::DoNotOptimize(report.problems.data());
+    }
+}
+BENCHMARK(BM_RecoverAtOpen)->Unit(benchmark::kMillisecond);
+
 void BM_AppendToIndex(benchmark::State& state) {
     FlowStore store(library().root);
     FlowSummary summary = store.readIndex().flows[kFlows / 2];

@@ -128,7 +128,11 @@ private:
                         const std::vector<std::pair<std::string, std::string>>& renames,
                         const std::vector<ScreenRef>& screens);
     ThumbEdits commitScreenList(std::string_view folderName, const FlowMeta& meta);
-    std::vector<fs::path> quarantineFolders() const;
+    struct Leftovers {
+        std::vector<fs::path> quarantines;
+        std::vector<std::string> owedRenumbering;
+    };
+    Leftovers scanLeftovers(const LibraryIndex& index) const;
     std::optional<std::string> recoverStagingFolder(const fs::path& staging);
     void removeLeftoverExtractions();
 

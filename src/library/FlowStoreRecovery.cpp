@@ -201,23 +201,19 @@ RecoveryReport FlowStore::recover() {
     }
 
     try {
-        for (const auto& summary : readIndex().flows) {
-            if (!LibraryLayout::isSafeFolderName(summary.folderName))
-                continue;
-            const fs::path flowDir = root_ / summary.folderName;
-            if (!FileOps::exists(flowDir / LibraryLayout::kRenumberFolder))
-                continue;
+        const Leftovers leftovers = scanLeftovers(readIndex());
+        for (const auto& folderName : leftovers.owedRenumbering) {
             try {
-                renumberScreens(summary.folderName);
-                report.finishedRenumbering.push_back(summary.folderName);
+                renumberScreens(folderName);
+                report.finishedRenumbering.push_back(folderName);
             } catch (const std::exception& e) {
                 report.problems.push_back(e.what());
             }
         }
+        report.leftoverQuarantines = leftovers.quarantines;
     } catch (const std::exception& e) {
         report.problems.push_back(e.what());
     }
-    report.leftoverQuarantines = quarantineFolders();
     removeLeftoverExtractions();
     return report;
 }
@@ -248,40 +244,45 @@ RecoveryReport FlowStore::inspectLeftovers() const {
         report.problems.push_back("A capture left at " + staging.string() +
                                   " waits to be recovered when Varnel opens the library.");
     try {
-        for (const auto& summary : readIndex().flows) {
-            if (LibraryLayout::isSafeFolderName(summary.folderName) &&
-                FileOps::exists(root_ / summary.folderName / LibraryLayout::kRenumberFolder))
-                report.problems.push_back("The renumbering of “" + summary.folderName +
-                                          "” was interrupted.");
-        }
+        const Leftovers leftovers = scanLeftovers(readIndex());
+        for (const auto& folderName : leftovers.owedRenumbering)
+            report.problems.push_back("The renumbering of “" + folderName + "” was interrupted.");
+        report.leftoverQuarantines = leftovers.quarantines;
     } catch (const std::exception& e) {
         report.problems.push_back(e.what());
     }
-    report.leftoverQuarantines = quarantineFolders();
     return report;
 }
 
-// ".deleting-" folders anywhere from the root down to the flow folders.
-std::vector<fs::path> FlowStore::quarantineFolders() const {
-    std::vector<fs::path> found;
-    std::vector<fs::path> level{root_};
-    for (int depth = 0; depth < 4 && !level.empty(); ++depth) {
-        std::vector<fs::path> next;
-        for (const auto& folder : level) {
-            std::vector<std::string> names;
-            try {
-                names = FileOps::list(folder);
-            } catch (const FileError&) {
-                continue;
-            }
-            for (const auto& name : names) {
-                if (name.starts_with(LibraryLayout::kQuarantinePrefix))
-                    found.push_back(folder / name);
-            }
-            for (auto& sub : visibleSubfolders(folder))
-                next.push_back(std::move(sub));
+// Quarantines lie beside flow folders (deleted flows and screens); owed renumberings inside
+// them. Application and category folders are few and are listed whole; each flow folder the
+// index names costs one lookup, so that opening a large library stays quick.
+FlowStore::Leftovers FlowStore::scanLeftovers(const LibraryIndex& index) const {
+    Leftovers found;
+    auto collect = [&](const fs::path& folder, const std::vector<std::string>& names) {
+        for (const auto& name : names) {
+            if (name.starts_with(LibraryLayout::kQuarantinePrefix))
+                found.quarantines.push_back(folder / name);
         }
-        level = std::move(next);
+    };
+    auto namesIn = [](const fs::path& folder) {
+        try {
+            return FileOps::list(folder);
+        } catch (const FileError&) {
+            return std::vector<std::string>{};
+        }
+    };
+    collect(root_, namesIn(root_));
+    for (const auto& application : visibleSubfolders(root_)) {
+        collect(application, namesIn(application));
+        for (const auto& category : visibleSubfolders(application))
+            collect(category, namesIn(category));
+    }
+    for (const auto& summary : index.flows) {
+        if (!LibraryLayout::isSafeFolderName(summary.folderName))
+            continue;
+        if (FileOps::exists(root_ / summary.folderName / LibraryLayout::kRenumberFolder))
+            found.owedRenumbering.push_back(summary.folderName);
     }
     return found;
 }

@@ -318,8 +318,10 @@ ThumbEdits FlowStore::deleteScreens(std::string_view folderName,
         ids.insert(ids.end(), pinIds.begin(), pinIds.end());
     }
 
+    // Beside the flow, where deleted flows go too, so that opening the library finds
+    // leftovers without looking into every flow folder.
     const fs::path quarantine =
-        flowDir / (std::string(LibraryLayout::kQuarantinePrefix) + newUUIDString());
+        flowDir.parent_path() / (std::string(LibraryLayout::kQuarantinePrefix) + newUUIDString());
     UndoLog undo;
     try {
         markRenumberingOwed(folderName, undo);

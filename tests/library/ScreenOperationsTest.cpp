@@ -192,3 +192,24 @@ TEST(ThumbEditsTest, LaterRenamesComposeWithEarlierOnes) {
     edits.followRenames({{{"b", "02.png"}, {"a", "01.png"}}});
     EXPECT_EQ(edits.renames.size(), 1u) << "a rename back to where it started disappears";
 }
+
+TEST_F(ScreenOperationsTest, DeletedScreensThatCantBeRemovedWaitBesideTheFlowAndAreReported) {
+    store.operations().folderRemover = [](const fs::path& folder) {
+        if (folder.filename().string().starts_with(".deleting-"))
+            throw FileError("remove", folder, std::make_error_code(std::errc::permission_denied));
+        FileOps::remove(folder);
+    };
+    try {
+        store.deleteScreens(SampleLibrary::signUp, {"01.png"});
+        FAIL();
+    } catch (const LibraryError& e) {
+        EXPECT_NE(std::string(e.what()).find((sample.root / "acme/onboarding/.deleting-").string()),
+                  std::string::npos)
+            << e.what();
+    }
+    EXPECT_EQ(names(SampleLibrary::signUp), (std::vector<std::string>{"01.png", "02.mov"}));
+    const auto leftovers = store.inspectLeftovers().leftoverQuarantines;
+    ASSERT_EQ(leftovers.size(), 1u);
+    EXPECT_EQ(leftovers[0].parent_path(), sample.root / "acme/onboarding");
+    EXPECT_EQ(payloadOf(leftovers[0] / "01.png"), "sign-up-1");
+}
