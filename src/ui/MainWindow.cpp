@@ -21,6 +21,7 @@
 #include <QtConcurrent>
 
 #include <algorithm>
+#include <map>
 #include <variant>
 
 namespace varnel {
@@ -251,17 +252,21 @@ void MainWindow::deleteApplication() {
 void MainWindow::refresh() {
     tree_->clear();
     // Applications by name, "Sans application" after them; categories in the user's order.
+    // One pass puts each flow with its application; "Sans application" comes after the named.
+    std::map<std::string, std::vector<FlowSummary>> byApplication;
+    for (const auto& flow : library_.summaries())
+        byApplication[flow.application.value_or(std::string(AppArchive::kSansApplication))]
+            .push_back(flow);
     std::vector<std::string> applications = library_.applications();
-    const bool sansApplication =
-        std::any_of(library_.summaries().begin(), library_.summaries().end(),
-                    [](const FlowSummary& f) { return !f.application; });
-    if (sansApplication)
+    if (byApplication.contains(std::string(AppArchive::kSansApplication)) &&
+        std::find(applications.begin(), applications.end(), AppArchive::kSansApplication) ==
+            applications.end())
         applications.emplace_back(AppArchive::kSansApplication);
     for (const auto& app : applications) {
         auto* appItem = new QTreeWidgetItem(tree_, {qs(app)});
         appItem->setData(0, kApplicationRole, qs(app));
-        const auto flows = AppArchive::flowsOf(LibraryIndex{library_.summaries(), {}}, app);
-        for (const auto& group : LibraryGrouping::group(flows, library_.categoryOrder())) {
+        for (const auto& group :
+             LibraryGrouping::group(byApplication[app], library_.categoryOrder())) {
             auto* categoryItem = new QTreeWidgetItem(appItem, {qs(group.name)});
             categoryItem->setData(0, kApplicationRole, qs(app));
             for (const FlowSummary& flow : group.flows) {
