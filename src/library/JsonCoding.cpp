@@ -15,7 +15,8 @@ std::string encodeLibraryJson(const Json& value) {
 Json parseLibraryJson(std::string_view bytes) {
     try {
         return Json::parse(bytes.begin(), bytes.end());
-    } catch (const Json::parse_error& e) {
+    } catch (const Json::exception& e) {
+        // Syntax errors, and numbers out of range such as 1e999.
         throw CodingError(std::string("not valid JSON (") + e.what() + ")");
     }
 }

@@ -71,6 +71,7 @@ TEST(IndexCodingTest, RejectsWhatTheDocumentReaderRejects) {
         R"({"flows": [], "categories": [{"title": "x"}]})",
         R"({"flows": [], "categories": [{"name": 3}]})",
         R"({"flows": [], "categories": ["Onboarding"]})",
+        R"({"flows": [{"id": "1", "name": "N", "folderName": "f", "date": 1e999, "screenCount": 1}], "categories": []})",
     };
     for (const char* text : broken) {
         EXPECT_THROW(IndexCoding::decode(text), CodingError) << text;

@@ -118,6 +118,11 @@ TEST(RecordsTest, UnknownEnumValuesAndDateStringsAreUnreadable) {
     EXPECT_THROW(FlowMeta::fromJson(isoDate), CodingError);
 }
 
+TEST(RecordsTest, NumbersBeyondRangeAreUnreadableNotFatal) {
+    EXPECT_THROW(parseLibraryJson(R"({"date": 1e999})"), CodingError);
+    EXPECT_THROW(parseLibraryJson("[-1e400]"), CodingError);
+}
+
 TEST(RecordsTest, WrittenDatesAreNumbersAndNullOptionalsCountAsAbsent) {
     Json json = parseLibraryJson(kFullMeta);
     json["deviceName"] = nullptr;
