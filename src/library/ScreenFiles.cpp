@@ -1,6 +1,7 @@
 #include "library/ScreenFiles.h"
 
 #include <algorithm>
+#include <cctype>
 #include <charconv>
 #include <cstdio>
 
@@ -18,6 +19,15 @@ std::string stem(std::string_view filename) {
     if (dot == std::string_view::npos || dot == 0)
         return std::string(filename);
     return std::string(filename.substr(0, dot));
+}
+
+bool isClip(std::string_view filename) {
+    if (filename.size() < 4)
+        return false;
+    std::string suffix(filename.substr(filename.size() - 4));
+    std::transform(suffix.begin(), suffix.end(), suffix.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    return suffix == ".mov";
 }
 
 std::string originalFilename(std::string_view filename) {

@@ -12,6 +12,9 @@ namespace varnel::ScreenFiles {
 std::string extension(std::string_view filename);
 std::string stem(std::string_view filename);
 
+// A clip is a screen whose lower-cased name ends in ".mov"; every other screen is a still.
+bool isClip(std::string_view filename);
+
 // 03.png -> 03.orig.png; a name without extension gets ".orig" appended.
 std::string originalFilename(std::string_view filename);
 

@@ -4,18 +4,22 @@
 #include "library/ScreenID.h"
 #include "library/ThumbEdits.h"
 
+#include <cstdint>
 #include <filesystem>
-#include <optional>
-#include <set>
+#include <list>
+#include <unordered_map>
+#include <unordered_set>
 #endif
 
+#include <QImage>
 #include <QObject>
 #include <QThreadPool>
 
 namespace varnel {
 
-// Thumbnails of the library's screens, made on worker threads so that asking never blocks the
-// main thread. Ask with thumbnail(); when it isn't ready, `ready` follows once it is.
+// Thumbnails of the library's screens: the files under ".thumbs" and their pictures in memory,
+// both made on worker threads so that asking never blocks the main thread. Ask with image();
+// when no picture is at hand yet, `ready` follows once it is.
 class ThumbnailCache : public QObject {
     Q_OBJECT
 
@@ -23,22 +27,56 @@ public:
     explicit ThumbnailCache(std::filesystem::path root, QObject* parent = nullptr);
     ~ThumbnailCache() override;
 
-    // The thumbnail file when it is up to date; otherwise it is queued (once) and none is
-    // returned.
-    std::optional<std::filesystem::path> thumbnail(const ScreenID& screen);
+    // The screen's picture, `imageHeight()` pixels tall, when one is in memory (it may be a
+    // picture still being checked against its file). Otherwise the work is queued, once, and a
+    // null image is returned.
+    QImage image(const ScreenID& screen);
+    // Whether making the screen's thumbnail failed since the last revalidate().
+    bool hasFailed(const ScreenID& screen) const { return failed_.contains(screen); }
+
+    int imageHeight() const { return imageHeight_; }
+    // Pictures of another height are let go.
+    void setImageHeight(int pixels);
+    // The files may have changed: pictures in memory stay on screen until checked again.
+    void revalidate();
     // Follows renamed, copied and removed screens (FlowLibrary::thumbnailsChanged).
     void apply(const ThumbEdits& edits);
     void setRoot(std::filesystem::path root);
-    // Waits until every queued thumbnail is made (for tests and shutdown).
+    // Waits until every queued picture is made and announced (for tests and shutdown).
     void waitForIdle();
+    // How many bytes of pictures are kept in memory at most.
+    void setMemoryBudget(std::int64_t bytes);
 
 signals:
-    void ready(const varnel::ScreenID& screen, const QString& path);
+    void ready(const varnel::ScreenID& screen);
     void failed(const varnel::ScreenID& screen);
 
 private:
+    struct Entry {
+        QImage image;
+        std::int64_t fileTime = 0; // of the thumbnail file the picture was read from
+        bool checked = true;
+    };
+    using Recency = std::list<ScreenID>;
+    struct Slot {
+        Entry entry;
+        Recency::iterator use;
+    };
+    void queue(const ScreenID& screen, std::int64_t knownFileTime);
+    void store(const ScreenID& screen, Entry entry);
+    void drop(const ScreenID& screen);
+    void trim();
+    void stopWork();
+
     std::filesystem::path root_;
-    std::set<ScreenID> pending_;
+    int imageHeight_ = 220;
+    std::int64_t budget_ = 96ll << 20;
+    std::int64_t bytes_ = 0;
+    std::uint64_t generation_ = 0; // results of older generations are dropped
+    std::unordered_map<ScreenID, Slot> memory_;
+    Recency recency_; // most recently used first
+    std::unordered_set<ScreenID> pending_;
+    std::unordered_set<ScreenID> failed_;
     QThreadPool pool_;
 };
 

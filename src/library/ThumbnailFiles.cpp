@@ -1,6 +1,7 @@
 #include "library/ThumbnailFiles.h"
 
 #include "library/LibraryLayout.h"
+#include "library/PosterFrame.h"
 #include "library/ScreenFiles.h"
 #include "library/Uuid.h"
 
@@ -41,13 +42,19 @@ bool isFresh(const fs::path& screenFile, const fs::path& thumbnail) {
     return !ec && thumbTime >= screenTime;
 }
 
-bool render(const fs::path& screenFile, const fs::path& thumbnail, int height) {
+QImage readStill(const fs::path& screenFile, int height) {
     QImageReader reader(QString::fromStdString(screenFile.string()));
     reader.setAutoTransform(true);
     const QSize size = reader.size();
     if (size.isValid() && size.height() > height)
         reader.setScaledSize(size.scaled(size.width(), height, Qt::KeepAspectRatio));
-    QImage image = reader.read();
+    return reader.read();
+}
+
+bool render(const fs::path& screenFile, const fs::path& thumbnail, int height) {
+    QImage image = ScreenFiles::isClip(screenFile.filename().string())
+                       ? PosterFrame::grab(screenFile)
+                       : readStill(screenFile, height);
     if (image.isNull())
         return false;
     if (image.height() > height)

@@ -69,6 +69,14 @@ TEST(ScreenFilesTest, OriginalAndPatchNames) {
     EXPECT_TRUE(claimed.contains("04.mov"));
 }
 
+TEST(ScreenFilesTest, ClipsAreMovFilesInAnyCase) {
+    EXPECT_TRUE(ScreenFiles::isClip("02.mov"));
+    EXPECT_TRUE(ScreenFiles::isClip("02.MOV"));
+    EXPECT_FALSE(ScreenFiles::isClip("02.png"));
+    EXPECT_FALSE(ScreenFiles::isClip("02.mov.png"));
+    EXPECT_FALSE(ScreenFiles::isClip("mov"));
+}
+
 TEST(LibraryLayoutTest, FolderNamesMustStayInsideTheLibrary) {
     EXPECT_NO_THROW(LibraryLayout::validateFolderName("acme/onboarding/sign-up"));
     for (const char* bad : {"", "/etc/passwd", "acme/../..", "acme//x", "acme/./x", "..",

@@ -1,3 +1,4 @@
+#include "library/PosterFrame.h"
 #include "library/ThumbnailCache.h"
 #include "library/ThumbnailFiles.h"
 #include "support/TestLibrary.h"
@@ -76,36 +77,139 @@ TEST(ThumbnailFilesTest, FollowsRemovalsCopiesAndSwaps) {
     EXPECT_EQ(FileOps::list(thumb("01.png").parent_path()).size(), 3u) << "no temporary left";
 }
 
-TEST(ThumbnailCacheTest, MakesThumbnailsOffTheMainThreadAndAnnouncesThem) {
+// Runs the event loop until `count` announcements came from the cache.
+struct Announcements {
+    explicit Announcements(ThumbnailCache& cache) {
+        QObject::connect(&cache, &ThumbnailCache::ready, [this](const ScreenID& s) {
+            ready.push_back(s);
+            loop.quit();
+        });
+        QObject::connect(&cache, &ThumbnailCache::failed, [this](const ScreenID& s) {
+            failed.push_back(s);
+            loop.quit();
+        });
+    }
+    void waitFor(std::size_t count) {
+        QTimer safety; // a safety net, not a timing assumption
+        safety.setSingleShot(true);
+        QObject::connect(&safety, &QTimer::timeout, &loop, &QEventLoop::quit);
+        safety.start(20000);
+        while (ready.size() + failed.size() < count && safety.isActive())
+            loop.exec();
+    }
+    std::vector<ScreenID> ready;
+    std::vector<ScreenID> failed;
+    QEventLoop loop;
+};
+
+TEST(ThumbnailCacheTest, MakesPicturesOffTheMainThreadAndAnnouncesThem) {
     TempDir dir;
     writePng(dir / kScreen.folder / kScreen.filename, 300, 900, Qt::blue);
     writeFile(dir / kScreen.folder / "02.png", "broken");
     ThumbnailCache cache(dir.path());
+    cache.setImageHeight(150);
+    Announcements heard(cache);
 
-    std::vector<ScreenID> ready;
-    std::vector<ScreenID> failed;
-    QEventLoop loop;
-    QObject::connect(&cache, &ThumbnailCache::ready, [&](const ScreenID& s, const QString& path) {
-        ready.push_back(s);
-        EXPECT_TRUE(fs::exists(path.toStdString()));
-        if (ready.size() + failed.size() == 2)
-            loop.quit();
-    });
-    QObject::connect(&cache, &ThumbnailCache::failed, [&](const ScreenID& s) {
-        failed.push_back(s);
-        if (ready.size() + failed.size() == 2)
-            loop.quit();
-    });
-    EXPECT_FALSE(cache.thumbnail(kScreen));
-    EXPECT_FALSE(cache.thumbnail(kScreen)) << "asked twice, made once";
-    EXPECT_FALSE(cache.thumbnail({kScreen.folder, "02.png"}));
-    EXPECT_FALSE(cache.thumbnail({"../escape", "01.png"}));
-    QTimer::singleShot(20000, &loop, &QEventLoop::quit); // a safety net, not a timing assumption
-    loop.exec();
+    EXPECT_TRUE(cache.image(kScreen).isNull());
+    EXPECT_TRUE(cache.image(kScreen).isNull()) << "asked twice, made once";
+    EXPECT_TRUE(cache.image({kScreen.folder, "02.png"}).isNull());
+    EXPECT_TRUE(cache.image({"../escape", "01.png"}).isNull());
+    EXPECT_TRUE(cache.hasFailed({"../escape", "01.png"})) << "never looked for outside the root";
+    heard.waitFor(2);
+    cache.waitForIdle();
 
-    EXPECT_EQ(ready, std::vector<ScreenID>{kScreen});
-    EXPECT_EQ(failed, (std::vector<ScreenID>{{kScreen.folder, "02.png"}}));
-    EXPECT_EQ(cache.thumbnail(kScreen), ThumbnailFiles::url(dir.path(), kScreen));
+    EXPECT_EQ(heard.ready, std::vector<ScreenID>{kScreen});
+    EXPECT_EQ(heard.failed, (std::vector<ScreenID>{{kScreen.folder, "02.png"}}));
+    EXPECT_TRUE(cache.hasFailed({kScreen.folder, "02.png"}));
+    const QImage picture = cache.image(kScreen);
+    EXPECT_EQ(picture.height(), 150);
+    EXPECT_EQ(picture.width(), 50);
+    EXPECT_GT(qBlue(picture.pixel(25, 75)), 240); // JPEG
+    EXPECT_TRUE(fs::exists(ThumbnailFiles::url(dir.path(), kScreen)));
+    EXPECT_TRUE(cache.image({kScreen.folder, "02.png"}).isNull());
+    cache.waitForIdle();
+    EXPECT_EQ(heard.failed.size(), 1u) << "a failure is not retried until the files change";
+}
+
+TEST(ThumbnailCacheTest, PicturesFollowScreenOperationsAndEditedFiles) {
+    TempDir dir;
+    const ScreenID one{kScreen.folder, "01.png"}, two{kScreen.folder, "02.png"};
+    writePng(dir / one.folder / one.filename, 100, 200, Qt::red);
+    writePng(dir / two.folder / two.filename, 100, 200, Qt::green);
+    ThumbnailCache cache(dir.path());
+    cache.setImageHeight(100);
+    Announcements heard(cache);
+    cache.image(one);
+    cache.image(two);
+    heard.waitFor(2);
+    ASSERT_EQ(heard.ready.size(), 2u);
+
+    // A swap, as a reorder of two screens makes it: pictures go with their screens at once.
+    std::filesystem::rename(dir / one.folder / "01.png", dir / one.folder / "x.png");
+    std::filesystem::rename(dir / one.folder / "02.png", dir / one.folder / "01.png");
+    std::filesystem::rename(dir / one.folder / "x.png", dir / one.folder / "02.png");
+    ThumbEdits swap;
+    swap.renames = {{one, two}, {two, one}};
+    cache.apply(swap);
+    EXPECT_GT(qGreen(cache.image(one).pixel(10, 10)), 240); // JPEG
+    EXPECT_GT(qRed(cache.image(two).pixel(10, 10)), 240);   // JPEG
+    cache.waitForIdle();
+    EXPECT_EQ(heard.ready.size(), 2u) << "moved thumbnail files need no new decoding";
+
+    // The editor saves a new version of a screen: the old picture shows until the new one is in.
+    writePng(dir / one.folder / one.filename, 100, 200, Qt::black);
+    fs::last_write_time(dir / one.folder / one.filename,
+                        fs::last_write_time(ThumbnailFiles::url(dir.path(), one)) +
+                            std::chrono::seconds(5));
+    cache.revalidate();
+    EXPECT_GT(qGreen(cache.image(one).pixel(10, 10)), 240); // JPEG
+    heard.waitFor(3);
+    EXPECT_EQ(qGray(cache.image(one).pixel(10, 10)), 0);
+
+    ThumbEdits removal;
+    removal.removals = {two};
+    cache.apply(removal);
+    EXPECT_FALSE(fs::exists(ThumbnailFiles::url(dir.path(), two)));
+}
+
+TEST(ThumbnailCacheTest, KeepsWithinItsMemoryBudget) {
+    TempDir dir;
+    ThumbnailCache cache(dir.path());
+    cache.setImageHeight(100);
+    Announcements heard(cache);
+    std::vector<ScreenID> screens;
+    for (int i = 1; i <= 6; ++i) {
+        screens.push_back({kScreen.folder, "0" + std::to_string(i) + ".png"});
+        writePng(dir / kScreen.folder / screens.back().filename, 100, 100, Qt::gray);
+        cache.image(screens.back());
+    }
+    heard.waitFor(6);
+    cache.image(screens[0]); // recently used, so it stays
+    cache.setMemoryBudget(3 * 100 * 100 * 4);
+    EXPECT_FALSE(cache.image(screens[0]).isNull());
+    int kept = 0;
+    for (const auto& screen : screens)
+        kept += cache.image(screen).isNull() ? 0 : 1;
+    EXPECT_LE(kept, 3);
+}
+
+TEST(ThumbnailFilesTest, ClipsGetTheirFirstPictureAsPoster) {
+    TempDir dir;
+    const fs::path clip = dir / "a/b/c/02.mov";
+    writeClip(clip, 320, 640);
+    const QImage poster = PosterFrame::grab(clip);
+    ASSERT_FALSE(poster.isNull());
+    EXPECT_EQ(poster.size(), QSize(320, 640));
+    EXPECT_GT(qRed(poster.pixel(160, 320)), 200);
+    EXPECT_LT(qGreen(poster.pixel(160, 320)), 60);
+
+    const fs::path thumb = ThumbnailFiles::url(dir.path(), {"a/b/c", "02.mov"});
+    ASSERT_TRUE(ThumbnailFiles::render(clip, thumb));
+    EXPECT_EQ(load(thumb).height(), ThumbnailFiles::kHeight);
+
+    writeFile(dir / "broken.mov", "not a movie");
+    EXPECT_TRUE(PosterFrame::grab(dir / "broken.mov").isNull());
+    EXPECT_FALSE(ThumbnailFiles::render(dir / "broken.mov", dir / "t/broken.jpg"));
 }
 
 int main(int argc, char** argv) {

@@ -1,5 +1,10 @@
 #include "support/TestLibrary.h"
 
+#include <QColor>
+#include <QImage>
+#include <gst/gst.h>
+#include <gtest/gtest.h>
+
 #include "library/Uuid.h"
 
 #include <fstream>
@@ -164,6 +169,40 @@ void SampleLibrary::leaveGapInLogIn() {
     FlowMeta meta = store.meta(logIn);
     meta.screens[1].filename = "03.png";
     store.writeMeta(logIn, meta);
+}
+
+void writePicture(const fs::path& file, int width, int height, unsigned argb) {
+    fs::create_directories(file.parent_path());
+    QImage image(width, height, QImage::Format_ARGB32);
+    image.fill(QColor::fromRgba(argb));
+    ASSERT_TRUE(image.save(QString::fromStdString(file.string()), "PNG"));
+}
+
+// A short H.264 QuickTime clip made with the media framework, as a capture would write it.
+void writeClip(const fs::path& file, int width, int height) {
+    gst_init(nullptr, nullptr);
+    fs::create_directories(file.parent_path());
+    const std::string description =
+        "videotestsrc num-buffers=5 pattern=red ! video/x-raw,width=" + std::to_string(width) +
+        ",height=" + std::to_string(height) +
+        " ! videoconvert ! x264enc ! qtmux ! filesink name=out";
+    GError* error = nullptr;
+    GstElement* pipeline = gst_parse_launch(description.c_str(), &error);
+    ASSERT_TRUE(pipeline) << (error ? error->message : "");
+    if (error)
+        g_error_free(error);
+    GstElement* out = gst_bin_get_by_name(GST_BIN(pipeline), "out");
+    g_object_set(out, "location", file.c_str(), nullptr);
+    gst_object_unref(out);
+    gst_element_set_state(pipeline, GST_STATE_PLAYING);
+    GstBus* bus = gst_element_get_bus(pipeline);
+    GstMessage* end = gst_bus_timed_pop_filtered(
+        bus, GST_CLOCK_TIME_NONE, static_cast<GstMessageType>(GST_MESSAGE_EOS | GST_MESSAGE_ERROR));
+    EXPECT_EQ(GST_MESSAGE_TYPE(end), GST_MESSAGE_EOS);
+    gst_message_unref(end);
+    gst_object_unref(bus);
+    gst_element_set_state(pipeline, GST_STATE_NULL);
+    gst_object_unref(pipeline);
 }
 
 } // namespace varnel::test

@@ -34,6 +34,10 @@ private:
 std::string pngBytes(int width, int height, const std::string& payload);
 
 void writeFile(const fs::path& file, const std::string& bytes);
+// A real PNG of one colour (the parent folders are made).
+void writePicture(const fs::path& file, int width, int height, unsigned argb = 0xff3366ccu);
+// A real H.264 QuickTime clip of a few red frames, made with the media framework.
+void writeClip(const fs::path& file, int width, int height);
 std::string readFile(const fs::path& file);
 
 // Every file (path relative to the root -> content) and every folder (-> "<dir>").
