@@ -87,6 +87,11 @@ std::string FlowLibrary::renameFlow(const std::string& folderName, const std::st
     return mutate([&] { return store_.renameFlow(folderName, newName); });
 }
 
+void FlowLibrary::renameScreen(const std::string& folderName, const std::string& filename,
+                               const std::string& newName) {
+    mutate([&] { store_.renameScreen(folderName, filename, newName); });
+}
+
 std::string FlowLibrary::moveFlow(const std::string& folderName,
                                   const std::optional<std::string>& application,
                                   const std::optional<std::string>& categoryL1) {

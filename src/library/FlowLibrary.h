@@ -65,6 +65,8 @@ public:
                            const std::string& targetFolder, std::size_t insertionIndex);
     ThumbEdits duplicateScreens(const std::string& folderName,
                                 const std::vector<std::string>& filenames);
+    void renameScreen(const std::string& folderName, const std::string& filename,
+                      const std::string& newName);
     std::vector<std::string> addScreens(const std::string& folderName,
                                         const std::vector<std::filesystem::path>& files);
 

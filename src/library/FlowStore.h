@@ -84,6 +84,9 @@ public:
                            std::string_view targetFolder, std::size_t insertionIndex);
     ThumbEdits duplicateScreens(std::string_view folderName,
                                 const std::vector<std::string>& filenames);
+    // Gives a screen its display name (trimmed; blank removes it). Its file keeps its name.
+    void renameScreen(std::string_view folderName, const std::string& filename,
+                      const std::string& newName);
 
     // Brings a flow folder from elsewhere (an archive, a staging folder) into the library under
     // a folder name made from its meta; moves the files and returns the new folder name. With

@@ -6,6 +6,7 @@
 #include "library/LibraryLayout.h"
 #include "library/PngSize.h"
 #include "library/ScreenFiles.h"
+#include "library/Text.h"
 #include "library/UndoLog.h"
 #include "library/Uuid.h"
 
@@ -362,6 +363,17 @@ ThumbEdits FlowStore::deleteScreens(std::string_view folderName,
                            "at " +
                            quarantine.string() + ". Cleanup error: " + *cleanupError);
     return edits;
+}
+
+void FlowStore::renameScreen(std::string_view folderName, const std::string& filename,
+                             const std::string& newName) {
+    LibraryLayout::validateFileName(filename);
+    FlowMeta m = meta(folderName);
+    ScreenRef* screen = m.screen(filename);
+    if (!screen)
+        throw ScreenNotFoundError(std::string(folderName), filename);
+    screen->name = Text::nonBlank(newName);
+    writeMeta(folderName, m);
 }
 
 ThumbEdits FlowStore::reorderScreens(std::string_view folderName,

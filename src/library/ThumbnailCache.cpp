@@ -139,12 +139,17 @@ void ThumbnailCache::setImageHeight(int pixels) {
         return;
     stopWork();
     imageHeight_ = pixels;
-    memory_.clear();
-    recency_.clear();
-    bytes_ = 0;
+    // Pictures of the old height stand in until they are read again at the new one.
+    for (auto& [screen, slot] : memory_) {
+        slot.entry.checked = false;
+        slot.entry.fileTime = -1;
+    }
 }
 
 void ThumbnailCache::revalidate() {
+    // Work under way may have read the files before they changed: its results don't count.
+    ++generation_;
+    pending_.clear();
     for (auto& [screen, slot] : memory_)
         slot.entry.checked = false;
     failed_.clear();

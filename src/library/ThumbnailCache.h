@@ -35,7 +35,7 @@ public:
     bool hasFailed(const ScreenID& screen) const { return failed_.contains(screen); }
 
     int imageHeight() const { return imageHeight_; }
-    // Pictures of another height are let go.
+    // Pictures of the old height are shown until they are read again at the new one.
     void setImageHeight(int pixels);
     // The files may have changed: pictures in memory stay on screen until checked again.
     void revalidate();

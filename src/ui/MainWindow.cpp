@@ -1,83 +1,147 @@
 #include "ui/MainWindow.h"
 
-#include "library/AppArchive.h"
+#include "app/AppSettings.h"
 #include "library/FlowLibrary.h"
-#include "organization/LibraryGrouping.h"
+#include "ui/GalleryContent.h"
+#include "ui/GalleryView.h"
+#include "ui/LibrarySidebar.h"
+#include "ui/Messages.h"
+#include "ui/ScreenPreview.h"
 #include "ui/SettingsWindow.h"
 
+#include <QAction>
 #include <QApplication>
-#include <QDir>
-#include <QFileDialog>
-#include <QFutureWatcher>
-#include <QHeaderView>
 #include <QLabel>
+#include <QMenu>
 #include <QMenuBar>
 #include <QMessageBox>
-#include <QProgressDialog>
-#include <QPushButton>
-#include <QStandardPaths>
+#include <QScrollBar>
+#include <QSlider>
+#include <QSplitter>
 #include <QStatusBar>
-#include <QTreeWidget>
-#include <QtConcurrent>
-
-#include <algorithm>
-#include <map>
-#include <variant>
+#include <QToolBar>
 
 namespace varnel {
 
-namespace {
-
-QString qs(const std::string& text) {
-    return QString::fromStdString(text);
-}
-
-constexpr int kApplicationRole = Qt::UserRole + 1;
-
-void showError(QWidget* parent, const QString& title, const QString& description) {
-    QMessageBox box(QMessageBox::Warning, title, title, QMessageBox::Ok, parent);
-    box.setInformativeText(description);
-    box.exec();
-}
-
-// A standard folder to start a file dialog in, or the home folder when it doesn't exist.
-QString startFolder(QStandardPaths::StandardLocation location) {
-    const QString folder = QStandardPaths::writableLocation(location);
-    return QDir(folder).exists() ? folder : QDir::homePath();
-}
-
-QProgressDialog* busy(QWidget* parent, const QString& text) {
-    auto* progress = new QProgressDialog(text, QString(), 0, 100, parent);
-    progress->setWindowModality(Qt::WindowModal);
-    progress->setMinimumDuration(300);
-    progress->setAutoClose(false);
-    progress->setValue(0);
-    return progress;
-}
-
-} // namespace
-
 MainWindow::MainWindow(FlowLibrary& library, AppSettings& settings, QWidget* parent)
-    : QMainWindow(parent), library_(library), settings_(settings), tree_(new QTreeWidget(this)),
-      status_(new QLabel(this)) {
+    : QMainWindow(parent), library_(library), settings_(settings), thumbnails_(library.root()),
+      shownRoot_(library.root()), sidebar_(new LibrarySidebar(this)),
+      gallery_(new GalleryView(library, thumbnails_, this)), status_(new QLabel(this)),
+      sizeSlider_(new QSlider(Qt::Horizontal, this)) {
     setWindowTitle("Varnel");
-    tree_->setColumnCount(2);
-    tree_->setHeaderLabels({tr("Flow"), tr("Screens")});
-    tree_->header()->setSectionResizeMode(0, QHeaderView::Stretch);
-    tree_->header()->setSectionResizeMode(1, QHeaderView::ResizeToContents);
-    setCentralWidget(tree_);
+    auto* splitter = new QSplitter(this);
+    splitter->addWidget(sidebar_);
+    splitter->addWidget(gallery_);
+    splitter->setStretchFactor(1, 1);
+    splitter->setSizes({220, 880});
+    splitter->setChildrenCollapsible(false);
+    setCentralWidget(splitter);
+    gallery_->setEmptyText(tr("No flows yet"),
+                           tr("Capture screens from a phone or an emulator, or bring in an "
+                              "application with File ▸ Import Application…"));
+
+    auto* toolbar = addToolBar(tr("Gallery"));
+    toolbar->setObjectName("galleryToolbar");
+    toolbar->setMovable(false);
+    auto* spacer = new QWidget(toolbar);
+    spacer->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Preferred);
+    toolbar->addWidget(spacer);
+    toolbar->addWidget(new QLabel(tr("Thumbnails"), toolbar));
+    sizeSlider_->setRange(150, 300);
+    sizeSlider_->setSingleStep(10);
+    sizeSlider_->setPageStep(30);
+    sizeSlider_->setFixedWidth(160);
+    sizeSlider_->setToolTip(tr("Thumbnail height"));
+    sizeSlider_->setValue(static_cast<int>(settings_.thumbnailHeight()));
+    toolbar->addWidget(sizeSlider_);
     statusBar()->addWidget(status_, 1);
+    gallery_->setThumbnailHeight(static_cast<int>(settings_.thumbnailHeight()));
+
+    buildMenus();
+
+    connect(sizeSlider_, &QSlider::valueChanged, this, &MainWindow::setThumbnailHeight);
+    connect(&settings_, &AppSettings::changed, this, [this](const QString& key) {
+        if (key == "thumbnailHeight") {
+            const int height = static_cast<int>(settings_.thumbnailHeight());
+            sizeSlider_->setValue(height);
+            gallery_->setThumbnailHeight(height);
+        }
+    });
+    connect(&library_, &FlowLibrary::changed, this, &MainWindow::refresh);
+    connect(&library_, &FlowLibrary::thumbnailsChanged, &thumbnails_, &ThumbnailCache::apply);
+    connect(sidebar_, &LibrarySidebar::applicationSelected, this, [this](const QString& app) {
+        settings_.setSelectedApp(app.isEmpty() ? std::nullopt
+                                               : std::optional<std::string>(app.toStdString()));
+        refresh();
+        gallery_->verticalScrollBar()->setValue(0);
+    });
+    connect(sidebar_, &LibrarySidebar::categoryClicked, this,
+            [this](const QString& app, const QString& category) {
+                gallery_->scrollToCategory(app.toStdString(), category.toStdString());
+            });
+    connect(sidebar_, &LibrarySidebar::categoryMoved, this,
+            [this](const QString& category, const QString& before) {
+                attempt(tr("Couldn’t move the category"), [&] {
+                    library_.moveCategory(category.toStdString(),
+                                          before.isEmpty()
+                                              ? std::nullopt
+                                              : std::optional<std::string>(before.toStdString()));
+                });
+            });
+    connect(gallery_, &GalleryView::selectionChanged, this, &MainWindow::updateActions);
+    connect(gallery_, &GalleryView::previewRequested, this, &MainWindow::showPreview);
+    connect(gallery_, &GalleryView::screenActivated, this, &MainWindow::showPreview);
+    connect(gallery_, &GalleryView::contextMenuRequested, this, &MainWindow::showContextMenu);
+    connect(gallery_, &GalleryView::screensDropped, this,
+            [this](const QString& source, const QStringList& files, const QString& target,
+                   int index, bool copy) {
+                std::vector<std::string> names;
+                for (const auto& file : files)
+                    names.push_back(file.toStdString());
+                dropScreens(source.toStdString(), names, target.toStdString(),
+                            static_cast<std::size_t>(index), copy);
+            });
+    connect(gallery_, &GalleryView::filesDropped, this,
+            [this](const QStringList& paths, const QString& target, int index) {
+                std::vector<std::filesystem::path> files;
+                for (const auto& path : paths)
+                    files.emplace_back(path.toStdString());
+                dropFiles(files, target.toStdString(), static_cast<std::size_t>(index));
+            });
+    refresh();
+}
+
+MainWindow::~MainWindow() = default;
+
+QAction* MainWindow::action(const QString& text) const {
+    for (QAction* candidate : findChildren<QAction*>())
+        if (candidate->text() == text)
+            return candidate;
+    return nullptr;
+}
+
+void MainWindow::buildMenus() {
+    // Commands of parts still to come are listed, disabled, so that the menus keep their shape.
+    auto later = [](QAction* action) {
+        action->setEnabled(false);
+        action->setToolTip(tr("Not available yet"));
+        return action;
+    };
 
     QMenu* file = menuBar()->addMenu(tr("&File"));
-    importAction_ =
-        file->addAction(tr("Import Application…"), this, &MainWindow::importApplication);
-    importAction_->setShortcut(QKeySequence(tr("Ctrl+Shift+I")));
+    later(file->addAction(tr("New Capture…")))->setShortcut(QKeySequence::New);
+    later(file->addAction(tr("Add Screens to Flow…")));
+    file->addSeparator();
+    file->addAction(tr("Import Application…"), this, &MainWindow::importApplication)
+        ->setShortcut(QKeySequence(tr("Ctrl+Shift+I")));
     exportAction_ =
         file->addAction(tr("Export Application…"), this, &MainWindow::exportApplication);
     exportAction_->setShortcut(QKeySequence(tr("Ctrl+Shift+E")));
-    file->addSeparator();
-    deleteAction_ =
+    deleteApplicationAction_ =
         file->addAction(tr("Delete Application…"), this, &MainWindow::deleteApplication);
+    file->addSeparator();
+    later(file->addAction(tr("Export for Figma…")));
+    later(file->addAction(tr("Download Figma Plugin…")));
     file->addSeparator();
     QAction* preferences = file->addAction(tr("Settings…"), this, &MainWindow::showSettings);
     preferences->setShortcut(QKeySequence(tr("Ctrl+,")));
@@ -85,132 +149,160 @@ MainWindow::MainWindow(FlowLibrary& library, AppSettings& settings, QWidget* par
     file->addSeparator();
     file->addAction(tr("Quit"), qApp, &QApplication::quit)->setShortcut(QKeySequence::Quit);
 
-    connect(&library_, &FlowLibrary::changed, this, &MainWindow::refresh);
-    connect(tree_, &QTreeWidget::itemSelectionChanged, this, &MainWindow::updateActions);
-    refresh();
+    QMenu* edit = menuBar()->addMenu(tr("&Edit"));
+    later(edit->addAction(tr("Undo")))->setShortcut(QKeySequence::Undo);
+    later(edit->addAction(tr("Redo")))->setShortcut(QKeySequence::Redo);
+    edit->addSeparator();
+    renameScreenAction_ = edit->addAction(tr("Rename Screen…"), this, &MainWindow::renameScreen);
+    renameScreenAction_->setShortcut(QKeySequence(Qt::Key_F2));
+    duplicateAction_ = edit->addAction(tr("Duplicate"), this, &MainWindow::duplicateScreens);
+    duplicateAction_->setShortcut(QKeySequence(tr("Ctrl+D")));
+    deleteAction_ = edit->addAction(tr("Delete…"), this, &MainWindow::deleteSelection);
+    deleteAction_->setShortcut(QKeySequence::Delete);
+    edit->addSeparator();
+    selectAllAction_ =
+        edit->addAction(tr("Select All in Flow"), gallery_, &GalleryView::selectAllInFlow);
+    selectAllAction_->setShortcut(QKeySequence::SelectAll);
+    edit->addSeparator();
+    later(edit->addAction(tr("Edit Screen…")))->setShortcut(QKeySequence(tr("Ctrl+E")));
+    later(edit->addAction(tr("Revert to Original")));
+
+    QMenu* flow = menuBar()->addMenu(tr("F&low"));
+    renameFlowAction_ = flow->addAction(tr("Rename Flow…"), this, &MainWindow::renameFlow);
+    renameFlowAction_->setShortcut(QKeySequence(tr("Shift+F2")));
+    categorizeAction_ = flow->addAction(tr("Categorize Flow…"), this, &MainWindow::categorizeFlow);
+    categorizeAction_->setShortcut(QKeySequence(tr("Ctrl+K")));
+    revealAction_ =
+        flow->addAction(tr("Show in File Manager"), this, &MainWindow::showFlowInFileManager);
+    revealAction_->setShortcut(QKeySequence(tr("Ctrl+Shift+R")));
+    flow->addSeparator();
+    deleteFlowAction_ = flow->addAction(tr("Delete Flow…"), this, &MainWindow::deleteFlow);
+    deleteFlowAction_->setShortcut(QKeySequence(tr("Ctrl+Shift+Del")));
+    flow->addSeparator();
+    later(flow->addAction(tr("Publish Comments to Figma")));
+
+    QMenu* view = menuBar()->addMenu(tr("&View"));
+    previewAction_ = view->addAction(tr("Quick Look"), this, &MainWindow::showPreview);
+    previewAction_->setShortcut(QKeySequence(Qt::Key_Space));
+    previewAction_->setShortcutContext(Qt::WidgetWithChildrenShortcut);
+    gallery_->addAction(previewAction_);
+    view->addSeparator();
+    view->addAction(tr("Larger Thumbnails"), this,
+                    [this] { setThumbnailHeight(sizeSlider_->value() + 30); })
+        ->setShortcut(QKeySequence::ZoomIn);
+    view->addAction(tr("Smaller Thumbnails"), this,
+                    [this] { setThumbnailHeight(sizeSlider_->value() - 30); })
+        ->setShortcut(QKeySequence::ZoomOut);
+    view->addSeparator();
+    later(view->addAction(tr("Show Recognized Text")));
+    later(view->addAction(tr("Show Translation")));
+
+    QMenu* help = menuBar()->addMenu(tr("&Help"));
+    later(help->addAction(tr("Check for Updates…")));
+    help->addAction(tr("About Varnel"), this, [this] {
+        QMessageBox::about(this, tr("About Varnel"),
+                           tr("<b>Varnel</b><p>Collect and study the screens of mobile apps.</p>"));
+    });
+}
+
+void MainWindow::setThumbnailHeight(int height) {
+    height = std::clamp(height, 150, 300);
+    if (height != static_cast<int>(settings_.thumbnailHeight()))
+        settings_.setThumbnailHeight(height); // the gallery and the slider follow the setting
 }
 
 std::optional<std::string> MainWindow::selectedApplication() const {
-    const auto items = tree_->selectedItems();
-    if (items.isEmpty())
-        return std::nullopt;
-    return items.first()->data(0, kApplicationRole).toString().toStdString();
+    if (const auto& app = sidebar_->selectedApplication())
+        return app;
+    if (const auto& folder = gallery_->currentFlow()) {
+        if (const auto row = gallery_->content().rowOfFlow(*folder))
+            return gallery_->content().rows[*row].application;
+    }
+    return std::nullopt;
+}
+
+void MainWindow::refresh() {
+    if (library_.root() != shownRoot_) {
+        shownRoot_ = library_.root();
+        thumbnails_.setRoot(shownRoot_);
+    }
+    thumbnails_.revalidate();
+    transientStatus_.clear();
+    sidebar_->setLibrary(library_.summaries(), library_.categoryOrder(), settings_.selectedApp());
+    if (sidebar_->selectedApplication() != settings_.selectedApp())
+        settings_.setSelectedApp(sidebar_->selectedApplication());
+    rebuildGallery();
+    if (const auto pending = settings_.pendingScrollFlow()) {
+        gallery_->scrollToFlow(*pending);
+        settings_.setPendingScrollFlow(std::nullopt);
+    }
+    showStatus();
+    updateActions();
+}
+
+void MainWindow::rebuildGallery() {
+    gallery_->setContent(GalleryContent::make(library_.summaries(), library_.categoryOrder(),
+                                              sidebar_->selectedApplication()));
+}
+
+void MainWindow::showStatus() {
+    if (!transientStatus_.isEmpty()) {
+        status_->setText(transientStatus_);
+        return;
+    }
+    const auto flows = library_.summaries().size();
+    std::int64_t screens = 0;
+    for (const auto& flow : library_.summaries())
+        screens += flow.screenCount;
+    QString text = (flows == 1 ? tr("1 flow") : tr("%1 flows").arg(flows)) + ", " +
+                   (screens == 1 ? tr("1 screen") : tr("%1 screens").arg(screens)) + " — " +
+                   qs(library_.root().string());
+    if (const auto& error = library_.loadError())
+        text = tr("Couldn’t read the library: %1").arg(qs(*error));
+    const auto& report = library_.recoveryReport();
+    if (const auto recovered = report.recoveredFlows.size(); recovered > 0)
+        text += recovered == 1 ? tr(" — recovered an interrupted capture")
+                               : tr(" — recovered %1 interrupted captures").arg(recovered);
+    status_->setText(text);
+}
+
+void MainWindow::showTransient(const QString& message) {
+    transientStatus_ = message;
+    showStatus();
 }
 
 void MainWindow::updateActions() {
-    const bool selected = selectedApplication().has_value();
-    exportAction_->setEnabled(selected);
-    deleteAction_->setEnabled(selected);
+    const bool screen = gallery_->currentScreen().has_value();
+    const bool flow = gallery_->currentFlow().has_value();
+    const bool application = selectedApplication().has_value();
+    exportAction_->setEnabled(application);
+    deleteApplicationAction_->setEnabled(application);
+    previewAction_->setEnabled(screen);
+    renameScreenAction_->setEnabled(screen);
+    duplicateAction_->setEnabled(screen);
+    deleteAction_->setEnabled(screen || flow);
+    selectAllAction_->setEnabled(flow);
+    renameFlowAction_->setEnabled(flow);
+    categorizeAction_->setEnabled(!library_.summaries().empty());
+    revealAction_->setEnabled(flow);
+    deleteFlowAction_->setEnabled(flow);
 }
 
-void MainWindow::exportApplication() {
-    const auto application = selectedApplication();
-    if (!application)
-        return;
-    const QString title = tr("Couldn’t export “%1”").arg(qs(*application));
-    const QString documents = startFolder(QStandardPaths::DocumentsLocation);
-    const QString destination = QFileDialog::getSaveFileName(
-        this, tr("Export Application"),
-        documents + "/" + qs(*application) + qs(std::string(AppArchive::kExtension)),
-        tr("Varnel application archives (*.varnel.zip)"));
-    if (destination.isEmpty())
-        return;
-
-    QProgressDialog* progress = busy(this, tr("Exporting “%1”…").arg(qs(*application)));
-    auto* watcher = new QFutureWatcher<QString>(this);
-    const std::filesystem::path target = destination.toStdString();
-    const std::string name = *application;
-    FlowLibrary* library = &library_;
-    watcher->setFuture(QtConcurrent::run([library, name, target, progress]() -> QString {
-        try {
-            const auto flows = library->exportApplication(name, target, [progress](double done) {
-                QMetaObject::invokeMethod(progress, "setValue", Qt::QueuedConnection,
-                                          Q_ARG(int, static_cast<int>(done * 100)));
-            });
-            return flows == 0 ? tr("Nothing to export") : QString();
-        } catch (const std::exception& e) {
-            return QString::fromStdString(e.what());
-        }
-    }));
-    connect(watcher, &QFutureWatcher<QString>::finished, this,
-            [this, watcher, progress, title, destination] {
-                progress->deleteLater();
-                watcher->deleteLater();
-                const QString problem = watcher->result();
-                if (problem == tr("Nothing to export"))
-                    QMessageBox::information(this, problem, problem);
-                else if (!problem.isEmpty())
-                    showError(this, title, problem);
-                else
-                    status_->setText(tr("Exported to %1").arg(destination));
-            });
-}
-
-void MainWindow::importApplication() {
-    const QString zipFile = QFileDialog::getOpenFileName(
-        this, tr("Import Application"), startFolder(QStandardPaths::DownloadLocation),
-        tr("Varnel application archives (*.varnel.zip *.zip)"));
-    if (!zipFile.isEmpty())
-        importInspected(zipFile.toStdString());
-}
-
-void MainWindow::importInspected(const std::string& zipFile) {
-    QProgressDialog* progress = busy(this, tr("Reading the archive…"));
-    progress->setRange(0, 0);
-    using Outcome = std::variant<FlowLibrary::ArchiveInspection, QString>;
-    auto* watcher = new QFutureWatcher<Outcome>(this);
-    const FlowLibrary* library = &library_;
-    watcher->setFuture(QtConcurrent::run([library, zipFile]() -> Outcome {
-        try {
-            return library->inspectArchive(zipFile);
-        } catch (const std::exception& e) {
-            return QString::fromStdString(e.what());
-        }
-    }));
-    connect(watcher, &QFutureWatcher<Outcome>::finished, this, [this, watcher, progress] {
-        progress->close();
-        progress->deleteLater();
-        watcher->deleteLater();
-        const Outcome outcome = watcher->result();
-        if (const auto* problem = std::get_if<QString>(&outcome)) {
-            showError(this, tr("Couldn’t import the archive"), *problem);
-            return;
-        }
-        const auto& inspection = std::get<FlowLibrary::ArchiveInspection>(outcome);
-        ImportConflictResolution resolution = ImportConflictResolution::replace;
-        if (inspection.conflicts > 0) {
-            QMessageBox question(QMessageBox::Question,
-                                 qs(AppArchive::conflictQuestion(inspection.conflicts)),
-                                 qs(AppArchive::conflictQuestion(inspection.conflicts)),
-                                 QMessageBox::NoButton, this);
-            question.setInformativeText(qs(std::string(AppArchive::kConflictExplanation)));
-            QPushButton* replace = question.addButton(tr("Replace"), QMessageBox::AcceptRole);
-            QPushButton* duplicate = question.addButton(tr("Duplicate"), QMessageBox::AcceptRole);
-            question.addButton(QMessageBox::Cancel);
-            question.setDefaultButton(duplicate);
-            question.exec();
-            if (question.clickedButton() != replace && question.clickedButton() != duplicate) {
-                inspection.extracted.cleanup();
-                return;
-            }
-            if (question.clickedButton() == duplicate)
-                resolution = ImportConflictResolution::duplicate;
-        }
-        try {
-            const ImportResult result = library_.importArchive(inspection.extracted, resolution);
-            status_->setText(tr("Imported %1 flows into “%2”")
-                                 .arg(result.folders.size())
-                                 .arg(qs(result.application)));
-            if (!result.skipped.empty()) {
-                QStringList reasons;
-                for (const auto& why : result.skipped)
-                    reasons << qs(why);
-                showError(this, tr("Some flows couldn’t be imported"), reasons.join("\n"));
-            }
-        } catch (const std::exception& e) {
-            showError(this, tr("Couldn’t import the archive"), qs(e.what()));
-        }
-    });
+void MainWindow::showContextMenu(const QPoint& globalPosition) {
+    QMenu menu(this);
+    if (gallery_->currentScreen()) {
+        menu.addAction(previewAction_);
+        menu.addAction(renameScreenAction_);
+        menu.addAction(duplicateAction_);
+        menu.addAction(deleteAction_);
+        menu.addSeparator();
+    }
+    menu.addAction(renameFlowAction_);
+    menu.addAction(categorizeAction_);
+    menu.addAction(revealAction_);
+    menu.addSeparator();
+    menu.addAction(deleteFlowAction_);
+    menu.exec(globalPosition);
 }
 
 void MainWindow::showSettings() {
@@ -223,74 +315,6 @@ void MainWindow::showSettings() {
     window->show();
     window->raise();
     window->activateWindow();
-}
-
-void MainWindow::deleteApplication() {
-    const auto application = selectedApplication();
-    if (!application)
-        return;
-    QMessageBox confirm(QMessageBox::Warning, tr("Delete “%1”?").arg(qs(*application)),
-                        tr("Delete “%1”?").arg(qs(*application)), QMessageBox::Cancel, this);
-    const auto flows =
-        AppArchive::flowsOf(LibraryIndex{library_.summaries(), {}}, *application).size();
-    confirm.setInformativeText(
-        (flows == 1 ? tr("Its flow and all its screens are deleted.")
-                    : tr("Its %1 flows and all their screens are deleted.").arg(flows)) +
-        " " + tr("This can’t be undone."));
-    QPushButton* remove = confirm.addButton(tr("Delete"), QMessageBox::DestructiveRole);
-    confirm.setDefaultButton(QMessageBox::Cancel);
-    confirm.exec();
-    if (confirm.clickedButton() != remove)
-        return;
-    try {
-        library_.deleteApplication(*application);
-    } catch (const std::exception& e) {
-        showError(this, tr("Couldn’t delete “%1”").arg(qs(*application)), qs(e.what()));
-    }
-}
-
-void MainWindow::refresh() {
-    tree_->clear();
-    // Applications by name, "Sans application" after them; categories in the user's order.
-    // One pass puts each flow with its application; "Sans application" comes after the named.
-    std::map<std::string, std::vector<FlowSummary>> byApplication;
-    for (const auto& flow : library_.summaries())
-        byApplication[flow.application.value_or(std::string(AppArchive::kSansApplication))]
-            .push_back(flow);
-    std::vector<std::string> applications = library_.applications();
-    if (byApplication.contains(std::string(AppArchive::kSansApplication)) &&
-        std::find(applications.begin(), applications.end(), AppArchive::kSansApplication) ==
-            applications.end())
-        applications.emplace_back(AppArchive::kSansApplication);
-    for (const auto& app : applications) {
-        auto* appItem = new QTreeWidgetItem(tree_, {qs(app)});
-        appItem->setData(0, kApplicationRole, qs(app));
-        for (const auto& group :
-             LibraryGrouping::group(byApplication[app], library_.categoryOrder())) {
-            auto* categoryItem = new QTreeWidgetItem(appItem, {qs(group.name)});
-            categoryItem->setData(0, kApplicationRole, qs(app));
-            for (const FlowSummary& flow : group.flows) {
-                auto* item = new QTreeWidgetItem(
-                    categoryItem, {qs(flow.name), QString::number(flow.screenCount)});
-                item->setData(0, kApplicationRole, qs(app));
-            }
-        }
-    }
-    tree_->expandAll();
-    updateActions();
-
-    const auto flows = library_.summaries().size();
-    QString text = tr("Library: %1 — %2 %3")
-                       .arg(QString::fromStdString(library_.root().string()))
-                       .arg(flows)
-                       .arg(flows == 1 ? tr("flow") : tr("flows"));
-    if (const auto& error = library_.loadError())
-        text = tr("Couldn’t read the library: %1").arg(qs(*error));
-    const auto& report = library_.recoveryReport();
-    if (const auto recovered = report.recoveredFlows.size(); recovered > 0)
-        text += recovered == 1 ? tr(" — recovered an interrupted capture")
-                               : tr(" — recovered %1 interrupted captures").arg(recovered);
-    status_->setText(text);
 }
 
 } // namespace varnel

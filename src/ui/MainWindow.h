@@ -1,51 +1,116 @@
 #pragma once
 
-#include <QMainWindow>
+#ifndef Q_MOC_RUN // moc cannot parse the C++20 standard headers
+#include "library/ScreenID.h"
+#include "library/ThumbnailCache.h"
 
+#include <filesystem>
+#include <functional>
 #include <optional>
 #include <string>
+#include <vector>
+#endif
 
-class QTreeWidget;
-class QLabel;
+#include <QMainWindow>
+
 class QAction;
+class QLabel;
+class QSlider;
 
 namespace varnel {
 
 class AppSettings;
 class FlowLibrary;
+class GalleryView;
+class LibrarySidebar;
+class ScreenPreview;
 
-// The library at a glance: applications, their categories and flows, and the commands that
-// work on a whole application.
+// The library window: the sidebar of applications and categories, the gallery of flows and
+// their screens, and the commands on screens, flows and whole applications.
 class MainWindow : public QMainWindow {
     Q_OBJECT
 
 public:
     MainWindow(FlowLibrary& library, AppSettings& settings, QWidget* parent = nullptr);
+    ~MainWindow() override;
 
-    // The application of the selected row, if any.
+    GalleryView& gallery() const { return *gallery_; }
+    LibrarySidebar& sidebar() const { return *sidebar_; }
+    ThumbnailCache& thumbnails() { return thumbnails_; }
+    ScreenPreview* preview() const { return preview_; }
+    // The application the commands on a whole application work on: the one selected in the
+    // sidebar, or else the current flow's.
     std::optional<std::string> selectedApplication() const;
+    QAction* action(const QString& text) const;
 
+    // Application archives.
     void exportApplication();
     void importApplication();
     void deleteApplication();
     void showSettings();
+
+    // Screens.
+    void showPreview();
+    void renameScreen();
+    void duplicateScreens();
+    void deleteSelection();
+    // Flows.
+    void renameFlow();
+    void categorizeFlow();
+    void showFlowInFileManager();
+    void deleteFlow();
+    void setThumbnailHeight(int height);
+
+    // What a drop on the gallery does; public so that the decisions can be tested.
+    void dropScreens(const std::string& sourceFolder, const std::vector<std::string>& files,
+                     const std::string& targetFolder, std::size_t index, bool copy);
+    void dropFiles(const std::vector<std::filesystem::path>& files, const std::string& targetFolder,
+                   std::size_t index);
 
 signals:
     // The user chose another library folder in the settings.
     void libraryFolderChosen(const QString& folder);
 
 private:
+    void buildMenus();
     void refresh();
+    void rebuildGallery();
     void updateActions();
+    void showStatus();
+    // A message in the status bar until the library changes again.
+    void showTransient(const QString& message);
     void importInspected(const std::string& zipFile);
+    void showContextMenu(const QPoint& globalPosition);
+    // Screens of the current flow that are selected, in the flow's order.
+    std::vector<std::string> selectedInCurrentFlow() const;
+    // Runs a library change; its error is shown under `title`. False when it failed.
+    bool attempt(const QString& title, const std::function<void()>& change);
+    // Puts screens that were appended to a flow at `index` instead.
+    void placeAppended(const std::string& folder, const std::vector<std::string>& added,
+                       std::size_t index);
 
     FlowLibrary& library_;
     AppSettings& settings_;
-    QTreeWidget* tree_;
+    ThumbnailCache thumbnails_;
+    std::filesystem::path shownRoot_;
+    LibrarySidebar* sidebar_;
+    GalleryView* gallery_;
+    ScreenPreview* preview_ = nullptr;
     QLabel* status_;
-    QAction* exportAction_;
-    QAction* importAction_;
-    QAction* deleteAction_;
+    QSlider* sizeSlider_;
+    QString transientStatus_;
+
+    QAction* exportAction_ = nullptr;
+    QAction* deleteApplicationAction_ = nullptr;
+    QAction* previewAction_ = nullptr;
+    QAction* renameScreenAction_ = nullptr;
+    QAction* duplicateAction_ = nullptr;
+    QAction* deleteAction_ = nullptr;
+    QAction* selectAllAction_ = nullptr;
+    QAction* renameFlowAction_ = nullptr;
+    QAction* categorizeAction_ = nullptr;
+    QAction* revealAction_ = nullptr;
+    QAction* deleteFlowAction_ = nullptr;
 };
 
 } // namespace varnel

@@ -1,5 +1,7 @@
 #include "ui/SettingsWindow.h"
 
+#include "ui/Messages.h"
+
 #include "app/AppSettings.h"
 #include "ui/Appearance.h"
 
@@ -26,10 +28,6 @@
 namespace varnel {
 
 namespace {
-
-QString qs(const std::string& text) {
-    return QString::fromStdString(text);
-}
 
 // A row of radio buttons acting as one segmented choice; ids are the options' positions.
 QButtonGroup* choice(QWidget* parent, QHBoxLayout* row, const QStringList& labels, int checked) {

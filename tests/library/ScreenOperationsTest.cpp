@@ -183,6 +183,20 @@ TEST_F(ScreenOperationsTest, DuplicateScreensCopiesEverythingBehindTheOriginal) 
     EXPECT_TRUE(checkLibrary(store).empty());
 }
 
+TEST_F(ScreenOperationsTest, RenameScreenSetsTheDisplayNameOnly) {
+    const std::string indexBefore = readFile(store.indexURL());
+    store.renameScreen(SampleLibrary::signUp, "02.png", "  Pick a plan \n");
+    EXPECT_EQ(store.meta(SampleLibrary::signUp).screen("02.png")->name, "Pick a plan");
+    EXPECT_EQ(names(SampleLibrary::signUp),
+              (std::vector<std::string>{"01.png", "02.png", "03.mov"}));
+    EXPECT_EQ(readFile(store.indexURL()), indexBefore) << "the summary doesn't hold names";
+
+    store.renameScreen(SampleLibrary::signUp, "02.png", "   ");
+    EXPECT_FALSE(store.meta(SampleLibrary::signUp).screen("02.png")->name) << "blank removes it";
+    EXPECT_THROW(store.renameScreen(SampleLibrary::signUp, "09.png", "x"), ScreenNotFoundError);
+    EXPECT_THROW(store.renameScreen(SampleLibrary::signUp, "../meta.json", "x"), UnsafeNameError);
+}
+
 TEST(ThumbEditsTest, LaterRenamesComposeWithEarlierOnes) {
     ThumbEdits edits;
     edits.renames = {{{"a", "01.png"}, {"b", "05.png"}}};

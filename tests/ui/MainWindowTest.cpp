@@ -2,12 +2,26 @@
 #include "app/AppSettings.h"
 #include "library/FlowLibrary.h"
 #include "support/TestLibrary.h"
+#include "ui/CategorizeDialog.h"
+#include "ui/GalleryView.h"
+#include "ui/LibrarySidebar.h"
+#include "ui/ScreenPreview.h"
 
 #include <QAction>
 #include <QApplication>
+#include <QComboBox>
+#include <QCompleter>
+#include <QDropEvent>
 #include <QLabel>
+#include <QLineEdit>
+#include <QMimeData>
+#include <QPushButton>
+#include <QScrollBar>
+#include <QSlider>
 #include <QStatusBar>
-#include <QTreeWidget>
+#include <QStringListModel>
+#include <QTest>
+#include <QUrl>
 
 #include <gtest/gtest.h>
 
@@ -16,56 +30,350 @@ using namespace varnel::test;
 
 namespace {
 
-std::vector<std::string> outline(QTreeWidgetItem* parent, int depth = 0) {
+std::vector<std::string> outline(const GalleryContent& content) {
     std::vector<std::string> out;
-    for (int i = 0; i < parent->childCount(); ++i) {
-        QTreeWidgetItem* child = parent->child(i);
-        out.push_back(std::string(static_cast<std::size_t>(depth) * 2, ' ') +
-                      child->text(0).toStdString());
-        const auto below = outline(child, depth + 1);
-        out.insert(out.end(), below.begin(), below.end());
-    }
+    for (const auto& row : content.rows)
+        out.push_back(row.kind == GalleryRow::Kind::flow       ? content.flows[row.flow].name
+                      : row.kind == GalleryRow::Kind::category ? "## " + row.title
+                                                               : "# " + row.title);
     return out;
 }
 
+std::vector<std::string> children(QTreeWidgetItem* item) {
+    std::vector<std::string> out;
+    for (int i = 0; i < item->childCount(); ++i)
+        out.push_back(item->child(i)->text(0).toStdString());
+    return out;
+}
+
+QTreeWidgetItem* topLevel(LibrarySidebar& sidebar, const QString& text) {
+    for (int i = 0; i < sidebar.topLevelItemCount(); ++i)
+        if (sidebar.topLevelItem(i)->text(0) == text)
+            return sidebar.topLevelItem(i);
+    return nullptr;
+}
+
+// Delivers a drag that hovers over `point` and drops there, as the window system would.
+void dropOn(QWidget* target, QPoint point, QMimeData* mime,
+            Qt::KeyboardModifiers modifiers = Qt::NoModifier) {
+    QDragEnterEvent enter(point, Qt::CopyAction | Qt::MoveAction, mime, Qt::LeftButton, modifiers);
+    QApplication::sendEvent(target, &enter);
+    QDragMoveEvent move(point, Qt::CopyAction | Qt::MoveAction, mime, Qt::LeftButton, modifiers);
+    QApplication::sendEvent(target, &move);
+    QDropEvent drop(point, Qt::CopyAction | Qt::MoveAction, mime, Qt::LeftButton, modifiers);
+    QApplication::sendEvent(target, &drop);
+    delete mime;
+}
+
+class MainWindowTest : public ::testing::Test {
+protected:
+    MainWindowTest() {
+        window->resize(1100, 800);
+        window->show();
+        QApplication::processEvents();
+    }
+    std::unique_ptr<AppSettings> makeSettings() {
+        return std::make_unique<AppSettings>(std::make_unique<QSettings>(
+            QString::fromStdString((dir / "settings.ini").string()), QSettings::IniFormat));
+    }
+    std::vector<std::string> names(const std::string& folder) {
+        std::vector<std::string> out;
+        for (const auto& s : sample.store.meta(folder).screens)
+            out.push_back(s.filename);
+        return out;
+    }
+    std::string payloadOf(const fs::path& file) { return readFile(file).substr(33); }
+    // The viewport point at the middle of a flow's screen.
+    QPoint tileCenter(const std::string& folder, std::size_t index) {
+        GalleryView& gallery = window->gallery();
+        const auto row = gallery.content().rowOfFlow(folder);
+        EXPECT_TRUE(row);
+        return gallery.galleryLayout().tileRect(*row, index).center() -
+               QPoint(0, gallery.verticalScrollBar()->value());
+    }
+    void waitForThumbnails() {
+        // Each round makes what the last paint asked for; two rounds settle a reload.
+        for (int round = 0; round < 3; ++round) {
+            window->gallery().viewport()->repaint();
+            window->thumbnails().waitForIdle();
+        }
+    }
+
+    TempDir dir;
+    SampleLibrary sample{dir / "Library"};
+    FlowLibrary library{FlowStore(sample.root)};
+    std::unique_ptr<AppSettings> settings = makeSettings();
+    std::unique_ptr<MainWindow> window = std::make_unique<MainWindow>(library, *settings);
+};
+
 } // namespace
 
-TEST(MainWindowTest, ShowsApplicationsCategoriesAndFlowsAndFollowsChanges) {
-    TempDir dir;
-    SampleLibrary sample(dir / "Library");
-    FlowLibrary library{FlowStore(sample.root)};
-    AppSettings settings(std::make_unique<QSettings>(
-        QString::fromStdString((dir / "settings.ini").string()), QSettings::IniFormat));
-    MainWindow window(library, settings);
-    auto* tree = window.findChild<QTreeWidget*>();
-    ASSERT_TRUE(tree);
-    // Flows keep the user's order within their category.
-    EXPECT_EQ(outline(tree->invisibleRootItem()),
-              (std::vector<std::string>{"Acme", "  Onboarding", "    Sign up", "    Log in", "Bank",
-                                        "  Uncategorized", "    Transfer"}));
-    auto* status = window.statusBar()->findChild<QLabel*>();
-    ASSERT_TRUE(status);
-    EXPECT_TRUE(status->text().endsWith("3 flows")) << status->text().toStdString();
+TEST_F(MainWindowTest, SidebarChoosesTheApplicationAndRemembersIt) {
+    LibrarySidebar& sidebar = window->sidebar();
+    ASSERT_EQ(sidebar.topLevelItemCount(), 3);
+    EXPECT_EQ(sidebar.topLevelItem(0)->text(0), "All");
+    EXPECT_EQ(outline(window->gallery().content()),
+              (std::vector<std::string>{"# Acme", "## Onboarding", "Sign up", "Log in", "# Bank",
+                                        "## Uncategorized", "Transfer"}));
 
-    auto* exportAction = window.findChild<QAction*>();
-    for (QAction* action : window.findChildren<QAction*>())
-        if (action->text() == "Export Application…")
-            exportAction = action;
-    ASSERT_EQ(exportAction->text(), "Export Application…");
-    EXPECT_FALSE(exportAction->isEnabled()) << "nothing selected yet";
-    tree->setCurrentItem(tree->topLevelItem(0)->child(0)->child(1));
-    EXPECT_TRUE(exportAction->isEnabled());
-    EXPECT_EQ(window.selectedApplication(), "Acme") << "a flow's row stands for its application";
+    sidebar.setCurrentItem(topLevel(sidebar, "Acme"));
+    EXPECT_EQ(settings->selectedApp(), "Acme");
+    EXPECT_EQ(children(topLevel(window->sidebar(), "Acme")),
+              std::vector<std::string>{"Onboarding"});
+    EXPECT_EQ(outline(window->gallery().content()),
+              (std::vector<std::string>{"## Onboarding", "Sign up", "Log in"}));
+    EXPECT_EQ(window->selectedApplication(), "Acme");
 
+    // The next start shows the same application.
+    window.reset();
+    settings = makeSettings();
+    window = std::make_unique<MainWindow>(library, *settings);
+    EXPECT_EQ(window->sidebar().selectedApplication(), "Acme");
+    EXPECT_EQ(window->gallery().content().flows.size(), 2u);
+
+    // Once the application is gone, "All" is shown again.
+    library.deleteApplication("Acme");
+    EXPECT_FALSE(window->sidebar().selectedApplication());
+    EXPECT_FALSE(settings->selectedApp());
+    EXPECT_EQ(window->gallery().content().flows.size(), 1u);
+}
+
+TEST_F(MainWindowTest, CategoriesAreReorderedByDraggingOneOntoAnother) {
     library.createEmptyFlow("Acme", "Pay", std::string("Payments"), Date{});
-    library.moveCategory("Payments", std::string("Onboarding"));
-    EXPECT_EQ(tree->topLevelItem(0)->child(0)->text(0), "Payments") << "the user's category order";
-    library.deleteFlow("acme/payments/pay");
+    library.createEmptyFlow("Acme", "Browse", std::string(""), Date{});
+    library.createEmptyFlow("Acme", "Password", std::string("Settings"), Date{});
+    LibrarySidebar& sidebar = window->sidebar();
+    sidebar.setCurrentItem(topLevel(sidebar, "Acme"));
+    EXPECT_EQ(children(topLevel(sidebar, "Acme")),
+              (std::vector<std::string>{"Onboarding", "Payments", "Settings", "Uncategorized"}));
 
-    library.deleteFlow(SampleLibrary::transfer);
-    EXPECT_EQ(tree->topLevelItemCount(), 1);
-    EXPECT_TRUE(status->text().endsWith("2 flows"));
+    auto drag = [&](const std::string& category, const std::string& onto, bool upperHalf) {
+        QTreeWidgetItem* app = topLevel(sidebar, "Acme");
+        QTreeWidgetItem *moved = nullptr, *target = nullptr;
+        for (int i = 0; i < app->childCount(); ++i) {
+            if (app->child(i)->text(0).toStdString() == category)
+                moved = app->child(i);
+            if (app->child(i)->text(0).toStdString() == onto)
+                target = app->child(i);
+        }
+        ASSERT_TRUE(moved && target);
+        const QRect rect = sidebar.visualItemRect(target);
+        const QPoint point(rect.left() + 20, upperHalf ? rect.top() + 2 : rect.bottom() - 2);
+        dropOn(sidebar.viewport(), point,
+               sidebar.model()->mimeData({sidebar.indexFromItem(moved)}));
+    };
+    drag("Settings", "Onboarding", true);
+    EXPECT_EQ(library.categoryOrder(),
+              (std::vector<std::string>{"Settings", "Onboarding", "Payments"}));
+    EXPECT_EQ(children(topLevel(sidebar, "Acme")),
+              (std::vector<std::string>{"Settings", "Onboarding", "Payments", "Uncategorized"}));
+    EXPECT_EQ(outline(window->gallery().content())[0], "## Settings") << "the gallery follows";
 
+    drag("Settings", "Payments", false); // the lower half: after it
+    EXPECT_EQ(children(topLevel(sidebar, "Acme")),
+              (std::vector<std::string>{"Onboarding", "Payments", "Settings", "Uncategorized"}));
+    drag("Onboarding", "Uncategorized", false); // nothing goes after the catch-all
+    EXPECT_EQ(children(topLevel(sidebar, "Acme")),
+              (std::vector<std::string>{"Payments", "Settings", "Onboarding", "Uncategorized"}));
+
+    // "Uncategorized" can't be picked up.
+    QTreeWidgetItem* app = topLevel(sidebar, "Acme");
+    EXPECT_FALSE(app->child(3)->flags() & Qt::ItemIsDragEnabled);
+    EXPECT_FALSE(sidebar.categoryDropAt(sidebar.visualItemRect(app).center()))
+        << "an application is no place for a category";
+}
+
+TEST_F(MainWindowTest, GalleryShowsEveryScreenAsAThumbnailClipsWithTheirPoster) {
+    writePicture(sample.root / SampleLibrary::signUp / "01.png", 390, 844, 0xff2060e0);
+    writePicture(sample.root / SampleLibrary::signUp / "02.png", 390, 844, 0xff20c040);
+    writeClip(sample.root / SampleLibrary::signUp / "03.mov", 390, 844);
+    library.reload();
+    waitForThumbnails();
+
+    const QImage shot = window->gallery().viewport()->grab().toImage();
+    auto at = [&](std::size_t index) {
+        return shot.pixelColor(tileCenter(SampleLibrary::signUp, index));
+    };
+    EXPECT_GT(at(0).blue(), 200);
+    EXPECT_LT(at(0).red(), 60);
+    EXPECT_GT(at(1).green(), 170);
+    EXPECT_LT(at(1).red(), 60);
+    EXPECT_GT(at(2).red(), 200) << "the clip's first frame";
+    EXPECT_LT(at(2).green(), 60);
+    // Fake files of the other flows can't be shown; they say so instead of hanging.
+    EXPECT_TRUE(window->thumbnails().hasFailed({SampleLibrary::logIn, "01.png"}));
+    EXPECT_LT(shot.pixelColor(tileCenter(SampleLibrary::logIn, 0)).saturation(), 30);
+
+    // A larger thumbnail height lays the bands out again and stores the choice.
+    window->setThumbnailHeight(999);
+    EXPECT_EQ(settings->thumbnailHeight(), 300);
+    EXPECT_EQ(window->gallery().thumbnailHeight(), 300);
+    EXPECT_EQ(window->findChild<QSlider*>()->value(), 300);
+    waitForThumbnails();
+    EXPECT_EQ(window->thumbnails().image({SampleLibrary::signUp, "01.png"}).height(), 300);
+}
+
+TEST_F(MainWindowTest, ScreensAreReorderedMovedAndCopiedByDragAndDrop) {
+    GalleryView& gallery = window->gallery();
+    auto left = [&](const std::string& folder, std::size_t index) {
+        gallery.scrollToFlow(folder); // away from the edges, where a drag scrolls the view
+        return tileCenter(folder, index) - QPoint(30, 0);
+    };
+    // Within a flow: the clip goes first.
+    dropOn(gallery.viewport(), left(SampleLibrary::signUp, 0),
+           gallery.mimeDataFor({{SampleLibrary::signUp, "03.mov"}}));
+    EXPECT_EQ(names(SampleLibrary::signUp),
+              (std::vector<std::string>{"01.mov", "02.png", "03.png"}));
+    EXPECT_EQ(readFile(sample.root / SampleLibrary::signUp / "01.mov"), "sign-up-3");
+
+    // Dropped where it was: nothing changes.
+    const auto before = readFile(sample.root / SampleLibrary::signUp / "meta.json");
+    dropOn(gallery.viewport(), left(SampleLibrary::signUp, 1),
+           gallery.mimeDataFor({{SampleLibrary::signUp, "02.png"}}));
+    EXPECT_EQ(readFile(sample.root / SampleLibrary::signUp / "meta.json"), before);
+
+    // To another flow, between its two screens.
+    dropOn(gallery.viewport(), left(SampleLibrary::logIn, 1),
+           gallery.mimeDataFor({{SampleLibrary::signUp, "02.png"}}));
+    EXPECT_EQ(names(SampleLibrary::signUp).size(), 2u);
+    EXPECT_EQ(payloadOf(sample.root / SampleLibrary::logIn / "02.png"), "sign-up-1");
+    EXPECT_EQ(payloadOf(sample.root / SampleLibrary::logIn / "03.png"), "log-in-2");
+
+    // With Ctrl held the screen is copied; the source keeps it.
+    dropOn(gallery.viewport(), left(SampleLibrary::transfer, 0),
+           gallery.mimeDataFor({{SampleLibrary::signUp, "01.mov"}}), Qt::ControlModifier);
+    EXPECT_EQ(names(SampleLibrary::transfer), (std::vector<std::string>{"01.mov", "02.png"}));
+    EXPECT_EQ(names(SampleLibrary::signUp).size(), 2u);
+
+    // Files from a file manager become screens where they are dropped; others are ignored.
+    writeFile(dir / "outside/new.png", pngBytes(10, 20, "dropped"));
+    writeFile(dir / "outside/notes.txt", "not a screen");
+    auto* mime = new QMimeData;
+    mime->setUrls(
+        {QUrl::fromLocalFile(QString::fromStdString((dir / "outside/new.png").string())),
+         QUrl::fromLocalFile(QString::fromStdString((dir / "outside/notes.txt").string()))});
+    dropOn(gallery.viewport(), left(SampleLibrary::transfer, 0), mime);
+    EXPECT_EQ(names(SampleLibrary::transfer),
+              (std::vector<std::string>{"01.png", "02.mov", "03.png"}));
+    EXPECT_EQ(payloadOf(sample.root / SampleLibrary::transfer / "01.png"), "dropped");
+    EXPECT_TRUE(fs::exists(dir / "outside/new.png")) << "copied, not moved";
+}
+
+TEST_F(MainWindowTest, ArrowsAndTheLargePreviewStepThroughTheGallery) {
+    GalleryView& gallery = window->gallery();
+    QTest::mouseClick(gallery.viewport(), Qt::LeftButton, {}, tileCenter(SampleLibrary::signUp, 0));
+    ASSERT_EQ(gallery.currentScreen(), (ScreenID{SampleLibrary::signUp, "01.png"}));
+    EXPECT_TRUE(window->action("Rename Screen…")->isEnabled());
+    QTest::keyClick(gallery.viewport(), Qt::Key_Right);
+    EXPECT_EQ(gallery.currentScreen(), (ScreenID{SampleLibrary::signUp, "02.png"}));
+
+    QTest::mouseClick(gallery.viewport(), Qt::LeftButton, Qt::ShiftModifier,
+                      tileCenter(SampleLibrary::signUp, 2));
+    EXPECT_EQ(gallery.selectedScreens().size(), 2u) << "a range from the anchor";
+    QTest::mouseClick(gallery.viewport(), Qt::LeftButton, Qt::ControlModifier,
+                      tileCenter(SampleLibrary::signUp, 0));
+    EXPECT_EQ(gallery.selectedScreens(),
+              (std::vector<ScreenID>{{SampleLibrary::signUp, "01.png"},
+                                     {SampleLibrary::signUp, "02.png"},
+                                     {SampleLibrary::signUp, "03.mov"}}));
+
+    window->showPreview();
+    ScreenPreview* preview = window->preview();
+    ASSERT_TRUE(preview);
+    EXPECT_EQ(preview->shownScreen(), (ScreenID{SampleLibrary::signUp, "01.png"}));
+    EXPECT_EQ(preview->title(), "Sign up — 1 of 3");
+    QTest::keyClick(preview, Qt::Key_Right);
+    QTest::keyClick(preview, Qt::Key_Right);
+    QTest::keyClick(preview, Qt::Key_Right); // past the clip, into the next band
+    EXPECT_EQ(preview->shownScreen(), (ScreenID{SampleLibrary::logIn, "01.png"}));
+    EXPECT_EQ(preview->title(), "Log in — 1 of 2");
+    EXPECT_EQ(gallery.currentScreen(), preview->shownScreen()) << "the gallery follows";
+    QTest::keyClick(preview, Qt::Key_Left);
+    EXPECT_EQ(preview->shownScreen(), (ScreenID{SampleLibrary::signUp, "03.mov"}));
+    QTest::keyClick(preview, Qt::Key_Escape);
+    EXPECT_FALSE(preview->isVisible());
+
+    // Clicking a band's title picks the flow, not a screen.
+    const auto row = gallery.content().rowOfFlow(SampleLibrary::transfer);
+    QTest::mouseClick(gallery.viewport(), Qt::LeftButton, {},
+                      gallery.galleryLayout().headerRect(*row).center() -
+                          QPoint(0, gallery.verticalScrollBar()->value()));
+    EXPECT_EQ(gallery.currentFlow(), SampleLibrary::transfer);
+    EXPECT_FALSE(gallery.currentScreen());
+    EXPECT_FALSE(window->action("Rename Screen…")->isEnabled());
+    EXPECT_TRUE(window->action("Rename Flow…")->isEnabled());
+}
+
+TEST_F(MainWindowTest, ScreenCommandsGoThroughTheLibraryAndKeepTheSelection) {
+    GalleryView& gallery = window->gallery();
+    gallery.selectScreen({SampleLibrary::signUp, "02.png"});
+    window->duplicateScreens();
+    EXPECT_EQ(names(SampleLibrary::signUp),
+              (std::vector<std::string>{"01.png", "02.png", "03.png", "04.mov"}));
+    EXPECT_EQ(gallery.currentScreen(), (ScreenID{SampleLibrary::signUp, "02.png"}));
+
+    library.renameScreen(SampleLibrary::signUp, "02.png", "Plans");
+    EXPECT_EQ(gallery.selectedScreens(),
+              (std::vector<ScreenID>{{SampleLibrary::signUp, "02.png"}}));
+    library.deleteScreens(SampleLibrary::signUp, {"02.png"});
+    EXPECT_TRUE(gallery.selectedScreens().size() == 1u) << "02.png is now the duplicate";
+    library.deleteFlow(SampleLibrary::signUp);
+    EXPECT_TRUE(gallery.selectedScreens().empty()) << "the flow is gone";
+    EXPECT_FALSE(gallery.currentScreen());
+}
+
+TEST_F(MainWindowTest, CategorizeSheetMovesAFlowAndStaysOpenOnFailure) {
+    CategorizeDialog dialog(library, std::string(SampleLibrary::logIn), window.get());
+    EXPECT_EQ(dialog.windowTitle(), "Categorize flow");
+    EXPECT_EQ(dialog.flowPicker()->currentData().toString().toStdString(), SampleLibrary::logIn);
+    EXPECT_EQ(dialog.flowPicker()->itemText(0), "Acme — Log in") << "by application, then name";
+    EXPECT_EQ(dialog.applicationField()->text(), "Acme");
+    EXPECT_EQ(dialog.categoryField()->text(), "Onboarding");
+    EXPECT_EQ(dialog.categoryField()->placeholderText(), "e.g. Settings");
+    auto suggestions = [&] {
+        auto* model = qobject_cast<QStringListModel*>(dialog.categoryField()->completer()->model());
+        return model ? model->stringList() : QStringList{"no model"};
+    };
+    EXPECT_EQ(suggestions(), QStringList{"Onboarding"});
+    dialog.applicationField()->setText("Bank");
+    EXPECT_TRUE(suggestions().isEmpty()) << "Bank has no categories yet";
+
+    dialog.applicationField()->setText("  Bank ");
+    dialog.categoryField()->setText("  Payments  ");
+    dialog.save();
+    EXPECT_EQ(dialog.result(), QDialog::Accepted);
+    EXPECT_EQ(dialog.savedFolder(), "bank/payments/log-in");
+    EXPECT_EQ(sample.store.meta("bank/payments/log-in").categoryL1, "Payments");
+
+    CategorizeDialog broken(library, std::string(SampleLibrary::transfer), window.get());
+    writeFile(sample.root / SampleLibrary::transfer / "meta.json", "{");
+    broken.categoryField()->setText("Money");
+    broken.save();
+    EXPECT_NE(broken.result(), QDialog::Accepted);
+    EXPECT_FALSE(broken.problemLabel()->isHidden());
+    EXPECT_EQ(broken.categoryField()->text(), "Money") << "what was typed is kept";
+}
+
+TEST_F(MainWindowTest, MenusNameEveryCommandAndDisableWhatIsNotBuiltYet) {
+    for (const char* text :
+         {"Import Application…", "Export Application…", "Delete Application…", "Categorize Flow…",
+          "Rename Flow…", "Delete Flow…", "Show in File Manager", "Quick Look", "Settings…"})
+        EXPECT_TRUE(window->action(text)) << text;
+    for (const char* text : {"New Capture…", "Download Figma Plugin…", "Check for Updates…",
+                             "Edit Screen…", "Show Recognized Text"}) {
+        ASSERT_TRUE(window->action(text)) << text;
+        EXPECT_FALSE(window->action(text)->isEnabled()) << text;
+    }
+    EXPECT_EQ(window->action("Settings…")->shortcut(), QKeySequence("Ctrl+,"));
+    EXPECT_EQ(window->action("Quit")->shortcut(), QKeySequence::Quit);
+    EXPECT_FALSE(window->action("Rename Flow…")->isEnabled()) << "nothing picked yet";
+    EXPECT_FALSE(window->action("Export Application…")->isEnabled());
+}
+
+TEST_F(MainWindowTest, StatusSumsUpTheLibraryAndSaysWhenItCantBeRead) {
+    auto* status = window->statusBar()->findChild<QLabel*>();
+    ASSERT_TRUE(status);
+    EXPECT_TRUE(status->text().startsWith("3 flows, 6 screens")) << status->text().toStdString();
     writeFile(sample.root / "index.json", "{");
     library.reload();
     EXPECT_TRUE(status->text().startsWith("Couldn’t read the library"))

@@ -1,0 +1,717 @@
+#include "ui/GalleryView.h"
+
+#include "library/FlowLibrary.h"
+#include "library/ScreenFiles.h"
+#include "library/ThumbnailCache.h"
+
+#include <QApplication>
+#include <QContextMenuEvent>
+#include <QDateTime>
+#include <QDrag>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QLocale>
+#include <QMimeData>
+#include <QPainter>
+#include <QPainterPath>
+#include <QScrollBar>
+#include <QUrl>
+
+#include <algorithm>
+
+namespace varnel {
+
+namespace {
+
+QString qs(const std::string& text) {
+    return QString::fromStdString(text);
+}
+
+QColor muted(const QPalette& palette) {
+    QColor color = palette.color(QPalette::WindowText);
+    color.setAlphaF(0.55f);
+    return color;
+}
+
+QColor tileBackground(const QPalette& palette) {
+    const QColor base = palette.color(QPalette::Base);
+    return base.lightness() < 128 ? base.lighter(160) : base.darker(108);
+}
+
+QFont scaled(QFont font, double factor, QFont::Weight weight) {
+    font.setPointSizeF(font.pointSizeF() * factor);
+    font.setWeight(weight);
+    return font;
+}
+
+QString caption(const ScreenRef& ref, std::size_t number) {
+    if (ref.name && !ref.name->empty())
+        return qs(*ref.name);
+    return QString::number(number);
+}
+
+void paintClipBadge(QPainter& painter, const QRect& tile) {
+    const QRect badge(tile.left() + 6, tile.bottom() - 25, 28, 20);
+    painter.setPen(Qt::NoPen);
+    painter.setBrush(QColor(0, 0, 0, 160));
+    painter.drawRoundedRect(badge, 5, 5);
+    QPainterPath triangle;
+    const QPointF c = QRectF(badge).center();
+    triangle.moveTo(c.x() - 4, c.y() - 6);
+    triangle.lineTo(c.x() + 6, c.y());
+    triangle.lineTo(c.x() - 4, c.y() + 6);
+    triangle.closeSubpath();
+    painter.setBrush(Qt::white);
+    painter.drawPath(triangle);
+}
+
+} // namespace
+
+GalleryView::GalleryView(FlowLibrary& library, ThumbnailCache& thumbnails, QWidget* parent)
+    : QAbstractScrollArea(parent), library_(library), thumbnails_(thumbnails) {
+    setFrameShape(QFrame::NoFrame);
+    setFocusPolicy(Qt::StrongFocus);
+    setAcceptDrops(true);
+    viewport()->setAcceptDrops(true);
+    viewport()->setBackgroundRole(QPalette::Base);
+    verticalScrollBar()->setSingleStep(48);
+    setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    autoScrollTimer_.setInterval(16);
+    connect(&autoScrollTimer_, &QTimer::timeout, this,
+            [this] { verticalScrollBar()->setValue(offset() + autoScroll_); });
+    connect(&thumbnails_, &ThumbnailCache::ready, viewport(), qOverload<>(&QWidget::update));
+    connect(&thumbnails_, &ThumbnailCache::failed, viewport(), qOverload<>(&QWidget::update));
+}
+
+void GalleryView::setContent(GalleryContent content) {
+    content_ = std::move(content);
+    unreadable_.clear();
+    // A selection outlives a reload where its screens do.
+    std::erase_if(selection_, [this](const ScreenID& screen) {
+        const auto* screens = screensOf(screen.folder);
+        return !screens || std::none_of(screens->begin(), screens->end(), [&](const ScreenRef& s) {
+            return s.filename == screen.filename;
+        });
+    });
+    if (current_ && !selection_.contains(*current_))
+        current_.reset();
+    if (anchor_ && !selection_.contains(*anchor_))
+        anchor_.reset();
+    if (currentFlow_ && !content_.rowOfFlow(*currentFlow_))
+        currentFlow_.reset();
+    relayout();
+    emit selectionChanged();
+}
+
+void GalleryView::setThumbnailHeight(int height) {
+    if (height == metrics_.thumbHeight)
+        return;
+    // Keep the band at the top of the view in place.
+    const auto top = layout_.rowAt(offset());
+    metrics_.thumbHeight = height;
+    relayout();
+    if (top)
+        verticalScrollBar()->setValue(layout_.rowTop(*top));
+}
+
+void GalleryView::setEmptyText(const QString& title, const QString& hint) {
+    emptyTitle_ = title;
+    emptyHint_ = hint;
+    viewport()->update();
+}
+
+void GalleryView::relayout() {
+    layout_.build(content_, viewport()->width(), metrics_);
+    verticalScrollBar()->setPageStep(viewport()->height());
+    verticalScrollBar()->setRange(0, std::max(0, layout_.height() - viewport()->height()));
+    thumbnails_.setImageHeight(static_cast<int>(metrics_.thumbHeight * devicePixelRatioF() + 0.5));
+    viewport()->update();
+}
+
+int GalleryView::offset() const {
+    return verticalScrollBar()->value();
+}
+
+QRect GalleryView::toViewport(QRect contentRect) const {
+    return contentRect.translated(0, -offset());
+}
+
+const std::vector<ScreenRef>* GalleryView::screensOf(const std::string& folder) {
+    if (unreadable_.contains(folder))
+        return nullptr;
+    try {
+        return &library_.meta(folder).screens;
+    } catch (const std::exception& e) {
+        unreadable_[folder] = qs(e.what());
+        return nullptr;
+    }
+}
+
+void GalleryView::resizeEvent(QResizeEvent* event) {
+    QAbstractScrollArea::resizeEvent(event);
+    const auto top = layout_.rowAt(offset());
+    const int within = top ? offset() - layout_.rowTop(*top) : 0;
+    relayout();
+    if (top && *top < layout_.rowCount())
+        verticalScrollBar()->setValue(layout_.rowTop(*top) +
+                                      std::min(within, layout_.rowHeight(*top)));
+}
+
+void GalleryView::paintEvent(QPaintEvent* event) {
+    QPainter painter(viewport());
+    painter.setRenderHint(QPainter::Antialiasing);
+    painter.setRenderHint(QPainter::SmoothPixmapTransform);
+    if (content_.rows.empty()) {
+        paintEmpty(painter);
+        return;
+    }
+    const QRect exposed = event->rect().translated(0, offset());
+    const auto [first, last] = layout_.rowsIn(exposed.top(), exposed.bottom() + 1);
+    for (std::size_t row = first; row < last; ++row) {
+        if (content_.rows[row].kind == GalleryRow::Kind::flow)
+            paintBand(painter, row, exposed);
+        else
+            paintHeading(painter, row);
+    }
+    if (dropTarget_) {
+        if (const auto row = content_.rowOfFlow(dropTarget_->folder)) {
+            painter.setPen(Qt::NoPen);
+            painter.setBrush(palette().color(QPalette::Highlight));
+            painter.drawRoundedRect(toViewport(layout_.insertionMarker(*row, dropTarget_->index)),
+                                    2, 2);
+        }
+    }
+}
+
+void GalleryView::paintEmpty(QPainter& painter) {
+    const QRect area = viewport()->rect().adjusted(40, 0, -40, 0);
+    painter.setPen(palette().color(QPalette::WindowText));
+    painter.setFont(scaled(font(), 1.6, QFont::DemiBold));
+    const QRect titleRect(area.left(), area.center().y() - 40, area.width(), 36);
+    painter.drawText(titleRect, Qt::AlignCenter, emptyTitle_);
+    painter.setPen(muted(palette()));
+    painter.setFont(font());
+    painter.drawText(QRect(area.left(), titleRect.bottom() + 8, area.width(), 60),
+                     Qt::AlignHCenter | Qt::AlignTop | Qt::TextWordWrap, emptyHint_);
+}
+
+void GalleryView::paintHeading(QPainter& painter, std::size_t row) {
+    const GalleryRow& heading = content_.rows[row];
+    const QRect area =
+        toViewport(QRect(metrics_.margin, layout_.rowTop(row),
+                         viewport()->width() - 2 * metrics_.margin, layout_.rowHeight(row)));
+    if (heading.kind == GalleryRow::Kind::application) {
+        painter.setPen(palette().color(QPalette::WindowText));
+        painter.setFont(scaled(font(), 1.75, QFont::Bold));
+        painter.drawText(area.adjusted(0, 14, 0, 0), Qt::AlignLeft | Qt::AlignVCenter,
+                         qs(heading.title));
+        return;
+    }
+    painter.setFont(scaled(font(), 1.05, QFont::DemiBold));
+    painter.setPen(muted(palette()));
+    const QRect text = area.adjusted(0, 10, 0, 0);
+    painter.drawText(text, Qt::AlignLeft | Qt::AlignVCenter, qs(heading.title).toUpper());
+    const int width = painter.fontMetrics().horizontalAdvance(qs(heading.title).toUpper());
+    QColor rule = muted(palette());
+    rule.setAlphaF(0.18f);
+    painter.setPen(QPen(rule, 1));
+    const int y = text.center().y() + 1;
+    painter.drawLine(text.left() + width + 12, y, text.right(), y);
+}
+
+void GalleryView::paintBand(QPainter& painter, std::size_t row, const QRect& exposed) {
+    const FlowSummary& flow = content_.flows[content_.rows[row].flow];
+    const QRect header = toViewport(layout_.headerRect(row));
+    if (currentFlow_ == flow.folderName && !current_) {
+        QColor fill = palette().color(QPalette::Highlight);
+        fill.setAlphaF(0.16f);
+        painter.setPen(Qt::NoPen);
+        painter.setBrush(fill);
+        painter.drawRoundedRect(header.adjusted(-10, 2, 10, -2), 8, 8);
+    }
+    painter.setPen(palette().color(QPalette::WindowText));
+    painter.setFont(scaled(font(), 1.2, QFont::DemiBold));
+    const QRect nameRect = header.adjusted(0, 4, 0, -header.height() / 2 + 4);
+    painter.drawText(
+        nameRect, Qt::AlignLeft | Qt::AlignBottom,
+        painter.fontMetrics().elidedText(qs(flow.name), Qt::ElideRight, nameRect.width()));
+    const QDateTime date =
+        QDateTime::fromSecsSinceEpoch(static_cast<qint64>(flow.date.unixSeconds()));
+    const QString details =
+        QLocale().toString(date.date(), QLocale::ShortFormat) + "  ·  " +
+        (flow.screenCount == 1 ? tr("1 screen") : tr("%1 screens").arg(flow.screenCount));
+    painter.setFont(font());
+    painter.setPen(muted(palette()));
+    painter.drawText(header.adjusted(0, header.height() / 2 + 4, 0, 0),
+                     Qt::AlignLeft | Qt::AlignTop, details);
+
+    const std::vector<ScreenRef>* screens = screensOf(flow.folderName);
+    if (!screens || screens->empty()) {
+        const QRect line = toViewport(layout_.tileRect(row, 0))
+                               .adjusted(0, 0, viewport()->width(), 0)
+                               .intersected(viewport()->rect().adjusted(metrics_.margin, 0, 0, 0));
+        painter.setPen(muted(palette()));
+        painter.drawText(line, Qt::AlignLeft | Qt::AlignVCenter,
+                         screens
+                             ? tr("No screens in this flow")
+                             : tr("Couldn’t read this flow: %1").arg(unreadable_[flow.folderName]));
+        return;
+    }
+    const std::size_t count = std::min(
+        screens->size(), static_cast<std::size_t>(std::max<std::int64_t>(1, flow.screenCount)));
+    for (std::size_t i = 0; i < count; ++i) {
+        const QRect tile = layout_.tileRect(row, i);
+        if (!tile.adjusted(0, 0, 0, metrics_.caption).intersects(exposed))
+            continue;
+        paintTile(painter, toViewport(tile), {flow.folderName, (*screens)[i].filename},
+                  (*screens)[i], i + 1);
+    }
+}
+
+void GalleryView::paintTile(QPainter& painter, const QRect& tile, const ScreenID& screen,
+                            const ScreenRef& ref, std::size_t number) {
+    QPainterPath shape;
+    shape.addRoundedRect(tile, 8, 8);
+    painter.setPen(Qt::NoPen);
+    painter.setBrush(tileBackground(palette()));
+    painter.drawPath(shape);
+
+    const QImage image = thumbnails_.image(screen);
+    if (!image.isNull()) {
+        QSizeF size = QSizeF(image.size()) / image.devicePixelRatio();
+        size.scale(tile.size(), Qt::KeepAspectRatio);
+        QRectF target(QPointF(0, 0), size);
+        target.moveCenter(QRectF(tile).center());
+        painter.save();
+        painter.setClipPath(shape);
+        painter.drawImage(target, image);
+        painter.restore();
+    } else if (thumbnails_.hasFailed(screen)) {
+        painter.setPen(muted(palette()));
+        painter.drawText(tile.adjusted(8, 8, -8, -8), Qt::AlignCenter | Qt::TextWordWrap,
+                         tr("Can’t show this screen"));
+    }
+    if (ScreenFiles::isClip(screen.filename))
+        paintClipBadge(painter, tile);
+
+    const bool selected = selection_.contains(screen);
+    QColor edge = selected ? palette().color(QPalette::Highlight) : muted(palette());
+    if (!selected)
+        edge.setAlphaF(0.2f);
+    painter.setPen(QPen(edge, selected ? 3 : 1));
+    painter.setBrush(Qt::NoBrush);
+    painter.drawRoundedRect(QRectF(tile).adjusted(0.5, 0.5, -0.5, -0.5), 8, 8);
+    if (current_ == screen && hasFocus()) {
+        QColor focus = palette().color(QPalette::Highlight).lighter(140);
+        painter.setPen(QPen(focus, 1, Qt::DotLine));
+        painter.drawRoundedRect(QRectF(tile).adjusted(-3.5, -3.5, 3.5, 3.5), 10, 10);
+    }
+
+    const QRect captionRect(tile.left(), tile.bottom() + 4, tile.width(), metrics_.caption - 4);
+    painter.setPen(selected ? palette().color(QPalette::WindowText) : muted(palette()));
+    painter.setFont(scaled(font(), 0.9, QFont::Normal));
+    painter.drawText(captionRect, Qt::AlignHCenter | Qt::AlignTop,
+                     painter.fontMetrics().elidedText(caption(ref, number), Qt::ElideRight,
+                                                      captionRect.width()));
+}
+
+std::optional<GalleryView::Hit> GalleryView::hitAt(QPoint point) const {
+    const auto row = layout_.rowAt(point.y() + offset());
+    if (!row || content_.rows[*row].kind != GalleryRow::Kind::flow)
+        return std::nullopt;
+    const auto& flow = content_.flows[content_.rows[*row].flow];
+    Hit hit{*row, std::nullopt};
+    hit.screen =
+        layout_.tileAt(*row, point + QPoint(0, offset()),
+                       static_cast<std::size_t>(std::max<std::int64_t>(0, flow.screenCount)));
+    return hit;
+}
+
+std::optional<ScreenID> GalleryView::screenAt(const Hit& hit) {
+    if (!hit.screen)
+        return std::nullopt;
+    const auto& folder = content_.flows[content_.rows[hit.row].flow].folderName;
+    const auto* screens = screensOf(folder);
+    if (!screens || *hit.screen >= screens->size())
+        return std::nullopt;
+    return ScreenID{folder, (*screens)[*hit.screen].filename};
+}
+
+std::vector<ScreenID> GalleryView::selectedScreens() const {
+    std::vector<ScreenID> ordered;
+    for (const auto& flow : content_.flows) {
+        auto first = selection_.lower_bound(ScreenID{flow.folderName, {}});
+        if (first == selection_.end() || first->folder != flow.folderName)
+            continue;
+        try {
+            for (const auto& ref : library_.meta(flow.folderName).screens)
+                if (selection_.contains({flow.folderName, ref.filename}))
+                    ordered.push_back({flow.folderName, ref.filename});
+        } catch (const std::exception&) {
+        }
+    }
+    return ordered;
+}
+
+void GalleryView::setCurrent(const ScreenID& screen, bool notify) {
+    current_ = screen;
+    currentFlow_ = screen.folder;
+    if (const auto row = content_.rowOfFlow(screen.folder)) {
+        if (const auto index = currentIndex())
+            ensureVisible(layout_.tileRect(*row, *index)
+                              .adjusted(0, -metrics_.bandHeader, 0, metrics_.caption));
+    }
+    viewport()->update();
+    if (notify)
+        emit selectionChanged();
+}
+
+void GalleryView::selectScreen(const ScreenID& screen) {
+    selection_ = {screen};
+    anchor_ = screen;
+    setCurrent(screen);
+}
+
+void GalleryView::selectScreens(const std::vector<ScreenID>& screens) {
+    selection_ = std::set<ScreenID>(screens.begin(), screens.end());
+    if (screens.empty()) {
+        current_.reset();
+        viewport()->update();
+        emit selectionChanged();
+        return;
+    }
+    anchor_ = screens.front();
+    setCurrent(screens.front());
+}
+
+void GalleryView::selectFlow(const std::string& folder) {
+    selection_.clear();
+    current_.reset();
+    anchor_.reset();
+    currentFlow_ = folder;
+    viewport()->update();
+    emit selectionChanged();
+}
+
+void GalleryView::selectAllInFlow() {
+    if (!currentFlow_)
+        return;
+    const auto* screens = screensOf(*currentFlow_);
+    if (!screens || screens->empty())
+        return;
+    for (const auto& ref : *screens)
+        selection_.insert({*currentFlow_, ref.filename});
+    if (!current_)
+        current_ = ScreenID{*currentFlow_, screens->front().filename};
+    viewport()->update();
+    emit selectionChanged();
+}
+
+std::optional<std::size_t> GalleryView::currentIndex() {
+    if (!current_)
+        return std::nullopt;
+    const auto* screens = screensOf(current_->folder);
+    if (!screens)
+        return std::nullopt;
+    for (std::size_t i = 0; i < screens->size(); ++i)
+        if ((*screens)[i].filename == current_->filename)
+            return i;
+    return std::nullopt;
+}
+
+bool GalleryView::stepCurrent(int delta) {
+    // Flows are walked in gallery order; empty and unreadable ones are passed over.
+    std::optional<std::size_t> row;
+    std::optional<long long> index;
+    if (current_) {
+        row = content_.rowOfFlow(current_->folder);
+        if (const auto i = currentIndex())
+            index = static_cast<long long>(*i);
+    }
+    if (!row || !index) {
+        for (std::size_t r = 0; r < content_.rows.size(); ++r) {
+            if (content_.rows[r].kind != GalleryRow::Kind::flow)
+                continue;
+            const auto* screens = screensOf(content_.flows[content_.rows[r].flow].folderName);
+            if (screens && !screens->empty()) {
+                selectScreen(
+                    {content_.flows[content_.rows[r].flow].folderName, screens->front().filename});
+                return true;
+            }
+        }
+        return false;
+    }
+    long long target = *index + delta;
+    std::size_t r = *row;
+    while (true) {
+        const auto* screens = screensOf(content_.flows[content_.rows[r].flow].folderName);
+        const auto size = screens ? static_cast<long long>(screens->size()) : 0;
+        if (target >= 0 && target < size) {
+            selectScreen({content_.flows[content_.rows[r].flow].folderName,
+                          (*screens)[static_cast<std::size_t>(target)].filename});
+            return true;
+        }
+        // Into the next or previous band that has screens.
+        std::optional<std::size_t> next;
+        for (std::size_t s = r; delta > 0 ? s + 1 < content_.rows.size() : s > 0;) {
+            s = delta > 0 ? s + 1 : s - 1;
+            if (content_.rows[s].kind == GalleryRow::Kind::flow) {
+                next = s;
+                break;
+            }
+        }
+        if (!next)
+            return false;
+        if (delta > 0) {
+            target -= size;
+        } else {
+            const auto* before = screensOf(content_.flows[content_.rows[*next].flow].folderName);
+            target += before ? static_cast<long long>(before->size()) : 0;
+        }
+        r = *next;
+    }
+}
+
+void GalleryView::ensureVisible(const QRect& contentRect) {
+    const int top = offset();
+    const int height = viewport()->height();
+    if (contentRect.top() < top)
+        verticalScrollBar()->setValue(contentRect.top());
+    else if (contentRect.bottom() > top + height)
+        verticalScrollBar()->setValue(contentRect.bottom() - height + metrics_.spacing);
+}
+
+void GalleryView::scrollToFlow(const std::string& folder) {
+    if (const auto row = content_.rowOfFlow(folder)) {
+        verticalScrollBar()->setValue(std::max(0, layout_.rowTop(*row) - metrics_.categoryHeading));
+        selectFlow(folder);
+    }
+}
+
+void GalleryView::scrollToCategory(const std::string& application, const std::string& category) {
+    if (const auto row = content_.rowOfCategory(application, category))
+        verticalScrollBar()->setValue(layout_.rowTop(*row));
+}
+
+void GalleryView::mousePressEvent(QMouseEvent* event) {
+    setFocus(Qt::MouseFocusReason);
+    dragReady_ = false;
+    const auto hit = hitAt(event->position().toPoint());
+    if (!hit) {
+        if (event->button() == Qt::LeftButton)
+            selectScreens({});
+        return;
+    }
+    const auto screen = screenAt(*hit);
+    if (!screen) {
+        selectFlow(content_.flows[content_.rows[hit->row].flow].folderName);
+        return;
+    }
+    const auto modifiers = event->modifiers();
+    if (event->button() == Qt::RightButton) {
+        if (!selection_.contains(*screen))
+            selectScreen(*screen);
+        return;
+    }
+    if (modifiers & Qt::ControlModifier) {
+        if (!selection_.erase(*screen))
+            selection_.insert(*screen);
+        anchor_ = *screen;
+        setCurrent(*screen);
+        return;
+    }
+    if ((modifiers & Qt::ShiftModifier) && anchor_ && anchor_->folder == screen->folder) {
+        // A range within one flow, from the anchor to here.
+        const auto* screens = screensOf(screen->folder);
+        bool inside = false;
+        selection_.clear();
+        for (const auto& ref : *screens) {
+            const bool edge = ref.filename == anchor_->filename || ref.filename == screen->filename;
+            if (edge || inside)
+                selection_.insert({screen->folder, ref.filename});
+            if (edge && anchor_->filename != screen->filename)
+                inside = !inside;
+        }
+        setCurrent(*screen);
+        return;
+    }
+    if (!selection_.contains(*screen))
+        selectScreen(*screen);
+    else
+        setCurrent(*screen);
+    pressPosition_ = event->position().toPoint();
+    dragReady_ = true;
+}
+
+QMimeData* GalleryView::mimeDataFor(const std::vector<ScreenID>& screens) const {
+    auto* mime = new QMimeData;
+    QJsonArray files;
+    QList<QUrl> urls;
+    for (const auto& screen : screens) {
+        files.append(qs(screen.filename));
+        urls.append(
+            QUrl::fromLocalFile(qs((library_.root() / screen.folder / screen.filename).string())));
+    }
+    const QJsonObject payload{{"folder", screens.empty() ? QString() : qs(screens.front().folder)},
+                              {"files", files}};
+    mime->setData(kScreensMimeType, QJsonDocument(payload).toJson(QJsonDocument::Compact));
+    mime->setUrls(urls); // so that screens can be dragged out to other applications
+    return mime;
+}
+
+void GalleryView::mouseMoveEvent(QMouseEvent* event) {
+    if (!dragReady_ || !(event->buttons() & Qt::LeftButton) ||
+        (event->position().toPoint() - pressPosition_).manhattanLength() <
+            QApplication::startDragDistance())
+        return;
+    dragReady_ = false;
+    std::vector<ScreenID> dragged;
+    for (const auto& screen : selectedScreens())
+        if (current_ && screen.folder == current_->folder)
+            dragged.push_back(screen);
+    if (dragged.empty())
+        return;
+    auto* drag = new QDrag(this);
+    drag->setMimeData(mimeDataFor(dragged));
+    const QImage picture = thumbnails_.image(dragged.front());
+    if (!picture.isNull())
+        drag->setPixmap(QPixmap::fromImage(picture.scaledToHeight(120, Qt::SmoothTransformation)));
+    drag->exec(Qt::MoveAction | Qt::CopyAction, Qt::MoveAction);
+}
+
+void GalleryView::mouseDoubleClickEvent(QMouseEvent* event) {
+    const auto hit = hitAt(event->position().toPoint());
+    if (!hit)
+        return;
+    if (const auto screen = screenAt(*hit)) {
+        selectScreen(*screen);
+        emit screenActivated(*screen);
+    }
+}
+
+void GalleryView::keyPressEvent(QKeyEvent* event) {
+    const int line = layout_.perLine();
+    switch (event->key()) {
+    case Qt::Key_Right:
+        stepCurrent(1);
+        return;
+    case Qt::Key_Left:
+        stepCurrent(-1);
+        return;
+    case Qt::Key_Down:
+        stepCurrent(line);
+        return;
+    case Qt::Key_Up:
+        stepCurrent(-line);
+        return;
+    case Qt::Key_Space:
+        if (current_)
+            emit previewRequested();
+        return;
+    case Qt::Key_Return:
+    case Qt::Key_Enter:
+        if (current_)
+            emit screenActivated(*current_);
+        return;
+    case Qt::Key_Home:
+        verticalScrollBar()->setValue(0);
+        return;
+    case Qt::Key_End:
+        verticalScrollBar()->setValue(verticalScrollBar()->maximum());
+        return;
+    default:
+        QAbstractScrollArea::keyPressEvent(event);
+    }
+}
+
+void GalleryView::contextMenuEvent(QContextMenuEvent* event) {
+    const auto hit = hitAt(event->pos());
+    if (!hit)
+        return;
+    if (!hit->screen)
+        selectFlow(content_.flows[content_.rows[hit->row].flow].folderName);
+    emit contextMenuRequested(event->globalPos());
+}
+
+bool GalleryView::acceptsDrop(const QMimeData* mime) const {
+    if (mime->hasFormat(kScreensMimeType))
+        return true;
+    if (!mime->hasUrls())
+        return false;
+    const QList<QUrl> urls = mime->urls();
+    return std::any_of(urls.begin(), urls.end(), [](const QUrl& url) {
+        const QString suffix = url.path().section('.', -1).toLower();
+        return url.isLocalFile() && (suffix == "png" || suffix == "mov");
+    });
+}
+
+std::optional<GalleryView::DropTarget> GalleryView::dropTargetAt(QPoint point) {
+    const auto row = layout_.rowAt(point.y() + offset());
+    if (!row || content_.rows[*row].kind != GalleryRow::Kind::flow)
+        return std::nullopt;
+    const auto& folder = content_.flows[content_.rows[*row].flow].folderName;
+    const auto* screens = screensOf(folder);
+    if (!screens)
+        return std::nullopt;
+    return DropTarget{folder,
+                      layout_.insertionAt(*row, point + QPoint(0, offset()), screens->size())};
+}
+
+void GalleryView::dragEnterEvent(QDragEnterEvent* event) {
+    if (acceptsDrop(event->mimeData()))
+        event->acceptProposedAction();
+}
+
+void GalleryView::dragMoveEvent(QDragMoveEvent* event) {
+    const QPoint point = event->position().toPoint();
+    dropTarget_ = acceptsDrop(event->mimeData()) ? dropTargetAt(point) : std::nullopt;
+    if (dropTarget_)
+        event->acceptProposedAction();
+    else
+        event->ignore();
+    // Held near an edge, the view scrolls, so that any flow can be reached while dragging.
+    autoScroll_ = point.y() < 40 ? -12 : point.y() > viewport()->height() - 40 ? 12 : 0;
+    if (autoScroll_ != 0 && !autoScrollTimer_.isActive())
+        autoScrollTimer_.start();
+    else if (autoScroll_ == 0)
+        autoScrollTimer_.stop();
+    viewport()->update();
+}
+
+void GalleryView::dragLeaveEvent(QDragLeaveEvent*) {
+    autoScrollTimer_.stop();
+    dropTarget_.reset();
+    viewport()->update();
+}
+
+void GalleryView::dropEvent(QDropEvent* event) {
+    autoScrollTimer_.stop();
+    const auto target = dropTargetAt(event->position().toPoint());
+    dropTarget_.reset();
+    viewport()->update();
+    const QMimeData* mime = event->mimeData();
+    if (!target || !acceptsDrop(mime)) {
+        event->ignore();
+        return;
+    }
+    const bool copy = event->modifiers() & Qt::ControlModifier;
+    event->setDropAction(copy ? Qt::CopyAction : Qt::MoveAction);
+    event->accept();
+    if (mime->hasFormat(kScreensMimeType)) {
+        const QJsonObject payload = QJsonDocument::fromJson(mime->data(kScreensMimeType)).object();
+        QStringList files;
+        for (const auto& file : payload.value("files").toArray())
+            files << file.toString();
+        emit screensDropped(payload.value("folder").toString(), files, qs(target->folder),
+                            static_cast<int>(target->index), copy);
+        return;
+    }
+    QStringList paths;
+    for (const QUrl& url : mime->urls())
+        if (url.isLocalFile())
+            paths << url.toLocalFile();
+    emit filesDropped(paths, qs(target->folder), static_cast<int>(target->index));
+}
+
+} // namespace varnel

@@ -1,0 +1,147 @@
+#include "library/AppArchive.h"
+#include "library/FlowLibrary.h"
+#include "ui/MainWindow.h"
+#include "ui/Messages.h"
+
+#include <QFileDialog>
+#include <QFutureWatcher>
+#include <QMessageBox>
+#include <QProgressDialog>
+#include <QPushButton>
+#include <QtConcurrent>
+
+#include <variant>
+
+// The commands that work on a whole application: its archive out and in, and its deletion.
+namespace varnel {
+
+void MainWindow::exportApplication() {
+    const auto application = selectedApplication();
+    if (!application)
+        return;
+    const QString title = tr("Couldn’t export “%1”").arg(qs(*application));
+    const QString documents = startFolder(QStandardPaths::DocumentsLocation);
+    const QString destination = QFileDialog::getSaveFileName(
+        this, tr("Export Application"),
+        documents + "/" + qs(*application) + qs(std::string(AppArchive::kExtension)),
+        tr("Varnel application archives (*.varnel.zip)"));
+    if (destination.isEmpty())
+        return;
+
+    QProgressDialog* progress = busy(this, tr("Exporting “%1”…").arg(qs(*application)));
+    auto* watcher = new QFutureWatcher<QString>(this);
+    const std::filesystem::path target = destination.toStdString();
+    const std::string name = *application;
+    FlowLibrary* library = &library_;
+    watcher->setFuture(QtConcurrent::run([library, name, target, progress]() -> QString {
+        try {
+            const auto flows = library->exportApplication(name, target, [progress](double done) {
+                QMetaObject::invokeMethod(progress, "setValue", Qt::QueuedConnection,
+                                          Q_ARG(int, static_cast<int>(done * 100)));
+            });
+            return flows == 0 ? tr("Nothing to export") : QString();
+        } catch (const std::exception& e) {
+            return QString::fromStdString(e.what());
+        }
+    }));
+    connect(watcher, &QFutureWatcher<QString>::finished, this,
+            [this, watcher, progress, title, destination] {
+                progress->deleteLater();
+                watcher->deleteLater();
+                const QString problem = watcher->result();
+                if (problem == tr("Nothing to export"))
+                    QMessageBox::information(this, problem, problem);
+                else if (!problem.isEmpty())
+                    showError(this, title, problem);
+                else
+                    showTransient(tr("Exported to %1").arg(destination));
+            });
+}
+
+void MainWindow::importApplication() {
+    const QString zipFile = QFileDialog::getOpenFileName(
+        this, tr("Import Application"), startFolder(QStandardPaths::DownloadLocation),
+        tr("Varnel application archives (*.varnel.zip *.zip)"));
+    if (!zipFile.isEmpty())
+        importInspected(zipFile.toStdString());
+}
+
+void MainWindow::importInspected(const std::string& zipFile) {
+    QProgressDialog* progress = busy(this, tr("Reading the archive…"));
+    progress->setRange(0, 0);
+    using Outcome = std::variant<FlowLibrary::ArchiveInspection, QString>;
+    auto* watcher = new QFutureWatcher<Outcome>(this);
+    const FlowLibrary* library = &library_;
+    watcher->setFuture(QtConcurrent::run([library, zipFile]() -> Outcome {
+        try {
+            return library->inspectArchive(zipFile);
+        } catch (const std::exception& e) {
+            return QString::fromStdString(e.what());
+        }
+    }));
+    connect(watcher, &QFutureWatcher<Outcome>::finished, this, [this, watcher, progress] {
+        progress->close();
+        progress->deleteLater();
+        watcher->deleteLater();
+        const Outcome outcome = watcher->result();
+        if (const auto* problem = std::get_if<QString>(&outcome)) {
+            showError(this, tr("Couldn’t import the archive"), *problem);
+            return;
+        }
+        const auto& inspection = std::get<FlowLibrary::ArchiveInspection>(outcome);
+        ImportConflictResolution resolution = ImportConflictResolution::replace;
+        if (inspection.conflicts > 0) {
+            QMessageBox question(QMessageBox::Question,
+                                 qs(AppArchive::conflictQuestion(inspection.conflicts)),
+                                 qs(AppArchive::conflictQuestion(inspection.conflicts)),
+                                 QMessageBox::NoButton, this);
+            question.setInformativeText(qs(std::string(AppArchive::kConflictExplanation)));
+            QPushButton* replace = question.addButton(tr("Replace"), QMessageBox::AcceptRole);
+            QPushButton* duplicate = question.addButton(tr("Duplicate"), QMessageBox::AcceptRole);
+            question.addButton(QMessageBox::Cancel);
+            question.setDefaultButton(duplicate);
+            question.exec();
+            if (question.clickedButton() != replace && question.clickedButton() != duplicate) {
+                inspection.extracted.cleanup();
+                return;
+            }
+            if (question.clickedButton() == duplicate)
+                resolution = ImportConflictResolution::duplicate;
+        }
+        try {
+            const ImportResult result = library_.importArchive(inspection.extracted, resolution);
+            showTransient(tr("Imported %1 flows into “%2”")
+                              .arg(result.folders.size())
+                              .arg(qs(result.application)));
+            if (!result.skipped.empty()) {
+                QStringList reasons;
+                for (const auto& why : result.skipped)
+                    reasons << qs(why);
+                showError(this, tr("Some flows couldn’t be imported"), reasons.join("\n"));
+            }
+        } catch (const std::exception& e) {
+            showError(this, tr("Couldn’t import the archive"), qs(e.what()));
+        }
+    });
+}
+
+void MainWindow::deleteApplication() {
+    const auto application = selectedApplication();
+    if (!application)
+        return;
+    const auto flows =
+        AppArchive::flowsOf(LibraryIndex{library_.summaries(), {}}, *application).size();
+    const QString details =
+        (flows == 1 ? tr("Its flow and all its screens are deleted.")
+                    : tr("Its %1 flows and all their screens are deleted.").arg(flows)) +
+        " " + tr("This can’t be undone.");
+    if (!confirmDestructive(this, tr("Delete “%1”?").arg(qs(*application)), details, tr("Delete")))
+        return;
+    try {
+        library_.deleteApplication(*application);
+    } catch (const std::exception& e) {
+        showError(this, tr("Couldn’t delete “%1”").arg(qs(*application)), qs(e.what()));
+    }
+}
+
+} // namespace varnel

@@ -1,0 +1,240 @@
+#include "library/FlowLibrary.h"
+#include "ui/CategorizeDialog.h"
+#include "ui/GalleryView.h"
+#include "ui/MainWindow.h"
+#include "ui/Messages.h"
+#include "ui/ScreenPreview.h"
+
+#include <QDesktopServices>
+#include <QInputDialog>
+#include <QUrl>
+
+#include <algorithm>
+
+// The commands on screens and flows, and what a drop on the gallery does.
+namespace varnel {
+
+bool MainWindow::attempt(const QString& title, const std::function<void()>& change) {
+    try {
+        change();
+        return true;
+    } catch (const std::exception& e) {
+        showError(this, title, qs(e.what()));
+        return false;
+    }
+}
+
+std::vector<std::string> MainWindow::selectedInCurrentFlow() const {
+    std::vector<std::string> names;
+    const auto& current = gallery_->currentScreen();
+    if (!current)
+        return names;
+    for (const auto& screen : gallery_->selectedScreens())
+        if (screen.folder == current->folder)
+            names.push_back(screen.filename);
+    if (names.empty())
+        names.push_back(current->filename);
+    return names;
+}
+
+void MainWindow::showPreview() {
+    const auto& current = gallery_->currentScreen();
+    if (!current)
+        return;
+    if (!preview_)
+        preview_ = new ScreenPreview(library_, thumbnails_, *gallery_, this);
+    preview_->showScreen(*current);
+    preview_->show();
+    preview_->raise();
+    preview_->activateWindow();
+}
+
+void MainWindow::renameScreen() {
+    const auto current = gallery_->currentScreen();
+    if (!current)
+        return;
+    QString name;
+    try {
+        if (const ScreenRef* ref = library_.meta(current->folder).screen(current->filename))
+            name = qs(ref->name.value_or(""));
+    } catch (const std::exception&) {
+    }
+    bool ok = false;
+    const QString chosen =
+        QInputDialog::getText(this, tr("Rename Screen"), tr("Name shown under the screen:"),
+                              QLineEdit::Normal, name, &ok);
+    if (!ok)
+        return;
+    if (attempt(tr("Couldn’t rename the screen"), [&] {
+            library_.renameScreen(current->folder, current->filename, chosen.toStdString());
+        }))
+        gallery_->selectScreen(*current);
+}
+
+void MainWindow::duplicateScreens() {
+    const auto current = gallery_->currentScreen();
+    if (!current)
+        return;
+    const auto names = selectedInCurrentFlow();
+    attempt(tr("Couldn’t duplicate the screens"),
+            [&] { library_.duplicateScreens(current->folder, names); });
+}
+
+void MainWindow::deleteSelection() {
+    const auto current = gallery_->currentScreen();
+    if (!current) {
+        deleteFlow();
+        return;
+    }
+    const auto names = selectedInCurrentFlow();
+    const QString question =
+        names.size() == 1 ? tr("Delete this screen?") : tr("Delete %1 screens?").arg(names.size());
+    if (!confirmDestructive(this, question,
+                            tr("The screen files and their untouched originals are deleted. "
+                               "This can’t be undone."),
+                            tr("Delete")))
+        return;
+    if (attempt(tr("Couldn’t delete the screens"),
+                [&] { library_.deleteScreens(current->folder, names); }))
+        showTransient(names.size() == 1 ? tr("Deleted a screen")
+                                        : tr("Deleted %1 screens").arg(names.size()));
+}
+
+void MainWindow::renameFlow() {
+    const auto folder = gallery_->currentFlow();
+    if (!folder)
+        return;
+    QString name;
+    try {
+        name = qs(library_.meta(*folder).name);
+    } catch (const std::exception& e) {
+        showError(this, tr("Couldn’t rename the flow"), qs(e.what()));
+        return;
+    }
+    bool ok = false;
+    const QString chosen = QInputDialog::getText(this, tr("Rename Flow"), tr("Flow name:"),
+                                                 QLineEdit::Normal, name, &ok)
+                               .trimmed();
+    if (!ok || chosen.isEmpty() || chosen == name)
+        return;
+    std::string moved;
+    if (attempt(tr("Couldn’t rename the flow"),
+                [&] { moved = library_.renameFlow(*folder, chosen.toStdString()); }))
+        gallery_->scrollToFlow(moved);
+}
+
+void MainWindow::categorizeFlow() {
+    CategorizeDialog dialog(library_, gallery_->currentFlow(), this);
+    if (dialog.exec() == QDialog::Accepted && dialog.savedFolder())
+        gallery_->scrollToFlow(*dialog.savedFolder());
+}
+
+void MainWindow::showFlowInFileManager() {
+    if (const auto folder = gallery_->currentFlow())
+        QDesktopServices::openUrl(QUrl::fromLocalFile(qs((library_.root() / *folder).string())));
+}
+
+void MainWindow::deleteFlow() {
+    const auto folder = gallery_->currentFlow();
+    if (!folder)
+        return;
+    QString name = qs(*folder);
+    std::size_t screens = 0;
+    try {
+        name = qs(library_.meta(*folder).name);
+        screens = library_.meta(*folder).screens.size();
+    } catch (const std::exception&) {
+    }
+    const QString details =
+        (screens == 1 ? tr("Its screen is deleted with it.")
+                      : tr("Its %1 screens are deleted with it.").arg(screens)) +
+        " " + tr("This can’t be undone.");
+    if (!confirmDestructive(this, tr("Delete the flow “%1”?").arg(name), details, tr("Delete")))
+        return;
+    if (attempt(tr("Couldn’t delete the flow"), [&] { library_.deleteFlow(*folder); }))
+        showTransient(tr("Deleted “%1”").arg(name));
+}
+
+void MainWindow::placeAppended(const std::string& folder, const std::vector<std::string>& added,
+                               std::size_t index) {
+    std::vector<std::string> order;
+    for (const auto& screen : library_.meta(folder).screens)
+        if (std::find(added.begin(), added.end(), screen.filename) == added.end())
+            order.push_back(screen.filename);
+    index = std::min(index, order.size());
+    if (index == order.size())
+        return; // appended is where they belong
+    order.insert(order.begin() + static_cast<std::ptrdiff_t>(index), added.begin(), added.end());
+    library_.reorderScreens(folder, order);
+}
+
+void MainWindow::dropScreens(const std::string& sourceFolder, const std::vector<std::string>& files,
+                             const std::string& targetFolder, std::size_t index, bool copy) {
+    if (files.empty())
+        return;
+    if (sourceFolder == targetFolder && copy) {
+        attempt(tr("Couldn’t copy the screens"),
+                [&] { library_.duplicateScreens(sourceFolder, files); });
+        return;
+    }
+    if (sourceFolder == targetFolder) {
+        attempt(tr("Couldn’t move the screens"), [&] {
+            const auto& screens = library_.meta(sourceFolder).screens;
+            std::vector<std::string> order;
+            std::size_t before = 0; // moved screens ahead of the drop point
+            for (std::size_t i = 0; i < screens.size(); ++i) {
+                const bool moved =
+                    std::find(files.begin(), files.end(), screens[i].filename) != files.end();
+                if (!moved)
+                    order.push_back(screens[i].filename);
+                else if (i < index)
+                    ++before;
+            }
+            const std::size_t at = std::min(index - before, order.size());
+            std::vector<std::string> dragged;
+            for (const auto& screen : screens)
+                if (std::find(files.begin(), files.end(), screen.filename) != files.end())
+                    dragged.push_back(screen.filename);
+            order.insert(order.begin() + static_cast<std::ptrdiff_t>(at), dragged.begin(),
+                         dragged.end());
+            std::vector<std::string> was;
+            for (const auto& screen : screens)
+                was.push_back(screen.filename);
+            if (order != was)
+                library_.reorderScreens(sourceFolder, order);
+        });
+        return;
+    }
+    if (!copy) {
+        if (attempt(tr("Couldn’t move the screens"),
+                    [&] { library_.moveScreens(sourceFolder, files, targetFolder, index); }))
+            showTransient(files.size() == 1 ? tr("Moved a screen")
+                                            : tr("Moved %1 screens").arg(files.size()));
+        return;
+    }
+    std::vector<std::filesystem::path> paths;
+    for (const auto& file : files)
+        paths.push_back(library_.root() / sourceFolder / file);
+    dropFiles(paths, targetFolder, index);
+}
+
+void MainWindow::dropFiles(const std::vector<std::filesystem::path>& files,
+                           const std::string& targetFolder, std::size_t index) {
+    std::vector<std::filesystem::path> screens;
+    for (const auto& file : files) {
+        auto extension = file.extension().string();
+        std::transform(extension.begin(), extension.end(), extension.begin(),
+                       [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+        if (extension == ".png" || extension == ".mov")
+            screens.push_back(file);
+    }
+    if (screens.empty())
+        return;
+    if (attempt(tr("Couldn’t add the screens"), [&] {
+            placeAppended(targetFolder, library_.addScreens(targetFolder, screens), index);
+        }))
+        showTransient(screens.size() == 1 ? tr("Added a screen")
+                                          : tr("Added %1 screens").arg(screens.size()));
+}
+
+} // namespace varnel

@@ -1,0 +1,40 @@
+#include "ui/Messages.h"
+
+#include <QDir>
+#include <QMessageBox>
+#include <QProgressDialog>
+#include <QPushButton>
+
+namespace varnel {
+
+void showError(QWidget* parent, const QString& title, const QString& description) {
+    QMessageBox box(QMessageBox::Warning, title, title, QMessageBox::Ok, parent);
+    box.setInformativeText(description);
+    box.exec();
+}
+
+bool confirmDestructive(QWidget* parent, const QString& question, const QString& details,
+                        const QString& action) {
+    QMessageBox confirm(QMessageBox::Warning, question, question, QMessageBox::Cancel, parent);
+    confirm.setInformativeText(details);
+    QPushButton* go = confirm.addButton(action, QMessageBox::DestructiveRole);
+    confirm.setDefaultButton(QMessageBox::Cancel);
+    confirm.exec();
+    return confirm.clickedButton() == go;
+}
+
+QString startFolder(QStandardPaths::StandardLocation location) {
+    const QString folder = QStandardPaths::writableLocation(location);
+    return QDir(folder).exists() ? folder : QDir::homePath();
+}
+
+QProgressDialog* busy(QWidget* parent, const QString& text) {
+    auto* progress = new QProgressDialog(text, QString(), 0, 100, parent);
+    progress->setWindowModality(Qt::WindowModal);
+    progress->setMinimumDuration(300);
+    progress->setAutoClose(false);
+    progress->setValue(0);
+    return progress;
+}
+
+} // namespace varnel
