@@ -248,13 +248,21 @@ void GalleryView::paintBand(QPainter& painter, std::size_t row, const QRect& exp
 
     const std::vector<ScreenRef>* screens = screensOf(flow.folderName);
     if (!screens || screens->empty()) {
-        const QRect line = toViewport(layout_.tileRect(row, 0))
-                               .adjusted(0, 0, viewport()->width(), 0)
-                               .intersected(viewport()->rect().adjusted(metrics_.margin, 0, 0, 0));
+        // The empty band is a place to drop screens on.
+        const QRect tile = toViewport(layout_.tileRect(row, 0));
+        const QRect zone(tile.left(), tile.top(),
+                         std::min(viewport()->width() - 2 * metrics_.margin,
+                                  3 * tile.width() + 2 * metrics_.spacing),
+                         tile.height());
+        QColor dashes = muted(palette());
+        dashes.setAlphaF(0.35f);
+        painter.setPen(QPen(dashes, 1.5, Qt::DashLine));
+        painter.setBrush(Qt::NoBrush);
+        painter.drawRoundedRect(QRectF(zone).adjusted(0.5, 0.5, -0.5, -0.5), 8, 8);
         painter.setPen(muted(palette()));
-        painter.drawText(line, Qt::AlignLeft | Qt::AlignVCenter,
+        painter.drawText(zone.adjusted(12, 12, -12, -12), Qt::AlignCenter | Qt::TextWordWrap,
                          screens
-                             ? tr("No screens in this flow")
+                             ? tr("No screens yet. Drop screens here.")
                              : tr("Couldn’t read this flow: %1").arg(unreadable_[flow.folderName]));
         return;
     }

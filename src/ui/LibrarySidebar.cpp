@@ -34,6 +34,7 @@ LibrarySidebar::LibrarySidebar(QWidget* parent) : QTreeWidget(parent) {
     setDragDropMode(QAbstractItemView::InternalMove);
     setSelectionMode(QAbstractItemView::SingleSelection);
     setMinimumWidth(180);
+    setStyleSheet("QTreeView { padding-top: 8px; } QTreeView::item { padding: 5px 4px; }");
     connect(this, &QTreeWidget::itemClicked, this,
             [this](QTreeWidgetItem* item) { itemPicked(item); });
     connect(this, &QTreeWidget::currentItemChanged, this, [this](QTreeWidgetItem* item) {

@@ -40,7 +40,11 @@ ScreenPreview::ScreenPreview(FlowLibrary& library, ThumbnailCache& thumbnails, G
     : QWidget(parent, Qt::Window), library_(library), thumbnails_(thumbnails), gallery_(gallery) {
     setAttribute(Qt::WA_DeleteOnClose, false);
     setMinimumSize(360, 480);
-    resize(560, 980);
+    // Tall enough for a phone screen, within the screen it opens on.
+    const QRect available = parent && parent->screen() ? parent->screen()->availableGeometry()
+                                                       : QRect(0, 0, 1280, 1024);
+    const int height = std::min(980, available.height() - 60);
+    resize(std::max(360, height * 9 / 16), height);
     QPalette dark = palette();
     dark.setColor(QPalette::Window, QColor(20, 20, 22));
     dark.setColor(QPalette::WindowText, QColor(235, 235, 238));
