@@ -11,6 +11,7 @@
 #include <QLocalServer>
 #include <QLocalSocket>
 #include <QMessageBox>
+#include <QScreen>
 
 namespace {
 
@@ -104,7 +105,11 @@ int main(int argc, char** argv) {
                          library.setRoot(next);
                          showTitle(next);
                      });
-    window.resize(1100, 720);
+    if (const QScreen* screen = QGuiApplication::primaryScreen()) {
+        const QSize available = screen->availableSize();
+        window.resize(std::min(1400, available.width() * 9 / 10),
+                      std::min(960, available.height() * 9 / 10));
+    }
     window.show();
 
     QLocalServer server;
