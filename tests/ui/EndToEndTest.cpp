@@ -34,7 +34,8 @@ int startXServer() {
         if (fs::exists(socket) || fs::exists(lock))
             continue;
         const std::string name = ":" + std::to_string(display);
-        std::vector<std::string> args{"Xvfb", name, "-screen", "0", "1280x1024x24", "-nolisten", "tcp"};
+        std::vector<std::string> args{"Xvfb",         name,        "-screen", "0",
+                                      "1280x1024x24", "-nolisten", "tcp"};
         std::vector<char*> argv;
         for (auto& arg : args)
             argv.push_back(arg.data());
