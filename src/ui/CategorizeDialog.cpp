@@ -1,4 +1,5 @@
 #include "ui/CategorizeDialog.h"
+#include "ui/Messages.h"
 
 #include "library/AppArchive.h"
 
@@ -15,10 +16,6 @@
 namespace varnel {
 
 namespace {
-
-QString qs(const std::string& text) {
-    return QString::fromStdString(text);
-}
 
 QStringList toList(const std::vector<std::string>& items) {
     QStringList list;

@@ -12,6 +12,17 @@ std::string applicationOf(const FlowSummary& summary) {
     return summary.application.value_or(std::string(AppArchive::kSansApplication));
 }
 
+std::vector<std::string> shownApplications(const std::vector<FlowSummary>& summaries) {
+    std::vector<std::string> applications = LibraryGrouping::applications(summaries);
+    const std::string sans(AppArchive::kSansApplication);
+    const bool someWithout = std::any_of(summaries.begin(), summaries.end(),
+                                         [](const FlowSummary& s) { return !s.application; });
+    if (someWithout &&
+        std::find(applications.begin(), applications.end(), sans) == applications.end())
+        applications.push_back(sans);
+    return applications;
+}
+
 GalleryContent GalleryContent::make(const std::vector<FlowSummary>& summaries,
                                     const std::vector<std::string>& categoryOrder,
                                     const std::optional<std::string>& application) {
@@ -19,17 +30,8 @@ GalleryContent GalleryContent::make(const std::vector<FlowSummary>& summaries,
     for (const auto& flow : summaries)
         byApplication[applicationOf(flow)].push_back(flow);
 
-    std::vector<std::string> applications;
-    if (application) {
-        applications.push_back(*application);
-    } else {
-        applications = LibraryGrouping::applications(summaries);
-        // Flows without an application come after the named ones.
-        const std::string sans(AppArchive::kSansApplication);
-        if (byApplication.contains(sans) &&
-            std::find(applications.begin(), applications.end(), sans) == applications.end())
-            applications.push_back(sans);
-    }
+    const std::vector<std::string> applications =
+        application ? std::vector<std::string>{*application} : shownApplications(summaries);
 
     GalleryContent content;
     for (const auto& app : applications) {

@@ -37,4 +37,8 @@ struct GalleryContent {
 // The application a summary is filed under in the views.
 std::string applicationOf(const FlowSummary& summary);
 
+// The applications of the sidebar and of "All": the named ones, then "Sans application" when
+// some flow has none.
+std::vector<std::string> shownApplications(const std::vector<FlowSummary>& summaries);
+
 } // namespace varnel

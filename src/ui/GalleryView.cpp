@@ -1,4 +1,5 @@
 #include "ui/GalleryView.h"
+#include "ui/Messages.h"
 
 #include "library/FlowLibrary.h"
 #include "library/ScreenFiles.h"
@@ -23,10 +24,6 @@
 namespace varnel {
 
 namespace {
-
-QString qs(const std::string& text) {
-    return QString::fromStdString(text);
-}
 
 QColor muted(const QPalette& palette) {
     QColor color = palette.color(QPalette::WindowText);
@@ -347,15 +344,21 @@ std::optional<ScreenID> GalleryView::screenAt(const Hit& hit) {
 }
 
 std::vector<ScreenID> GalleryView::selectedScreens() const {
-    std::vector<ScreenID> ordered;
-    for (const auto& flow : content_.flows) {
-        auto first = selection_.lower_bound(ScreenID{flow.folderName, {}});
-        if (first == selection_.end() || first->folder != flow.folderName)
+    // Only the flows that hold a selected screen, in gallery order.
+    std::vector<std::pair<std::size_t, std::string>> folders;
+    for (const auto& screen : selection_) {
+        if (!folders.empty() && folders.back().second == screen.folder)
             continue;
+        folders.emplace_back(content_.rowOfFlow(screen.folder).value_or(content_.rows.size()),
+                             screen.folder);
+    }
+    std::sort(folders.begin(), folders.end());
+    std::vector<ScreenID> ordered;
+    for (const auto& [row, folder] : folders) {
         try {
-            for (const auto& ref : library_.meta(flow.folderName).screens)
-                if (selection_.contains({flow.folderName, ref.filename}))
-                    ordered.push_back({flow.folderName, ref.filename});
+            for (const auto& ref : library_.meta(folder).screens)
+                if (selection_.contains({folder, ref.filename}))
+                    ordered.push_back({folder, ref.filename});
         } catch (const std::exception&) {
         }
     }

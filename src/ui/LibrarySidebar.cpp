@@ -1,6 +1,6 @@
 #include "ui/LibrarySidebar.h"
+#include "ui/Messages.h"
 
-#include "library/AppArchive.h"
 #include "organization/LibraryGrouping.h"
 #include "ui/GalleryContent.h"
 
@@ -15,10 +15,6 @@ namespace varnel {
 namespace {
 
 constexpr const char* kCategoryMimeType = "application/x-varnel-category";
-
-QString qs(const std::string& text) {
-    return QString::fromStdString(text);
-}
 
 } // namespace
 
@@ -51,11 +47,7 @@ void LibrarySidebar::setLibrary(const std::vector<FlowSummary>& summaries,
     std::map<std::string, std::vector<FlowSummary>> byApplication;
     for (const auto& flow : summaries)
         byApplication[applicationOf(flow)].push_back(flow);
-    std::vector<std::string> applications = LibraryGrouping::applications(summaries);
-    const std::string sans(AppArchive::kSansApplication);
-    if (byApplication.contains(sans) &&
-        std::find(applications.begin(), applications.end(), sans) == applications.end())
-        applications.push_back(sans);
+    const std::vector<std::string> applications = shownApplications(summaries);
     // An application that no longer exists falls back to "All".
     selected_ = selected && byApplication.contains(*selected) ? selected : std::nullopt;
 

@@ -179,27 +179,21 @@ void MainWindow::dropScreens(const std::string& sourceFolder, const std::vector<
     }
     if (sourceFolder == targetFolder) {
         attempt(tr("Couldn’t move the screens"), [&] {
+            // The dragged screens leave their places and go, in their order, before `index`.
+            std::vector<std::string> was, kept, dragged;
+            std::size_t at = index;
             const auto& screens = library_.meta(sourceFolder).screens;
-            std::vector<std::string> order;
-            std::size_t before = 0; // moved screens ahead of the drop point
             for (std::size_t i = 0; i < screens.size(); ++i) {
-                const bool moved =
-                    std::find(files.begin(), files.end(), screens[i].filename) != files.end();
-                if (!moved)
-                    order.push_back(screens[i].filename);
-                else if (i < index)
-                    ++before;
+                const std::string& name = screens[i].filename;
+                was.push_back(name);
+                const bool moved = std::find(files.begin(), files.end(), name) != files.end();
+                (moved ? dragged : kept).push_back(name);
+                if (moved && i < index)
+                    --at;
             }
-            const std::size_t at = std::min(index - before, order.size());
-            std::vector<std::string> dragged;
-            for (const auto& screen : screens)
-                if (std::find(files.begin(), files.end(), screen.filename) != files.end())
-                    dragged.push_back(screen.filename);
-            order.insert(order.begin() + static_cast<std::ptrdiff_t>(at), dragged.begin(),
-                         dragged.end());
-            std::vector<std::string> was;
-            for (const auto& screen : screens)
-                was.push_back(screen.filename);
+            std::vector<std::string> order = kept;
+            order.insert(order.begin() + static_cast<std::ptrdiff_t>(std::min(at, kept.size())),
+                         dragged.begin(), dragged.end());
             if (order != was)
                 library_.reorderScreens(sourceFolder, order);
         });

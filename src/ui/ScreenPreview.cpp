@@ -1,4 +1,5 @@
 #include "ui/ScreenPreview.h"
+#include "ui/Messages.h"
 
 #include "library/FlowLibrary.h"
 #include "library/PosterFrame.h"
@@ -16,10 +17,6 @@
 namespace varnel {
 
 namespace {
-
-QString qs(const std::string& text) {
-    return QString::fromStdString(text);
-}
 
 // Read at most the size of the screen it is shown on; phone screenshots fit unscaled.
 QImage readPicture(const std::filesystem::path& file, QSize limit) {
