@@ -97,6 +97,9 @@ void AppSettings::read() {
     includeSimulator_ = store_->value("includeSimulator").toBool();
     if (store_->contains("selectedApp"))
         selectedApp_ = readString("selectedApp", "");
+    if (store_->contains("preferredDeviceID"))
+        preferredDeviceID_ = readString("preferredDeviceID", "");
+    captureHotkey_ = readString("captureHotkey", "");
     lastApplication_ = readString("lastApplication", "");
     lastCategory_ = readString("lastCategory", "");
     redactLight_ = readStyle("redactLight", RedactPreset::light);
@@ -168,6 +171,16 @@ void AppSettings::setIncludeSimulator(bool value) {
 void AppSettings::setSelectedApp(const std::optional<std::string>& value) {
     selectedApp_ = value;
     write("selectedApp", value ? QVariant(qs(*value)) : QVariant());
+}
+
+void AppSettings::setPreferredDeviceID(const std::optional<std::string>& value) {
+    preferredDeviceID_ = value;
+    write("preferredDeviceID", value ? QVariant(qs(*value)) : QVariant());
+}
+
+void AppSettings::setCaptureHotkey(const std::string& value) {
+    captureHotkey_ = value;
+    write("captureHotkey", value.empty() ? QVariant() : QVariant(qs(value)));
 }
 
 void AppSettings::setLastApplication(const std::string& value) {

@@ -46,6 +46,11 @@ public:
     CaptureView captureView() const { return captureView_; }
     bool includeSimulator() const { return includeSimulator_; }
     const std::optional<std::string>& selectedApp() const { return selectedApp_; }
+    // The camera the user picked last; windows are never remembered.
+    const std::optional<std::string>& preferredDeviceID() const { return preferredDeviceID_; }
+    // The system-wide shortcut that captures a still, in Qt's portable text ("Ctrl+Shift+S");
+    // empty when none is set.
+    const std::string& captureHotkey() const { return captureHotkey_; }
     const std::string& lastApplication() const { return lastApplication_; }
     const std::string& lastCategory() const { return lastCategory_; }
     const RedactStyle& redactLight() const { return redactLight_; }
@@ -69,6 +74,8 @@ public:
     void setCaptureView(CaptureView value);
     void setIncludeSimulator(bool value);
     void setSelectedApp(const std::optional<std::string>& value);
+    void setPreferredDeviceID(const std::optional<std::string>& value);
+    void setCaptureHotkey(const std::string& value);
     void setLastApplication(const std::string& value);
     void setLastCategory(const std::string& value);
     void setRedactLight(const RedactStyle& value);
@@ -103,6 +110,8 @@ private:
     CaptureView captureView_ = CaptureView::centered;
     bool includeSimulator_ = false;
     std::optional<std::string> selectedApp_;
+    std::optional<std::string> preferredDeviceID_;
+    std::string captureHotkey_;
     std::string lastApplication_;
     std::string lastCategory_;
     RedactStyle redactLight_ = defaultStyle(RedactPreset::light);

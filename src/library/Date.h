@@ -1,6 +1,7 @@
 #pragma once
 
 #include <compare>
+#include <string>
 
 namespace varnel {
 
@@ -17,5 +18,8 @@ struct Date {
 
     auto operator<=>(const Date&) const = default;
 };
+
+// The date in the local time zone as "2024-05-01 14.03.27", the default name of a capture.
+std::string localTimestamp(Date date);
 
 } // namespace varnel

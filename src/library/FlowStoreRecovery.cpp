@@ -37,15 +37,6 @@ std::optional<Date> modificationDate(const fs::path& file) {
     return Date::fromUnixSeconds(static_cast<double>(micros) / 1e6);
 }
 
-std::string localTimestamp(Date date) {
-    const auto unix = static_cast<std::time_t>(date.unixSeconds());
-    std::tm local{};
-    localtime_r(&unix, &local);
-    char buffer[32];
-    std::strftime(buffer, sizeof buffer, "%Y-%m-%d %H.%M.%S", &local);
-    return buffer;
-}
-
 std::vector<fs::path> visibleSubfolders(const fs::path& folder) {
     std::vector<fs::path> out;
     std::vector<std::string> names;

@@ -1,29 +1,15 @@
 #include "library/PosterFrame.h"
 
+#include "library/GstSupport.h"
+
 #include <gst/app/gstappsink.h>
 #include <gst/gst.h>
 #include <gst/video/video.h>
 
-#include <memory>
-#include <mutex>
 
 namespace varnel::PosterFrame {
 
 namespace {
-
-bool initialize() {
-    static std::once_flag once;
-    static bool ready = false;
-    std::call_once(once, [] { ready = gst_init_check(nullptr, nullptr, nullptr); });
-    return ready;
-}
-
-struct Unref {
-    void operator()(GstElement* element) const {
-        gst_element_set_state(element, GST_STATE_NULL);
-        gst_object_unref(element);
-    }
-};
 
 QImage toImage(GstSample* sample) {
     GstCaps* caps = gst_sample_get_caps(sample);
@@ -45,24 +31,14 @@ QImage toImage(GstSample* sample) {
 } // namespace
 
 QImage grab(const std::filesystem::path& clip, std::chrono::milliseconds timeout) {
-    if (!initialize())
-        return {};
     // BGRx in memory is Qt's RGB32 on little-endian machines.
-    GError* error = nullptr;
-    std::unique_ptr<GstElement, Unref> pipeline(gst_parse_launch(
+    gst::ElementPtr pipeline = gst::parse(
         "filesrc name=source ! decodebin ! videoconvert ! video/x-raw,format=BGRx ! "
-        "appsink name=sink sync=false max-buffers=1",
-        &error));
-    if (error) {
-        g_error_free(error);
-        return {};
-    }
+        "appsink name=sink sync=false max-buffers=1");
     if (!pipeline)
         return {};
-    GstElement* source = gst_bin_get_by_name(GST_BIN(pipeline.get()), "source");
-    g_object_set(source, "location", clip.c_str(), nullptr);
-    gst_object_unref(source);
-    GstElement* sink = gst_bin_get_by_name(GST_BIN(pipeline.get()), "sink");
+    g_object_set(gst::child(pipeline.get(), "source").get(), "location", clip.c_str(), nullptr);
+    const auto sink = gst::child(pipeline.get(), "sink");
     QImage image;
     if (gst_element_set_state(pipeline.get(), GST_STATE_PAUSED) != GST_STATE_CHANGE_FAILURE) {
         // Prerolled means the first picture waits in the sink; an error ends the wait early.
@@ -74,7 +50,7 @@ QImage grab(const std::filesystem::path& clip, std::chrono::milliseconds timeout
             static_cast<GstMessageType>(GST_MESSAGE_ASYNC_DONE | GST_MESSAGE_ERROR |
                                         GST_MESSAGE_EOS));
         if (message && GST_MESSAGE_TYPE(message) == GST_MESSAGE_ASYNC_DONE) {
-            if (GstSample* sample = gst_app_sink_try_pull_preroll(GST_APP_SINK(sink), 0)) {
+            if (GstSample* sample = gst_app_sink_try_pull_preroll(GST_APP_SINK(sink.get()), 0)) {
                 image = toImage(sample);
                 gst_sample_unref(sample);
             }
@@ -83,7 +59,6 @@ QImage grab(const std::filesystem::path& clip, std::chrono::milliseconds timeout
             gst_message_unref(message);
         gst_object_unref(bus);
     }
-    gst_object_unref(sink);
     return image;
 }
 

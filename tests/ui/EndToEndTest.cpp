@@ -2,6 +2,7 @@
 // grabbed to check what a user would see.
 #include "library/FlowStore.h"
 #include "support/TestLibrary.h"
+#include "support/XServer.h"
 
 #include <QGuiApplication>
 #include <QImage>
@@ -10,53 +11,15 @@
 #include <QScreen>
 #include <QThread>
 
-#include <csignal>
-#include <spawn.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
 
-extern char** environ;
 
 using namespace varnel;
 using namespace varnel::test;
 
 namespace {
-
-pid_t xServer = 0;
-
-// Starts Xvfb on a display number nobody uses; returns it, or -1.
-int startXServer() {
-    for (int display = 90; display < 200; ++display) {
-        const std::string socket = "/tmp/.X11-unix/X" + std::to_string(display);
-        const std::string lock = "/tmp/.X" + std::to_string(display) + "-lock";
-        if (fs::exists(socket) || fs::exists(lock))
-            continue;
-        const std::string name = ":" + std::to_string(display);
-        std::vector<std::string> args{"Xvfb",         name,        "-screen", "0",
-                                      "1280x1024x24", "-nolisten", "tcp"};
-        std::vector<char*> argv;
-        for (auto& arg : args)
-            argv.push_back(arg.data());
-        argv.push_back(nullptr);
-        if (posix_spawnp(&xServer, "Xvfb", nullptr, nullptr, argv.data(), environ) != 0)
-            return -1;
-        // Ready once its socket is there; a server that dies (the number was taken) is retried.
-        for (int wait = 0; wait < 300; ++wait) {
-            if (fs::exists(socket))
-                return display;
-            int status = 0;
-            if (waitpid(xServer, &status, WNOHANG) == xServer)
-                break;
-            QThread::msleep(100);
-        }
-        kill(xServer, SIGTERM);
-        waitpid(xServer, nullptr, 0);
-        xServer = 0;
-    }
-    return -1;
-}
 
 struct Colour {
     int r, g, b;
@@ -154,12 +117,12 @@ TEST(EndToEndTest, TheGalleryShowsEachFlowAsABandOfThumbnails) {
 }
 
 int main(int argc, char** argv) {
-    const int display = startXServer();
-    if (display < 0) {
+    XServer server;
+    if (!server.running()) {
         fprintf(stderr, "Couldn't start Xvfb\n");
         return 1;
     }
-    setenv("DISPLAY", (":" + std::to_string(display)).c_str(), 1);
+    setenv("DISPLAY", server.display().c_str(), 1);
     setenv("QT_QPA_PLATFORM", "xcb", 1);
     int result = 1;
     {
@@ -167,7 +130,5 @@ int main(int argc, char** argv) {
         ::testing::InitGoogleTest(&argc, argv);
         result = RUN_ALL_TESTS();
     }
-    kill(xServer, SIGTERM);
-    waitpid(xServer, nullptr, 0);
     return result;
 }

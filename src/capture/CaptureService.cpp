@@ -1,0 +1,270 @@
+#include "capture/CaptureService.h"
+
+#include "library/GstSupport.h"
+
+#include <gst/app/gstappsink.h>
+
+#include <QMetaObject>
+
+namespace varnel {
+
+namespace {
+
+// BGRx is taken as it comes (window captures deliver it); anything else is converted.
+constexpr const char* kSinkDescription =
+    "queue leaky=downstream max-size-buffers=2 max-size-bytes=0 max-size-time=0 ! "
+    "videoconvert ! video/x-raw,format={BGRA,BGRx} ! "
+    "appsink name=sink max-buffers=1 drop=true sync=false";
+
+// What the bus handler of one pipeline needs; freed with the pipeline's bus handler.
+struct Watch {
+    CaptureService* service;
+    unsigned generation;
+    std::mutex mutex;
+    std::string firstError;
+    bool accessDenied = false;
+    std::function<void(unsigned, QString)> ended;
+};
+
+GstBusSyncReply onBusMessage(GstBus*, GstMessage* message, gpointer data) {
+    auto* watch = static_cast<Watch*>(data);
+    const auto type = GST_MESSAGE_TYPE(message);
+    if (type != GST_MESSAGE_ERROR && type != GST_MESSAGE_EOS)
+        return GST_BUS_DROP;
+    QString reason = QStringLiteral("The source ended.");
+    if (type == GST_MESSAGE_ERROR) {
+        GError* error = nullptr;
+        gchar* debug = nullptr;
+        gst_message_parse_error(message, &error, &debug);
+        reason = QString::fromUtf8(error->message);
+        std::lock_guard lock(watch->mutex);
+        if (watch->firstError.empty())
+            watch->firstError = error->message;
+        const bool denied =
+            (error->domain == GST_RESOURCE_ERROR &&
+             error->code == GST_RESOURCE_ERROR_NOT_AUTHORIZED) ||
+            (debug && std::string_view(debug).find("Permission denied") != std::string_view::npos);
+        watch->accessDenied = watch->accessDenied || denied;
+        g_error_free(error);
+        g_free(debug);
+    }
+    watch->ended(watch->generation, reason);
+    return GST_BUS_DROP;
+}
+
+} // namespace
+
+CaptureService::CaptureService(QObject* parent) : QObject(parent) {
+    gst::initialize();
+    movie_.setOnFinish([this, alive = alive_](const std::filesystem::path& file) {
+        if (!*alive)
+            return;
+        QMetaObject::invokeMethod(
+            this,
+            [this, file] {
+                isRecordingVideo_ = false;
+                emit recordingChanged();
+                if (onRecordingFinished)
+                    onRecordingFinished(file);
+            },
+            Qt::QueuedConnection);
+    });
+}
+
+CaptureService::~CaptureService() {
+    *alive_ = false;
+    stopPipeline();
+    {
+        std::lock_guard lock(sampleQueue_);
+        movie_.finish();
+    }
+    movie_.waitForFinished();
+}
+
+void CaptureService::start(GstDevice* device) {
+    if (!device)
+        throw CaptureError(CaptureError::Kind::cannotAddInput,
+                           "The camera is no longer connected.");
+    if (!gst::initialize())
+        throw CaptureError(CaptureError::Kind::cannotAddInput, "GStreamer could not be started.");
+    GstElement* source = gst_device_create_element(device, nullptr);
+    if (!source)
+        throw CaptureError(CaptureError::Kind::cannotAddInput,
+                           "The camera offers no way to read its pictures.");
+    startPipeline(source, "camera");
+}
+
+void CaptureService::startWindow(const X11Window& window) {
+    startDescription("ximagesrc xid=" + std::to_string(window.id) +
+                     " use-damage=false show-pointer=false ! video/x-raw,framerate=30/1");
+}
+
+void CaptureService::startDescription(const std::string& description) {
+    std::string error;
+    if (!gst::initialize())
+        throw CaptureError(CaptureError::Kind::cannotAddInput, "GStreamer could not be started.");
+    GError* failure = nullptr;
+    GstElement* source = gst_parse_bin_from_description(description.c_str(), TRUE, &failure);
+    if (failure) {
+        error = failure->message;
+        g_error_free(failure);
+        if (source)
+            gst_object_unref(source);
+        throw CaptureError(CaptureError::Kind::cannotAddInput, error);
+    }
+    startPipeline(source, "source");
+}
+
+void CaptureService::startPipeline(GstElement* source, const char* what) {
+    stopPipeline();
+    const unsigned generation = ++generation_;
+
+    GError* failure = nullptr;
+    GstElement* tail = gst_parse_bin_from_description(kSinkDescription, TRUE, &failure);
+    if (failure) {
+        const std::string message = failure->message;
+        g_error_free(failure);
+        gst_object_unref(source);
+        throw CaptureError(CaptureError::Kind::cannotAddInput, message);
+    }
+    GstElement* pipeline = gst_pipeline_new(what);
+    gst_bin_add_many(GST_BIN(pipeline), source, tail, nullptr);
+    gst::ElementPtr owned(pipeline);
+    if (!gst_element_link(source, tail))
+        throw CaptureError(CaptureError::Kind::cannotAddInput,
+                           "The source does not deliver pictures that can be shown.");
+
+    auto sink = gst::child(pipeline, "sink");
+    GstAppSinkCallbacks callbacks{};
+    callbacks.new_sample = [](GstAppSink* appsink, gpointer data) -> GstFlowReturn {
+        if (GstSample* sample = gst_app_sink_pull_sample(appsink))
+            static_cast<CaptureService*>(data)->ingest(VideoFrame(sample));
+        return GST_FLOW_OK;
+    };
+    gst_app_sink_set_callbacks(GST_APP_SINK(sink.get()), &callbacks, this, nullptr);
+
+    auto* watch = new Watch{this, generation, {}, {}, false, {}};
+    watch->ended = [this](unsigned gen, QString reason) {
+        QMetaObject::invokeMethod(
+            this, [this, gen, reason] { sourceEnded(gen, reason); }, Qt::QueuedConnection);
+    };
+    GstBus* bus = gst_element_get_bus(pipeline);
+    gst_bus_set_sync_handler(bus, onBusMessage, watch,
+                             [](gpointer data) { delete static_cast<Watch*>(data); });
+    gst_object_unref(bus);
+
+    // Opening the device or the window happens on the way to PAUSED: its failure is known here.
+    if (gst_element_set_state(pipeline, GST_STATE_PAUSED) == GST_STATE_CHANGE_FAILURE ||
+        gst_element_set_state(pipeline, GST_STATE_PLAYING) == GST_STATE_CHANGE_FAILURE) {
+        std::string message;
+        bool denied = false;
+        {
+            std::lock_guard lock(watch->mutex);
+            message = watch->firstError;
+            denied = watch->accessDenied;
+        }
+        ++generation_; // whatever this pipeline posted is stale now
+        owned.reset();
+        throw CaptureError(denied ? CaptureError::Kind::accessDenied
+                                  : CaptureError::Kind::cannotAddInput,
+                           message.empty() ? "The source could not be started." : message);
+    }
+    pipeline_ = owned.release();
+    setRunning(true);
+}
+
+void CaptureService::stop() {
+    if (isRecordingVideo_)
+        stopRecording();
+    stopPipeline();
+    setRunning(false);
+}
+
+void CaptureService::stopPipeline() {
+    if (!pipeline_)
+        return;
+    ++generation_;
+    GstElement* pipeline = std::exchange(pipeline_, nullptr);
+    gst_element_set_state(pipeline, GST_STATE_NULL);
+    gst_object_unref(pipeline);
+    frameBox_.clear();
+    lastWidth_ = lastHeight_ = 0;
+}
+
+void CaptureService::sourceEnded(unsigned generation, const QString& reason) {
+    if (generation != generation_ || !pipeline_)
+        return;
+    stop();
+    emit streamStopped(reason);
+}
+
+void CaptureService::setRunning(bool running) {
+    if (running == isRunning_)
+        return;
+    isRunning_ = running;
+    emit runningChanged();
+}
+
+bool CaptureService::startRecording(const std::filesystem::path& file) {
+    if (!isRunning_ || isRecordingVideo_)
+        return false;
+    isRecordingVideo_ = true;
+    {
+        std::lock_guard lock(sampleQueue_);
+        movie_.begin(file);
+    }
+    emit recordingChanged();
+    return true;
+}
+
+void CaptureService::stopRecording() {
+    bool coming = false;
+    {
+        std::lock_guard lock(sampleQueue_);
+        coming = movie_.finish();
+    }
+    if (coming || !isRecordingVideo_)
+        return;
+    isRecordingVideo_ = false;
+    emit recordingChanged();
+    emit recordingAbandoned();
+}
+
+MovieWriter::Counts CaptureService::recordingCounts() {
+    std::lock_guard lock(sampleQueue_);
+    return movie_.counts();
+}
+
+void CaptureService::ingest(VideoFrame frame) {
+    const int width = frame.width();
+    const int height = frame.height();
+    {
+        std::lock_guard lock(sampleQueue_);
+        movie_.append(frame);
+    }
+    frameBox_.put(std::move(frame));
+    const bool widthChanged = lastWidth_.exchange(width) != width;
+    const bool heightChanged = lastHeight_.exchange(height) != height;
+    if (widthChanged || heightChanged) {
+        QMetaObject::invokeMethod(
+            this,
+            [this, width, height] {
+                if (resolution_ == PixelSize{width, height})
+                    return;
+                resolution_ = {width, height};
+                emit resolutionChanged();
+            },
+            Qt::QueuedConnection);
+    }
+    if (!framePosted_.exchange(true)) {
+        QMetaObject::invokeMethod(
+            this,
+            [this] {
+                framePosted_ = false;
+                emit frameArrived();
+            },
+            Qt::QueuedConnection);
+    }
+}
+
+} // namespace varnel

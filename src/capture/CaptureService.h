@@ -1,0 +1,109 @@
+#pragma once
+
+#ifndef Q_MOC_RUN
+#include "capture/MovieWriter.h"
+#include "capture/SimulatorWindows.h"
+#include "capture/VideoFrame.h"
+
+#include <atomic>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#endif
+
+#include <QObject>
+
+typedef struct _GstDevice GstDevice;
+typedef struct _GstElement GstElement;
+
+namespace varnel {
+
+// A source could not be started; the description says why.
+class CaptureError : public std::runtime_error {
+public:
+    enum class Kind { cannotAddInput, accessDenied };
+    CaptureError(Kind kind, const std::string& description)
+        : std::runtime_error(description), kind_(kind) {}
+    Kind kind() const { return kind_; }
+
+private:
+    Kind kind_;
+};
+
+struct PixelSize {
+    int width = 0;
+    int height = 0;
+    bool operator==(const PixelSize&) const = default;
+};
+
+// Runs one capture source at a time (a camera or an emulator window) as a GStreamer pipeline
+// ending in a BGRA sink that keeps only the newest frame, keeps that frame in a FrameBox and
+// records clips from it. Frames arrive on GStreamer's streaming thread, which also makes every
+// MovieWriter call; published state changes on the main thread only.
+class CaptureService : public QObject {
+    Q_OBJECT
+
+public:
+    explicit CaptureService(QObject* parent = nullptr);
+    ~CaptureService() override;
+
+    bool isRunning() const { return isRunning_; }
+    PixelSize resolution() const { return resolution_; }
+    bool isRecordingVideo() const { return isRecordingVideo_; }
+
+    // Camera source; throws CaptureError.
+    void start(GstDevice* device);
+    // Window source (an X window id); throws CaptureError.
+    void startWindow(const X11Window& window);
+    // Any source described as a GStreamer launch line ending in raw video (tests, benchmarks).
+    void startDescription(const std::string& description);
+    void stop();
+
+    bool startRecording(const std::filesystem::path& file);
+    void stopRecording();
+
+    VideoFrame latestFrame() const { return frameBox_.latest(); }
+    MovieWriter::Counts recordingCounts();
+
+    // The clip's file once it is complete (main thread).
+    std::function<void(const std::filesystem::path&)> onRecordingFinished;
+
+signals:
+    void runningChanged();
+    void resolutionChanged();
+    void recordingChanged();
+    // A new frame is in the box. Posted at most once until the main thread has seen it.
+    void frameArrived();
+    // The source ended by itself (window closed, camera unplugged) with GStreamer's reason.
+    void streamStopped(const QString& reason);
+    // A recording ended without any frame, so no clip will come.
+    void recordingAbandoned();
+
+private:
+    void startPipeline(GstElement* source, const char* what);
+    void stopPipeline();
+    void ingest(VideoFrame frame);
+    void sourceEnded(unsigned generation, const QString& reason);
+    void setRunning(bool running);
+
+    GstElement* pipeline_ = nullptr;
+    unsigned generation_ = 0;
+    bool isRunning_ = false;
+    PixelSize resolution_;
+    bool isRecordingVideo_ = false;
+
+    FrameBox frameBox_;
+    // Serializes the streaming thread's frames with the main thread's recording calls.
+    std::mutex sampleQueue_;
+    MovieWriter movie_;
+    std::atomic<int> lastWidth_{0};
+    std::atomic<int> lastHeight_{0};
+    std::atomic<bool> framePosted_{false};
+    std::shared_ptr<std::atomic<bool>> alive_ = std::make_shared<std::atomic<bool>>(true);
+};
+
+} // namespace varnel

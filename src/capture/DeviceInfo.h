@@ -1,0 +1,17 @@
+#pragma once
+
+#include <string>
+
+namespace varnel {
+
+// A capture source: a camera-type device ("/dev/v4l/by-id/…", a serial, a PipeWire node) or
+// an emulator window ("window:" + its X window id). Identity is the id alone.
+struct DeviceInfo {
+    std::string id;
+    std::string name;
+    bool isWindow = false;
+
+    bool operator==(const DeviceInfo& other) const { return id == other.id; }
+};
+
+} // namespace varnel

@@ -1,0 +1,89 @@
+#pragma once
+
+#ifndef Q_MOC_RUN
+#include "capture/DeviceInfo.h"
+#include "capture/SimulatorWindows.h"
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+#endif
+
+#include <QObject>
+#include <QThreadPool>
+
+typedef struct _GstDevice GstDevice;
+
+namespace varnel {
+
+class AppSettings;
+class CameraDiscovery;
+
+// Where the device manager gets its sources from. The standard ones are GStreamer's device
+// monitor and the X server's window list; tests may hand in their own lists.
+struct DeviceSources {
+    std::function<std::vector<DeviceInfo>()> cameras;
+    // Runs on a worker thread; none when the window list can't be read.
+    std::function<std::optional<std::vector<X11Window>>()> windows;
+    // Registers the callback for cameras coming and going (called on any thread).
+    std::function<void(std::function<void()>)> watchCameras;
+    // The GStreamer device behind a camera id, with its own reference; null when gone.
+    std::function<GstDevice*(const std::string&)> cameraDevice;
+};
+
+// The list of capture sources (cameras, then emulator windows) and the selection among them,
+// kept across connects, disconnects and restarts. Main thread only.
+class DeviceManager : public QObject {
+    Q_OBJECT
+
+public:
+    explicit DeviceManager(AppSettings& settings, QObject* parent = nullptr);
+    DeviceManager(AppSettings& settings, DeviceSources sources, QObject* parent = nullptr);
+    ~DeviceManager() override;
+
+    const std::vector<DeviceInfo>& devices() const { return devices_; }
+    const std::optional<std::string>& selectedID() const { return selectedID_; }
+    std::optional<DeviceInfo> selectedInfo() const;
+    bool includeSimulator() const { return includeSimulator_; }
+
+    void refresh();
+    void select(const std::string& id);
+    void setIncludeSimulator(bool value);
+
+    // The camera of the selection, with its own reference; null for a window or nothing.
+    GstDevice* selectedDevice() const;
+    // The window of the selection, when a window is selected.
+    std::optional<X11Window> selectedWindow() const;
+
+    // Lets a test wait until the window list asked for last has been applied.
+    void waitForWindowRefresh();
+
+signals:
+    void devicesChanged();
+    void selectionChanged();
+
+private:
+    void discoverCameras();
+    void refreshWindows();
+    void applyWindows(unsigned generation, std::optional<std::vector<X11Window>> windows);
+    void rebuild();
+
+    AppSettings& settings_;
+    std::unique_ptr<CameraDiscovery> discovery_;
+    DeviceSources sources_;
+    std::vector<DeviceInfo> devices_;
+    std::optional<std::string> selectedID_;
+    std::optional<std::string> preferredID_;
+    bool userPicked_ = false;
+    bool includeSimulator_ = false;
+    std::vector<DeviceInfo> cameraDevices_;
+    std::vector<DeviceInfo> windowDevices_;
+    std::map<std::string, X11Window> windows_;
+    unsigned windowGeneration_ = 0;
+    QThreadPool windowLister_;
+};
+
+} // namespace varnel

@@ -1,0 +1,259 @@
+#include "capture/SessionController.h"
+
+#include "library/Errors.h"
+#include "library/FileOps.h"
+#include "library/LibraryLayout.h"
+#include "library/ScreenFiles.h"
+#include "library/Slug.h"
+#include "library/Text.h"
+#include "library/Uuid.h"
+
+#include <algorithm>
+#include <set>
+
+namespace varnel {
+
+namespace {
+
+constexpr std::size_t kRecentCount = 8;
+
+std::string extensionOrPng(const std::string& filename) {
+    std::string ext = ScreenFiles::extension(filename);
+    return ext.empty() ? "png" : ext;
+}
+
+} // namespace
+
+SessionController::SessionController(FlowStore& store, FrameSource capture, Clock now,
+                                     QObject* parent)
+    : QObject(parent), store_(store), capture_(std::move(capture)), now_(std::move(now)) {}
+
+void SessionController::start(const std::optional<std::string>& appendingTo) {
+    if (isRecording_)
+        return;
+    const std::string id = newUUIDString();
+    const auto staging = store_.root() / LibraryLayout::kStagingFolder / id;
+    if (FileOps::exists(staging))
+        store_.operations().folderRemover(staging);
+    store_.operations().directoryCreator(staging, true);
+
+    sessionID_ = id;
+    stagingDir_ = staging;
+    startDate_ = now_();
+    pending_.clear();
+    nextIndex_ = 1;
+    startedAt_ = startDate_;
+    lastWidth_ = lastHeight_ = 0;
+    isRecording_ = true;
+    appendTarget_ = appendingTo;
+    publishLists();
+}
+
+bool SessionController::add(CaptureSource source) {
+    if (!isRecording_ || !stagingDir_)
+        return false;
+    const auto frame = capture_();
+    if (!frame)
+        return false;
+    std::string filename = ScreenFiles::capturedName(nextIndex_++, "png");
+    try {
+        FileOps::writeAtomically(*stagingDir_ / filename, frame->pngData);
+    } catch (const LibraryError&) {
+        return false;
+    }
+    lastWidth_ = frame->width;
+    lastHeight_ = frame->height;
+    appendPending(std::move(filename), source);
+    return true;
+}
+
+std::optional<std::filesystem::path> SessionController::beginVideo(int width, int height) {
+    if (!isRecording_ || !stagingDir_ || pendingVideoFilename_)
+        return std::nullopt;
+    if (width >= 1) {
+        lastWidth_ = width;
+        lastHeight_ = height;
+    }
+    pendingVideoFilename_ = ScreenFiles::capturedName(nextIndex_++, "mov");
+    isRecordingVideo_ = true;
+    emit changed();
+    return *stagingDir_ / *pendingVideoFilename_;
+}
+
+bool SessionController::commitVideo() {
+    if (!isRecording_ || !stagingDir_ || !pendingVideoFilename_)
+        return false;
+    std::string filename = std::move(*pendingVideoFilename_);
+    pendingVideoFilename_.reset();
+    isRecordingVideo_ = false;
+    if (!FileOps::exists(*stagingDir_ / filename)) {
+        emit changed();
+        return false;
+    }
+    appendPending(std::move(filename), CaptureSource::manual);
+    return true;
+}
+
+bool SessionController::deleteStaged(const std::string& filename) {
+    const auto it = std::find_if(pending_.begin(), pending_.end(),
+                                 [&](const PendingScreen& p) { return p.filename == filename; });
+    if (it == pending_.end() || !stagingDir_)
+        return false;
+    try {
+        FileOps::remove(*stagingDir_ / filename);
+    } catch (const LibraryError&) {
+        return false;
+    }
+    pending_.erase(it);
+    publishLists();
+    return true;
+}
+
+std::optional<std::filesystem::path> SessionController::stop(const std::string& application,
+                                                             const std::string& name,
+                                                             const std::string& categoryL1,
+                                                             const std::string& deviceName) {
+    if (!stagingDir_ || !sessionID_) {
+        endSession();
+        return std::nullopt;
+    }
+    if (pending_.empty()) {
+        removeStagingFolder();
+        endSession();
+        return std::nullopt;
+    }
+    try {
+        auto saved = appendTarget_ ? appendToFlow(*appendTarget_)
+                                   : saveNewFlow(application, name, categoryL1, deviceName);
+        endSession();
+        return saved;
+    } catch (...) {
+        endSession();
+        throw;
+    }
+}
+
+std::optional<std::filesystem::path> SessionController::saveNewFlow(const std::string& application,
+                                                                    const std::string& name,
+                                                                    const std::string& categoryL1,
+                                                                    const std::string& deviceName) {
+    FlowMeta meta;
+    meta.id = *sessionID_;
+    meta.name = Text::nonBlank(name).value_or(localTimestamp(startDate_));
+    meta.application = Text::nonBlank(application);
+    meta.categoryL1 = Text::nonBlank(categoryL1);
+    meta.date = startDate_;
+    meta.deviceName = Text::nonBlank(deviceName);
+    meta.width = lastWidth_;
+    meta.height = lastHeight_;
+
+    auto& ops = store_.operations();
+    const std::string parentPath = Slug::parentPath(meta.application, meta.categoryL1);
+    const auto parent = store_.root() / parentPath;
+    ops.directoryCreator(parent, true);
+    std::set<std::string> entries;
+    try {
+        for (auto& entry : FileOps::list(parent))
+            entries.insert(std::move(entry));
+    } catch (const LibraryError&) {
+    }
+    const std::string folderName =
+        parentPath + "/" + Slug::uniqueFolderName(Slug::make(meta.name), entries);
+    const auto flowDir = store_.root() / folderName;
+    ops.directoryCreator(flowDir, false);
+
+    for (std::size_t i = 0; i < pending_.size(); ++i) {
+        const auto& screen = pending_[i];
+        const std::string target = ScreenFiles::capturedName(static_cast<long long>(i + 1),
+                                                             extensionOrPng(screen.filename));
+        ops.folderMover(*stagingDir_ / screen.filename, flowDir / target);
+        ScreenRef ref;
+        ref.filename = target;
+        ref.capturedAt = screen.capturedAt;
+        ref.source = screen.source;
+        meta.screens.push_back(std::move(ref));
+    }
+    removeStagingFolder();
+    store_.writeMeta(folderName, meta);
+    store_.appendToIndex(meta.summary(folderName));
+    return flowDir;
+}
+
+std::optional<std::filesystem::path>
+SessionController::appendToFlow(const std::string& folderName) {
+    FlowMeta meta = store_.meta(folderName);
+    const auto flowDir = store_.flowURL(folderName);
+    // The flow's files are numbered 1 to N; should a stray file hold a higher number, the new
+    // screens go after it rather than fail on a taken name.
+    long long number = static_cast<long long>(meta.screens.size()) + 1;
+    try {
+        number = std::max(number, ScreenFiles::nextScreenNumber(FileOps::list(flowDir)));
+    } catch (const LibraryError&) {
+    }
+    for (const auto& screen : pending_) {
+        const std::string target =
+            ScreenFiles::capturedName(number++, extensionOrPng(screen.filename));
+        store_.operations().folderMover(*stagingDir_ / screen.filename, flowDir / target);
+        ScreenRef ref;
+        ref.filename = target;
+        ref.capturedAt = screen.capturedAt;
+        ref.source = screen.source;
+        meta.screens.push_back(std::move(ref));
+    }
+    removeStagingFolder();
+    if (lastWidth_ >= 1) {
+        meta.width = lastWidth_;
+        meta.height = lastHeight_;
+    }
+    store_.writeMeta(folderName, meta);
+    store_.appendToIndex(meta.summary(folderName));
+    return flowDir;
+}
+
+void SessionController::cancel() {
+    if (!isRecording_)
+        return;
+    pendingVideoFilename_.reset();
+    removeStagingFolder();
+    endSession();
+    lastWidth_ = lastHeight_ = 0;
+}
+
+void SessionController::appendPending(std::string filename, CaptureSource source) {
+    pending_.push_back(PendingScreen{std::move(filename), now_(), source});
+    publishLists();
+}
+
+void SessionController::publishLists() {
+    staged_.clear();
+    for (const auto& screen : pending_)
+        staged_.push_back(*stagingDir_ / screen.filename);
+    const std::size_t first = staged_.size() > kRecentCount ? staged_.size() - kRecentCount : 0;
+    recent_.assign(staged_.begin() + static_cast<std::ptrdiff_t>(first), staged_.end());
+    emit changed();
+}
+
+void SessionController::removeStagingFolder() {
+    if (!stagingDir_)
+        return;
+    try {
+        store_.operations().folderRemover(*stagingDir_);
+    } catch (const std::exception&) {
+    }
+}
+
+void SessionController::endSession() {
+    isRecording_ = false;
+    isRecordingVideo_ = false;
+    sessionID_.reset();
+    appendTarget_.reset();
+    pendingVideoFilename_.reset();
+    stagingDir_.reset();
+    pending_.clear();
+    recent_.clear();
+    staged_.clear();
+    startedAt_.reset();
+    emit changed();
+}
+
+} // namespace varnel
