@@ -1,0 +1,66 @@
+#include "support/MediaProbe.h"
+
+#include "library/GstSupport.h"
+
+#include <gst/app/gstappsink.h>
+#include <gst/video/video.h>
+
+#include <QCoreApplication>
+#include <QThread>
+
+#include <chrono>
+
+namespace varnel::test {
+
+std::optional<ClipInfo>
+readClip(const std::filesystem::path& file,
+         const std::function<void(int, const unsigned char*, int)>& onFrame) {
+    auto pipeline = gst::parse("filesrc name=source ! qtdemux ! decodebin ! videoconvert ! "
+                               "video/x-raw,format=BGRx ! appsink name=sink sync=false");
+    if (!pipeline)
+        return std::nullopt;
+    g_object_set(gst::child(pipeline.get(), "source").get(), "location", file.c_str(), nullptr);
+    auto sink = gst::child(pipeline.get(), "sink");
+    if (gst_element_set_state(pipeline.get(), GST_STATE_PLAYING) == GST_STATE_CHANGE_FAILURE)
+        return std::nullopt;
+    ClipInfo info;
+    // A decoding error stalls the sink rather than ending it: wait at most ten seconds a frame.
+    while (GstSample* sample =
+               gst_app_sink_try_pull_sample(GST_APP_SINK(sink.get()), 10 * GST_SECOND)) {
+        GstVideoInfo video;
+        if (gst_video_info_from_caps(&video, gst_sample_get_caps(sample))) {
+            info.width = GST_VIDEO_INFO_WIDTH(&video);
+            info.height = GST_VIDEO_INFO_HEIGHT(&video);
+            GstVideoFrame frame;
+            if (onFrame &&
+                gst_video_frame_map(&frame, &video, gst_sample_get_buffer(sample), GST_MAP_READ)) {
+                onFrame(info.frames,
+                        static_cast<const unsigned char*>(GST_VIDEO_FRAME_PLANE_DATA(&frame, 0)),
+                        GST_VIDEO_FRAME_PLANE_STRIDE(&frame, 0));
+                gst_video_frame_unmap(&frame);
+            }
+        }
+        ++info.frames;
+        gst_sample_unref(sample);
+    }
+    gint64 duration = 0;
+    if (gst_element_query_duration(pipeline.get(), GST_FORMAT_TIME, &duration))
+        info.durationSeconds = static_cast<double>(duration) / GST_SECOND;
+    if (info.frames == 0)
+        return std::nullopt;
+    return info;
+}
+
+bool waitUntil(const std::function<bool()>& done, double seconds) {
+    const auto deadline = std::chrono::steady_clock::now() +
+                          std::chrono::milliseconds(static_cast<long>(seconds * 1000));
+    while (!done()) {
+        if (std::chrono::steady_clock::now() > deadline)
+            return false;
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
+        QThread::msleep(5);
+    }
+    return true;
+}
+
+} // namespace varnel::test

@@ -1,0 +1,26 @@
+#pragma once
+
+#include <filesystem>
+#include <functional>
+#include <optional>
+
+namespace varnel::test {
+
+// What a movie file holds, read back by decoding it.
+struct ClipInfo {
+    int width = 0;
+    int height = 0;
+    int frames = 0;
+    double durationSeconds = 0;
+};
+
+// Decodes every frame of the clip; none when it can't be read. `onFrame` sees each frame as
+// BGRx rows.
+std::optional<ClipInfo>
+readClip(const std::filesystem::path& file,
+         const std::function<void(int index, const unsigned char* bgrx, int stride)>& onFrame = {});
+
+// Runs the Qt event loop until `done` holds or `seconds` pass; returns `done()`.
+bool waitUntil(const std::function<bool()>& done, double seconds = 20);
+
+} // namespace varnel::test
