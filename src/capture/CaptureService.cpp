@@ -1,7 +1,9 @@
 #include "capture/CaptureService.h"
 
+#include "capture/WindowWatch.h"
 #include "library/GstSupport.h"
 
+#include <X11/Xlib.h>
 #include <gst/app/gstappsink.h>
 
 #include <QMetaObject>
@@ -52,6 +54,17 @@ GstBusSyncReply onBusMessage(GstBus*, GstMessage* message, gpointer data) {
     return GST_BUS_DROP;
 }
 
+// Xlib's default handler ends the process on any error, and the window source meets one as
+// soon as its window is closed. The source reports the failure itself; the process goes on.
+int ignoreXError(Display*, XErrorEvent*) {
+    return 0;
+}
+
+void keepXErrorsFromEndingTheProcess() {
+    static std::once_flag once;
+    std::call_once(once, [] { XSetErrorHandler(ignoreXError); });
+}
+
 } // namespace
 
 CaptureService::CaptureService(QObject* parent) : QObject(parent) {
@@ -95,8 +108,17 @@ void CaptureService::start(GstDevice* device) {
 }
 
 void CaptureService::startWindow(const X11Window& window) {
-    startDescription("ximagesrc xid=" + std::to_string(window.id) +
-                     " use-damage=false show-pointer=false ! video/x-raw,framerate=30/1");
+    keepXErrorsFromEndingTheProcess();
+    auto watch = std::make_unique<WindowWatch>(window.id);
+    if (!watch->isValid())
+        throw CaptureError(CaptureError::Kind::cannotAddInput, "The window is no longer open.");
+    startDescription(
+        "ximagesrc xid=" + std::to_string(window.id) +
+        " use-damage=false show-pointer=false ! capsfilter caps=video/x-raw,framerate=30/1");
+    windowWatch_ = std::move(watch);
+    connect(windowWatch_.get(), &WindowWatch::closed, this, [this, generation = generation_] {
+        sourceEnded(generation, QStringLiteral("The window was closed."));
+    });
 }
 
 void CaptureService::startDescription(const std::string& description) {
@@ -184,6 +206,7 @@ void CaptureService::stopPipeline() {
     if (!pipeline_)
         return;
     ++generation_;
+    windowWatch_.reset();
     GstElement* pipeline = std::exchange(pipeline_, nullptr);
     gst_element_set_state(pipeline, GST_STATE_NULL);
     gst_object_unref(pipeline);

@@ -44,6 +44,8 @@ struct PixelSize {
 // ending in a BGRA sink that keeps only the newest frame, keeps that frame in a FrameBox and
 // records clips from it. Frames arrive on GStreamer's streaming thread, which also makes every
 // MovieWriter call; published state changes on the main thread only.
+class WindowWatch;
+
 class CaptureService : public QObject {
     Q_OBJECT
 
@@ -91,6 +93,7 @@ private:
     void setRunning(bool running);
 
     GstElement* pipeline_ = nullptr;
+    std::unique_ptr<WindowWatch> windowWatch_;
     unsigned generation_ = 0;
     bool isRunning_ = false;
     PixelSize resolution_;

@@ -33,7 +33,7 @@ GstElement* createElement(GstDevice* device, const gchar* name) {
     const Spec& spec = *reinterpret_cast<TestCameraDevice*>(device)->spec;
     const std::string description =
         "videotestsrc is-live=true pattern=" + spec.pattern +
-        " ! video/x-raw,format=BGRA,width=" + std::to_string(spec.width) +
+        " ! capsfilter caps=video/x-raw,format=BGRA,width=" + std::to_string(spec.width) +
         ",height=" + std::to_string(spec.height) + ",framerate=" + std::to_string(spec.fps) + "/1";
     GstElement* bin = gst_parse_bin_from_description(description.c_str(), TRUE, nullptr);
     if (bin && name)

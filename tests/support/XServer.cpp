@@ -2,13 +2,13 @@
 
 #include <chrono>
 #include <csignal>
+#include <fcntl.h>
 #include <filesystem>
-#include <spawn.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <thread>
+#include <unistd.h>
 #include <vector>
-
-extern char** environ;
 
 namespace varnel::test {
 
@@ -25,9 +25,18 @@ XServer::XServer(const std::string& screen) {
         for (auto& arg : args)
             argv.push_back(arg.data());
         argv.push_back(nullptr);
-        pid_t pid = 0;
-        if (posix_spawnp(&pid, "Xvfb", nullptr, nullptr, argv.data(), environ) != 0)
+        pid_t pid = fork();
+        if (pid < 0)
             return;
+        if (pid == 0) {
+            // The server goes with the test, however the test ends, and keeps its talk to itself.
+            prctl(PR_SET_PDEATHSIG, SIGTERM);
+            const int null = open("/dev/null", O_RDWR);
+            dup2(null, STDOUT_FILENO);
+            dup2(null, STDERR_FILENO);
+            execvp("Xvfb", argv.data());
+            _exit(127);
+        }
         // Ready once its socket is there; a server that dies (the number was taken) is retried.
         for (int wait = 0; wait < 300; ++wait) {
             if (fs::exists(socket)) {

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <QObject>
+
+#include <cstdint>
+#include <memory>
+
+class QSocketNotifier;
+typedef struct xcb_connection_t xcb_connection_t;
+
+namespace varnel {
+
+// Tells when an X window is destroyed. The window source itself goes on reading a closed
+// window without a word, so the capture service listens to the X server too.
+class WindowWatch : public QObject {
+    Q_OBJECT
+
+public:
+    // Starts watching; `isValid` is false when the window does not exist (any more).
+    explicit WindowWatch(std::uint32_t window, QObject* parent = nullptr);
+    ~WindowWatch() override;
+
+    bool isValid() const { return valid_; }
+
+signals:
+    void closed();
+
+private:
+    void readEvents();
+
+    std::uint32_t window_;
+    xcb_connection_t* connection_ = nullptr;
+    std::unique_ptr<QSocketNotifier> notifier_;
+    bool valid_ = false;
+};
+
+} // namespace varnel
