@@ -1,5 +1,6 @@
 #include "capture/CaptureService.h"
 
+#include "capture/PngWriter.h"
 #include "capture/WindowWatch.h"
 #include "library/GstSupport.h"
 
@@ -251,6 +252,16 @@ void CaptureService::stopRecording() {
     isRecordingVideo_ = false;
     emit recordingChanged();
     emit recordingAbandoned();
+}
+
+std::optional<CapturedFrame> CaptureService::stillFrame() const {
+    const VideoFrame frame = frameBox_.latest();
+    std::optional<CapturedFrame> still;
+    frame.withPixels([&](const std::uint8_t* pixels, std::size_t stride) {
+        still = CapturedFrame{PngWriter::encode(pixels, frame.width(), frame.height(), stride),
+                              frame.width(), frame.height()};
+    });
+    return still;
 }
 
 MovieWriter::Counts CaptureService::recordingCounts() {

@@ -1,6 +1,7 @@
 #pragma once
 
 #ifndef Q_MOC_RUN
+#include "capture/CapturedFrame.h"
 #include "capture/MovieWriter.h"
 #include "capture/SimulatorWindows.h"
 #include "capture/VideoFrame.h"
@@ -69,6 +70,8 @@ public:
     void stopRecording();
 
     VideoFrame latestFrame() const { return frameBox_.latest(); }
+    // The latest frame as a still screen; none before the first frame.
+    std::optional<CapturedFrame> stillFrame() const;
     MovieWriter::Counts recordingCounts();
 
     // The clip's file once it is complete (main thread).

@@ -7,7 +7,6 @@
 
 #include <QCoreApplication>
 #include <QMetaObject>
-#include <QPointer>
 
 namespace varnel {
 
@@ -84,17 +83,18 @@ void DeviceManager::setIncludeSimulator(bool value) {
     refresh();
 }
 
-GstDevice* DeviceManager::selectedDevice() const {
-    if (!selectedID_ || selectedID_->starts_with(SimulatorWindows::kWindowPrefix) ||
-        !sources_.cameraDevice)
+GstDevice* DeviceManager::cameraDevice(const std::string& id) const {
+    if (id.starts_with(SimulatorWindows::kWindowPrefix) || !sources_.cameraDevice)
         return nullptr;
-    return sources_.cameraDevice(*selectedID_);
+    return sources_.cameraDevice(id);
 }
 
 std::optional<X11Window> DeviceManager::selectedWindow() const {
-    if (!selectedID_)
-        return std::nullopt;
-    const auto it = windows_.find(*selectedID_);
+    return selectedID_ ? window(*selectedID_) : std::nullopt;
+}
+
+std::optional<X11Window> DeviceManager::window(const std::string& id) const {
+    const auto it = windows_.find(id);
     if (it == windows_.end())
         return std::nullopt;
     return it->second;

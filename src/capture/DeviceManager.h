@@ -54,9 +54,12 @@ public:
     void setIncludeSimulator(bool value);
 
     // The camera of the selection, with its own reference; null for a window or nothing.
-    GstDevice* selectedDevice() const;
+    GstDevice* selectedDevice() const { return selectedID_ ? cameraDevice(*selectedID_) : nullptr; }
     // The window of the selection, when a window is selected.
     std::optional<X11Window> selectedWindow() const;
+    // The same for any listed source.
+    GstDevice* cameraDevice(const std::string& id) const;
+    std::optional<X11Window> window(const std::string& id) const;
 
     // Lets a test wait until the window list asked for last has been applied.
     void waitForWindowRefresh();

@@ -1,4 +1,6 @@
 #include "cli/Cli.h"
+#include "cli/CliCapture.h"
+#include "cli/CliSupport.h"
 
 #include "app/AppSettings.h"
 #include "app/LibraryLock.h"
@@ -16,47 +18,6 @@
 #include <ostream>
 
 namespace varnel::cli {
-
-namespace {
-
-constexpr const char* kHelp = R"(Usage: varnel-cli [--library DIR] [--json] COMMAND [ARGS]
-
-Works on a Varnel library without the app: the library is DIR, or else the one chosen in
-Varnel's settings.
-
-Commands:
-  list                                        the flows of the library
-  create-flow --app A --name N [--category C] make an empty flow; prints its folder name
-  delete-flow FOLDER                          delete a flow (FOLDER as `list` shows it)
-  add-screens FOLDER FILE...                  copy PNG/MOV files into a flow as new screens
-  renumber FOLDER                             renumber a flow's screen files 1 to N
-  check                                       verify the library; prints what is broken
-  export-app NAME FILE                        write application NAME as an archive (.varnel.zip)
-  import-app FILE [--replace|--duplicate]     import an application archive; when some of its
-                                              flows are already in the library, say which way
-
-Options:
-  --library DIR   the library folder
-  --json          machine-readable output
-  --help          this text
-
-Exit status:
-  0  success
-  1  the operation failed (the reason is on stderr)
-  2  the command line is wrong
-  3  check found problems
-)";
-
-struct UsageError : std::runtime_error {
-    using std::runtime_error::runtime_error;
-};
-
-struct Invocation {
-    std::optional<std::string> library;
-    bool json = false;
-    std::string command;
-    std::vector<std::string> arguments;
-};
 
 Invocation parse(const std::vector<std::string>& args) {
     Invocation inv;
@@ -97,6 +58,40 @@ std::map<std::string, std::string> options(std::vector<std::string>& arguments,
     arguments = rest;
     return found;
 }
+
+namespace {
+
+constexpr const char* kHelp = R"(Usage: varnel-cli [--library DIR] [--json] COMMAND [ARGS]
+
+Works on a Varnel library without the app: the library is DIR, or else the one chosen in
+Varnel's settings.
+
+Commands:
+  list                                        the flows of the library
+  create-flow --app A --name N [--category C] make an empty flow; prints its folder name
+  delete-flow FOLDER                          delete a flow (FOLDER as `list` shows it)
+  add-screens FOLDER FILE...                  copy PNG/MOV files into a flow as new screens
+  renumber FOLDER                             renumber a flow's screen files 1 to N
+  check                                       verify the library; prints what is broken
+  export-app NAME FILE                        write application NAME as an archive (.varnel.zip)
+  import-app FILE [--replace|--duplicate]     import an application archive; when some of its
+                                              flows are already in the library, say which way
+  sources [--include-simulator]               the capture sources (cameras, emulator windows)
+  capture --source ID [--stills N] [--interval SECONDS] [--clip SECONDS]
+          --app A --name N [--category C]     capture a flow from a source; prints its folder
+  capture --source ID ... --append FOLDER     add the captures to an existing flow
+
+Options:
+  --library DIR   the library folder
+  --json          machine-readable output
+  --help          this text
+
+Exit status:
+  0  success
+  1  the operation failed (the reason is on stderr)
+  2  the command line is wrong
+  3  check found problems
+)";
 
 void expectCount(const Invocation& inv, std::size_t min, std::size_t max) {
     if (inv.arguments.size() < min || inv.arguments.size() > max)
@@ -248,7 +243,8 @@ int importApp(Invocation& inv, FlowStore& store, std::ostream& out, std::ostream
 }
 
 bool changesLibrary(const std::string& command) {
-    return command != "list" && command != "check" && command != "export-app";
+    return command != "list" && command != "check" && command != "export-app" &&
+           command != "sources";
 }
 
 } // namespace
@@ -277,6 +273,8 @@ int run(const std::vector<std::string>& args, std::ostream& out, std::ostream& e
             {"check", [&] { return check(inv, store, out); }},
             {"export-app", [&] { return exportApp(inv, store, out); }},
             {"import-app", [&] { return importApp(inv, store, out, err); }},
+            {"sources", [&] { return sources(inv, out); }},
+            {"capture", [&] { return capture(inv, store, out, err); }},
         };
         auto command = commands.find(inv.command);
         if (command == commands.end())

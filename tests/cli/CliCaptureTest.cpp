@@ -1,0 +1,121 @@
+// Headless capture from a camera that GStreamer's device monitor lists.
+#include "cli/Cli.h"
+#include "library/FlowStore.h"
+#include "support/MediaProbe.h"
+#include "support/TestCamera.h"
+#include "support/TestLibrary.h"
+
+#include <QCoreApplication>
+#include <QImage>
+
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+#include <sstream>
+
+using namespace varnel;
+using namespace varnel::test;
+
+namespace {
+
+struct Result {
+    int code;
+    std::string out, err;
+};
+
+Result run(std::vector<std::string> args) {
+    std::ostringstream out, err;
+    const int code = cli::run(args, out, err);
+    return {code, out.str(), err.str()};
+}
+
+class CliCaptureTest : public ::testing::Test {
+protected:
+    CliCaptureTest() {
+        TestCameras::connect({"varnel-test-cli", "Test Phone", 200, 400, 30,
+                              "solid-color foreground-color=0xff336699"});
+    }
+    ~CliCaptureTest() override { TestCameras::disconnectAll(); }
+
+    Result capture(std::vector<std::string> args) {
+        args.insert(args.begin(), {"--library", dir.path().string(), "capture"});
+        return run(args);
+    }
+
+    TempDir dir;
+};
+
+TEST_F(CliCaptureTest, SourcesListsCamerasByIdAndName) {
+    const auto listed = run({"--library", dir.path().string(), "--json", "sources"});
+    ASSERT_EQ(listed.code, 0) << listed.err;
+    const auto json = nlohmann::json::parse(listed.out);
+    bool found = false;
+    for (const auto& source : json) {
+        if (source["id"] == "varnel-test-cli") {
+            found = true;
+            EXPECT_EQ(source["name"], "Test Phone");
+            EXPECT_EQ(source["isWindow"], false);
+        }
+    }
+    EXPECT_TRUE(found) << listed.out;
+    const auto plain = run({"--library", dir.path().string(), "sources"});
+    EXPECT_NE(plain.out.find("varnel-test-cli\tTest Phone\n"), std::string::npos);
+}
+
+TEST_F(CliCaptureTest, CapturesStillsAndAClipIntoANewFlowThenAddsToIt) {
+    const auto saved =
+        capture({"--source", "varnel-test-cli", "--stills", "2", "--interval", "0", "--clip", "0.5",
+                 "--app", "Acme", "--name", "Sign up", "--category", "Onboarding"});
+    ASSERT_EQ(saved.code, 0) << saved.err;
+    EXPECT_EQ(saved.out, "acme/onboarding/sign-up\n");
+    FlowStore store(dir.path());
+    FlowMeta meta = store.meta("acme/onboarding/sign-up");
+    ASSERT_EQ(meta.screens.size(), 3u);
+    EXPECT_EQ(meta.screens[0].filename, "01.png");
+    EXPECT_EQ(meta.screens[2].filename, "03.mov");
+    EXPECT_EQ(meta.deviceName, "Test Phone");
+    EXPECT_EQ(meta.width, 200);
+    EXPECT_EQ(meta.height, 400);
+    const QImage still(QString::fromStdString((dir / "acme/onboarding/sign-up/02.png").string()));
+    EXPECT_EQ(still.size(), QSize(200, 400));
+    EXPECT_EQ(still.pixel(100, 200), qRgb(0x33, 0x66, 0x99));
+    const auto clip = readClip(dir / "acme/onboarding/sign-up/03.mov");
+    ASSERT_TRUE(clip);
+    EXPECT_EQ(clip->width, 200);
+    EXPECT_GE(clip->frames, 5);
+
+    const auto added =
+        capture({"--source", "varnel-test-cli", "--append", "acme/onboarding/sign-up"});
+    ASSERT_EQ(added.code, 0) << added.err;
+    EXPECT_EQ(added.out, "acme/onboarding/sign-up\n");
+    meta = store.meta("acme/onboarding/sign-up");
+    ASSERT_EQ(meta.screens.size(), 4u);
+    EXPECT_EQ(meta.screens[3].filename, "04.png");
+    EXPECT_EQ(store.readIndex().flows.at(0).screenCount, 4);
+}
+
+TEST_F(CliCaptureTest, RefusesWhatItCannotDo) {
+    const auto unknown = capture({"--source", "no-such-camera", "--app", "A", "--name", "N"});
+    EXPECT_EQ(unknown.code, 1);
+    EXPECT_NE(unknown.err.find("There is no source “no-such-camera”"), std::string::npos);
+    EXPECT_EQ(capture({"--source", "varnel-test-cli", "--name", "N"}).code, 2) << "no --app";
+    EXPECT_EQ(
+        capture({"--source", "varnel-test-cli", "--app", "A", "--name", "N", "--stills", "many"})
+            .code,
+        2);
+    const auto missing = capture({"--source", "varnel-test-cli", "--append", "acme/x/y"});
+    EXPECT_EQ(missing.code, 1) << "a flow to add to must exist";
+    EXPECT_FALSE(fs::exists(dir / ".inprogress")) << "nothing staged for a refused capture";
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    // The command reads the app's settings: give it a settings folder of its own.
+    TempDir config;
+    setenv("XDG_CONFIG_HOME", config.path().c_str(), 1);
+    QCoreApplication app(argc, argv);
+    TestCameras::install();
+    ::testing::InitGoogleTest(&argc, argv);
+    return RUN_ALL_TESTS();
+}
