@@ -3,6 +3,7 @@
 #include "app/AppSettings.h"
 #include "capture/CaptureService.h"
 #include "capture/DeviceManager.h"
+#include "capture/GlobalHotkey.h"
 #include "capture/WindowList.h"
 #include "support/MediaProbe.h"
 #include "support/TestLibrary.h"
@@ -243,6 +244,29 @@ TEST(WindowCaptureTest, AWindowThatIsGoneCannotBeCaptured) {
         service.startWindow(X11Window{0x7ffffff0, "Simulator", "Simulator", "Gone", 10, 10}),
         CaptureError);
     EXPECT_FALSE(service.isRunning());
+}
+
+TEST(GlobalHotkeyTest, TheShortcutFiresWhicheverWindowHasTheKeyboard) {
+    GlobalHotkey hotkey;
+    int fired = 0;
+    QObject::connect(&hotkey, &GlobalHotkey::activated, [&] { ++fired; });
+    ASSERT_TRUE(hotkey.setShortcut("Ctrl+Shift+K")) << hotkey.error().toStdString();
+
+    GlobalHotkey rival;
+    EXPECT_FALSE(rival.setShortcut("Ctrl+Shift+K")) << "one grab of a key per server";
+    EXPECT_FALSE(rival.error().isEmpty());
+
+    ASSERT_EQ(std::system("xdotool key ctrl+shift+k"), 0);
+    ASSERT_TRUE(waitUntil([&] { return fired == 1; }));
+    ASSERT_EQ(std::system("xdotool key ctrl+k"), 0); // another combination: not ours
+    ASSERT_EQ(std::system("xdotool key ctrl+shift+k"), 0);
+    ASSERT_TRUE(waitUntil([&] { return fired >= 2; }));
+    waitUntil([] { return false; }, 0.3); // a stray activation would show by now
+    EXPECT_EQ(fired, 2);
+
+    ASSERT_TRUE(hotkey.setShortcut(""));
+    EXPECT_TRUE(rival.setShortcut("Ctrl+Shift+K")) << "released for others";
+    EXPECT_FALSE(hotkey.setShortcut("Ctrl+Shift")) << "no key";
 }
 
 } // namespace

@@ -1,0 +1,424 @@
+#include "ui/CaptureWindow.h"
+
+#include "app/AppSettings.h"
+#include "capture/DeviceManager.h"
+#include "library/FlowLibrary.h"
+#include "library/PosterFrame.h"
+#include "library/ScreenFiles.h"
+#include "ui/FinishCaptureDialog.h"
+#include "ui/LivePreview.h"
+#include "ui/Messages.h"
+
+#include <QBoxLayout>
+#include <QCloseEvent>
+#include <QComboBox>
+#include <QImageReader>
+#include <QLabel>
+#include <QListWidget>
+#include <QMenu>
+#include <QPushButton>
+#include <QShortcut>
+
+#include <gst/gst.h>
+
+namespace varnel {
+
+namespace {
+
+constexpr int kStripHeight = 96;
+
+QIcon stagedIcon(const std::filesystem::path& file) {
+    QImage image;
+    if (ScreenFiles::isClip(file.filename().string())) {
+        image = PosterFrame::grab(file);
+    } else {
+        QImageReader reader(QString::fromStdString(file.string()));
+        const QSize size = reader.size();
+        if (size.isValid())
+            reader.setScaledSize(size.scaled(QSize(kStripHeight, kStripHeight), Qt::KeepAspectRatio));
+        image = reader.read();
+    }
+    return QIcon(QPixmap::fromImage(image));
+}
+
+} // namespace
+
+CaptureWindow::CaptureWindow(FlowLibrary& library, AppSettings& settings, DeviceManager& devices,
+                             QWidget* parent)
+    : QWidget(parent, Qt::Window), library_(library), settings_(settings), devices_(devices),
+      session_(library.store(), [this] { return service_.stillFrame(); }) {
+    setWindowTitle(tr("New Capture"));
+    buildLayout();
+
+    connect(&devices_, &DeviceManager::devicesChanged, this, &CaptureWindow::rebuildSources);
+    connect(&devices_, &DeviceManager::selectionChanged, this, [this] {
+        rebuildSources();
+        startSelectedSource();
+    });
+    connect(&service_, &CaptureService::frameArrived, this,
+            [this] { preview_->showFrame(service_.latestFrame()); });
+    connect(&service_, &CaptureService::streamStopped, this, [this](const QString& reason) {
+        runningSource_.reset();
+        preview_->showMessage(tr("The source stopped"), reason);
+        devices_.refresh();
+    });
+    connect(&service_, &CaptureService::recordingChanged, this, &CaptureWindow::sessionChanged);
+    connect(&service_, &CaptureService::recordingAbandoned, this, &CaptureWindow::clipEnded);
+    service_.onRecordingFinished = [this](const std::filesystem::path&) { clipEnded(); };
+    connect(&session_, &SessionController::changed, this, &CaptureWindow::sessionChanged);
+    connect(&settings_, &AppSettings::changed, this, [this](const QString& key) {
+        if (key == QLatin1String("captureView"))
+            applyCaptureView();
+    });
+
+    rebuildSources();
+    startSelectedSource();
+    sessionChanged();
+}
+
+CaptureWindow::~CaptureWindow() {
+    // A session left open keeps its staged files; the store recovers them at the next start.
+    service_.stop();
+}
+
+void CaptureWindow::buildLayout() {
+    sources_ = new QComboBox(this);
+    sources_->setMinimumWidth(260);
+    refresh_ = new QPushButton(tr("Refresh"), this);
+    target_ = new QLabel(this);
+    target_->setVisible(false);
+    preview_ = new LivePreview(this);
+    capture_ = new QPushButton(tr("Capture"), this);
+    capture_->setToolTip(tr("Capture a still screen (Space)"));
+    capture_->setDefault(true);
+    record_ = new QPushButton(tr("Record Clip"), this);
+    record_->setCheckable(true);
+    record_->setToolTip(tr("Start or stop recording a clip (R)"));
+    finish_ = new QPushButton(tr("Finish…"), this);
+    discard_ = new QPushButton(tr("Discard"), this);
+    strip_ = new QListWidget(this);
+    strip_->setViewMode(QListView::IconMode);
+    strip_->setFlow(QListView::LeftToRight);
+    strip_->setWrapping(false);
+    strip_->setIconSize(QSize(kStripHeight, kStripHeight));
+    strip_->setFixedHeight(kStripHeight + 36);
+    strip_->setContextMenuPolicy(Qt::CustomContextMenu);
+    strip_->setToolTip(tr("The last screens of this session; Delete removes one."));
+    status_ = new QLabel(this);
+    status_->setWordWrap(true);
+
+    auto* top = new QHBoxLayout;
+    top->addWidget(new QLabel(tr("Source:"), this));
+    top->addWidget(sources_, 1);
+    top->addWidget(refresh_);
+
+    controls_ = new QWidget(this);
+    body_ = new QBoxLayout(QBoxLayout::TopToBottom);
+    body_->addWidget(preview_, 1);
+    body_->addWidget(controls_);
+
+    auto* root = new QVBoxLayout(this);
+    root->addLayout(top);
+    root->addWidget(target_);
+    root->addLayout(body_, 1);
+    root->addWidget(strip_);
+    root->addWidget(status_);
+    applyCaptureView();
+
+    connect(refresh_, &QPushButton::clicked, &devices_, &DeviceManager::refresh);
+    connect(sources_, qOverload<int>(&QComboBox::activated), this, &CaptureWindow::userPicked);
+    connect(capture_, &QPushButton::clicked, this, &CaptureWindow::captureStill);
+    connect(record_, &QPushButton::clicked, this, &CaptureWindow::toggleClip);
+    connect(finish_, &QPushButton::clicked, this, &CaptureWindow::finish);
+    connect(discard_, &QPushButton::clicked, this, &CaptureWindow::discard);
+    new QShortcut(QKeySequence(Qt::Key_Space), this, [this] { captureStill(); });
+    new QShortcut(QKeySequence(Qt::Key_R), this, [this] { toggleClip(); });
+    auto removeCurrent = [this] {
+        if (QListWidgetItem* item = strip_->currentItem())
+            removeStaged(item->data(Qt::UserRole).toString().toStdString());
+    };
+    new QShortcut(QKeySequence::Delete, strip_, removeCurrent, Qt::WidgetShortcut);
+    connect(strip_, &QListWidget::customContextMenuRequested, this,
+            [this, removeCurrent](const QPoint& at) {
+                if (!strip_->itemAt(at))
+                    return;
+                strip_->setCurrentItem(strip_->itemAt(at));
+                QMenu menu(this);
+                menu.addAction(tr("Remove Screen"), removeCurrent);
+                menu.exec(strip_->viewport()->mapToGlobal(at));
+            });
+    resize(720, 900);
+}
+
+void CaptureWindow::applyCaptureView() {
+    const bool panel = settings_.captureView() == CaptureView::panel;
+    delete controls_->layout();
+    QBoxLayout* buttons = panel ? static_cast<QBoxLayout*>(new QVBoxLayout(controls_))
+                                : static_cast<QBoxLayout*>(new QHBoxLayout(controls_));
+    if (!panel)
+        buttons->addStretch();
+    for (QPushButton* button : {capture_, record_, finish_, discard_})
+        buttons->addWidget(button);
+    buttons->addStretch();
+    body_->setDirection(panel ? QBoxLayout::LeftToRight : QBoxLayout::TopToBottom);
+}
+
+void CaptureWindow::setAppendTarget(const std::optional<std::string>& folderName) {
+    if (session_.isRecording())
+        return;
+    appendTarget_ = folderName;
+    sessionChanged();
+}
+
+void CaptureWindow::rebuildSources() {
+    const QSignalBlocker blocker(sources_);
+    sources_->clear();
+    for (const auto& device : devices_.devices())
+        sources_->addItem(qs(device.name), qs(device.id));
+    if (devices_.devices().empty()) {
+        sources_->addItem(tr("No device"));
+        sources_->setEnabled(false);
+        return;
+    }
+    sources_->setEnabled(true);
+    if (devices_.selectedID())
+        sources_->setCurrentIndex(sources_->findData(qs(*devices_.selectedID())));
+}
+
+void CaptureWindow::userPicked(int index) {
+    const std::string id = sources_->itemData(index).toString().toStdString();
+    if (id.empty() || id == devices_.selectedID())
+        return;
+    if (session_.isRecording()) {
+        showStatus(tr("Stop the flow to switch camera"));
+        rebuildSources(); // back to the source in use
+        return;
+    }
+    devices_.select(id);
+}
+
+void CaptureWindow::startSelectedSource() {
+    const auto selected = devices_.selectedInfo();
+    if (!selected) {
+        showNoSource();
+        return;
+    }
+    if (selected->id == runningSource_ && service_.isRunning())
+        return;
+    runningSource_.reset();
+    preview_->showMessage(tr("Starting %1…").arg(qs(selected->name)));
+    try {
+        if (selected->isWindow) {
+            const auto window = devices_.window(selected->id);
+            if (!window)
+                throw CaptureError(CaptureError::Kind::cannotAddInput, "The window is gone.");
+            service_.startWindow(*window);
+        } else {
+            GstDevice* device = devices_.cameraDevice(selected->id);
+            try {
+                service_.start(device);
+            } catch (...) {
+                if (device)
+                    gst_object_unref(device);
+                throw;
+            }
+            gst_object_unref(device);
+        }
+        runningSource_ = selected->id;
+        preview_->clearMessage();
+    } catch (const CaptureError& error) {
+        service_.stop();
+        if (error.kind() == CaptureError::Kind::accessDenied) {
+            preview_->showMessage(tr("Camera access required"),
+                                  tr("Varnel may not read %1. Add yourself to the “video” group "
+                                     "and log in again.")
+                                      .arg(qs(selected->name)));
+            return;
+        }
+        preview_->showMessage(selected->isWindow ? tr("Couldn't start Simulator capture:")
+                                                 : tr("Couldn't switch device:"),
+                              QString::fromUtf8(error.what()));
+    }
+    sessionChanged();
+}
+
+void CaptureWindow::showNoSource() {
+    service_.stop();
+    runningSource_.reset();
+    preview_->showMessage(
+        tr("No iPhone detected"),
+        tr("Connect your iPhone via USB and tap \"Trust This Computer\", then refresh."));
+    sessionChanged();
+}
+
+bool CaptureWindow::ensureSession() {
+    if (session_.isRecording())
+        return true;
+    try {
+        session_.start(appendTarget_);
+        return true;
+    } catch (const std::exception& e) {
+        showError(this, tr("Couldn't start session: ") + QString::fromUtf8(e.what()), {});
+        return false;
+    }
+}
+
+bool CaptureWindow::captureStill() {
+    if (!service_.isRunning() || !ensureSession())
+        return false;
+    if (!session_.add(CaptureSource::manual)) {
+        showStatus(tr("Nothing to capture: the source shows no picture yet."));
+        return false;
+    }
+    if (settings_.shutterSoundEnabled())
+        sound_.play(settings_.shutterSoundName(), settings_.shutterVolume());
+    preview_->flashCaptured();
+    return true;
+}
+
+void CaptureWindow::toggleClip() {
+    if (service_.isRecordingVideo()) {
+        service_.stopRecording();
+        return;
+    }
+    if (!service_.isRunning() || !ensureSession()) {
+        sessionChanged();
+        return;
+    }
+    const auto size = service_.resolution();
+    const auto file = session_.beginVideo(size.width, size.height);
+    if (!file)
+        return;
+    if (!service_.startRecording(*file))
+        session_.commitVideo(); // nothing recorded: the number stays a gap
+}
+
+void CaptureWindow::clipEnded() {
+    if (session_.isRecordingVideo() && !session_.commitVideo())
+        showStatus(tr("The clip could not be recorded."));
+    sessionChanged();
+}
+
+void CaptureWindow::finish() {
+    if (!session_.isRecording() || session_.isRecordingVideo())
+        return;
+    const bool appending = session_.appendTarget().has_value();
+    std::optional<Answer> answer = Answer{};
+    if (!appending && session_.screenCount() > 0) {
+        answer = askWhereToSave ? askWhereToSave() : askWithSheet();
+        if (!answer)
+            return; // back to capturing
+    }
+    const std::string deviceName =
+        devices_.selectedInfo() ? devices_.selectedInfo()->name : std::string();
+    std::optional<std::filesystem::path> saved;
+    try {
+        saved = session_.stop(answer->application, answer->name, answer->category, deviceName);
+    } catch (const std::exception& e) {
+        library_.reload();
+        showError(this,
+                  appending ? tr("Couldn't add screens: ") + QString::fromUtf8(e.what())
+                            : tr("Couldn't save the flow: ") + QString::fromUtf8(e.what()),
+                  {});
+        return;
+    }
+    if (!saved) {
+        showStatus(appending ? tr("No screens added.") : tr("No screens captured — nothing to save."));
+        return;
+    }
+    const std::string folder = std::filesystem::relative(*saved, library_.root()).string();
+    if (!appending) {
+        settings_.setLastApplication(answer->application);
+        settings_.setLastCategory(answer->category);
+    }
+    settings_.setPendingScrollFlow(folder);
+    library_.reload();
+    showStatus(appending ? tr("Screens added.") : tr("Saved."));
+    emit flowSaved(qs(folder));
+}
+
+std::optional<CaptureWindow::Answer> CaptureWindow::askWithSheet() {
+    FinishCaptureDialog sheet(library_.summaries(), settings_.lastApplication(),
+                              settings_.lastCategory(), this);
+    if (sheet.exec() != QDialog::Accepted)
+        return std::nullopt;
+    return Answer{sheet.application(), sheet.category(), sheet.name()};
+}
+
+void CaptureWindow::discard() {
+    if (!session_.isRecording())
+        return;
+    if (session_.screenCount() > 0 &&
+        !confirmDestructive(this, tr("Discard the %n captured screen(s)?", nullptr,
+                                     session_.screenCount()),
+                            tr("They are not saved anywhere."), tr("Discard")))
+        return;
+    if (service_.isRecordingVideo())
+        service_.stopRecording();
+    session_.cancel();
+    showStatus({});
+}
+
+void CaptureWindow::removeStaged(const std::string& filename) {
+    if (!session_.deleteStaged(filename))
+        showStatus(tr("The screen could not be removed."));
+}
+
+void CaptureWindow::closeEvent(QCloseEvent* event) {
+    if (session_.isRecording() && session_.screenCount() > 0 &&
+        !confirmDestructive(this, tr("Close and discard the captured screens?"),
+                            tr("Finish… saves them as a flow."), tr("Discard"))) {
+        event->ignore();
+        return;
+    }
+    if (service_.isRecordingVideo())
+        service_.stopRecording();
+    session_.cancel();
+    service_.stop();
+    runningSource_.reset();
+    event->accept();
+}
+
+void CaptureWindow::showEvent(QShowEvent* event) {
+    QWidget::showEvent(event);
+    startSelectedSource();
+}
+
+void CaptureWindow::sessionChanged() {
+    const bool running = session_.isRecording();
+    const bool clip = service_.isRecordingVideo();
+    capture_->setEnabled(service_.isRunning());
+    record_->setEnabled(service_.isRunning() || clip);
+    record_->setChecked(clip);
+    record_->setText(clip ? tr("Stop Clip") : tr("Record Clip"));
+    finish_->setEnabled(running && !clip);
+    discard_->setEnabled(running);
+
+    const auto target = running ? session_.appendTarget() : appendTarget_;
+    target_->setVisible(target.has_value());
+    if (target) {
+        QString name = qs(*target);
+        try {
+            name = qs(library_.meta(*target).name);
+        } catch (const std::exception&) {
+        }
+        target_->setText(tr("Adding screens to: ") + name);
+    }
+    setWindowTitle(target ? tr("Add Screens") : tr("New Capture"));
+
+    strip_->clear();
+    for (const auto& file : session_.recentThumbnails()) {
+        auto* item = new QListWidgetItem(stagedIcon(file), qs(file.filename().string()), strip_);
+        item->setData(Qt::UserRole, qs(file.filename().string()));
+    }
+    if (strip_->count() > 0)
+        strip_->scrollToItem(strip_->item(strip_->count() - 1));
+    if (running)
+        status_->setText(tr("%n screen(s) in this session", nullptr, session_.screenCount()));
+}
+
+void CaptureWindow::showStatus(const QString& text) {
+    status_->setText(text);
+}
+
+} // namespace varnel

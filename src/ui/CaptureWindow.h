@@ -1,0 +1,109 @@
+#pragma once
+
+#ifndef Q_MOC_RUN
+#include "capture/CaptureService.h"
+#include "capture/SessionController.h"
+#include "capture/ShutterSound.h"
+
+#include <optional>
+#include <string>
+#endif
+
+#include <QWidget>
+
+class QBoxLayout;
+class QComboBox;
+class QLabel;
+class QListWidget;
+class QPushButton;
+
+namespace varnel {
+
+class AppSettings;
+class DeviceManager;
+class FlowLibrary;
+class LivePreview;
+
+// The capture window: the live picture of the chosen source, capturing stills and clips into
+// a session, the strip of what was captured, and saving the session as a flow (or adding it to
+// one).
+class CaptureWindow : public QWidget {
+    Q_OBJECT
+
+public:
+    CaptureWindow(FlowLibrary& library, AppSettings& settings, DeviceManager& devices,
+                  QWidget* parent = nullptr);
+    ~CaptureWindow() override;
+
+    // The next session adds its screens to this flow; none: a new flow. Ignored while a session
+    // runs.
+    void setAppendTarget(const std::optional<std::string>& folderName);
+
+    SessionController& session() { return session_; }
+    CaptureService& service() { return service_; }
+    LivePreview& preview() const { return *preview_; }
+    QComboBox* sourcePicker() const { return sources_; }
+    QPushButton* recordButton() const { return record_; }
+    QListWidget* strip() const { return strip_; }
+    QLabel* statusLabel() const { return status_; }
+    QLabel* targetLabel() const { return target_; }
+
+    // Captures a still, starting a session when none runs.
+    bool captureStill();
+    void toggleClip();
+    // Saves the session; a new flow asks where it goes first.
+    void finish();
+    void discard();
+    void removeStaged(const std::string& filename);
+
+    // What the save sheet would answer; set by tests to skip the dialog.
+    struct Answer {
+        std::string application, category, name;
+    };
+    std::function<std::optional<Answer>()> askWhereToSave;
+
+signals:
+    // A flow was saved or extended; its folder name.
+    void flowSaved(const QString& folderName);
+
+protected:
+    void closeEvent(QCloseEvent* event) override;
+    void showEvent(QShowEvent* event) override;
+
+private:
+    void buildLayout();
+    void applyCaptureView();
+    void rebuildSources();
+    void userPicked(int index);
+    void startSelectedSource();
+    void showNoSource();
+    bool ensureSession();
+    void sessionChanged();
+    void clipEnded();
+    void showStatus(const QString& text);
+    std::optional<Answer> askWithSheet();
+
+    FlowLibrary& library_;
+    AppSettings& settings_;
+    DeviceManager& devices_;
+    CaptureService service_;
+    SessionController session_;
+    ShutterSound sound_;
+    std::optional<std::string> appendTarget_;
+    std::optional<std::string> runningSource_;
+
+    QComboBox* sources_;
+    QPushButton* refresh_;
+    QLabel* target_;
+    LivePreview* preview_;
+    QPushButton* capture_;
+    QPushButton* record_;
+    QPushButton* finish_;
+    QPushButton* discard_;
+    QListWidget* strip_;
+    QLabel* status_;
+    QWidget* controls_;
+    QBoxLayout* body_;
+};
+
+} // namespace varnel
