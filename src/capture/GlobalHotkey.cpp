@@ -113,8 +113,8 @@ bool GlobalHotkey::setShortcut(const QString& shortcut) {
     // Caps Lock and Num Lock must not stop the shortcut: grab it with each of them too.
     const std::uint16_t base = xModifiers(combination.keyboardModifiers());
     constexpr std::uint16_t kLock = XCB_MOD_MASK_LOCK, kNumLock = XCB_MOD_MASK_2;
-    for (const std::uint16_t locks : {std::uint16_t{0}, kLock, kNumLock,
-                                      static_cast<std::uint16_t>(kLock | kNumLock)}) {
+    for (const std::uint16_t locks :
+         {std::uint16_t{0}, kLock, kNumLock, static_cast<std::uint16_t>(kLock | kNumLock)}) {
         const std::uint16_t modifiers = base | locks;
         xcb_generic_error_t* failure = xcb_request_check(
             connection_, xcb_grab_key_checked(connection_, 1, root_, modifiers, keycode,

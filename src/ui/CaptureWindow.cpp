@@ -35,7 +35,8 @@ QIcon stagedIcon(const std::filesystem::path& file) {
         QImageReader reader(QString::fromStdString(file.string()));
         const QSize size = reader.size();
         if (size.isValid())
-            reader.setScaledSize(size.scaled(QSize(kStripHeight, kStripHeight), Qt::KeepAspectRatio));
+            reader.setScaledSize(
+                size.scaled(QSize(kStripHeight, kStripHeight), Qt::KeepAspectRatio));
         image = reader.read();
     }
     return QIcon(QPixmap::fromImage(image));
@@ -323,7 +324,8 @@ void CaptureWindow::finish() {
         return;
     }
     if (!saved) {
-        showStatus(appending ? tr("No screens added.") : tr("No screens captured — nothing to save."));
+        showStatus(appending ? tr("No screens added.")
+                             : tr("No screens captured — nothing to save."));
         return;
     }
     const std::string folder = std::filesystem::relative(*saved, library_.root()).string();
@@ -349,9 +351,9 @@ void CaptureWindow::discard() {
     if (!session_.isRecording())
         return;
     if (session_.screenCount() > 0 &&
-        !confirmDestructive(this, tr("Discard the %n captured screen(s)?", nullptr,
-                                     session_.screenCount()),
-                            tr("They are not saved anywhere."), tr("Discard")))
+        !confirmDestructive(
+            this, tr("Discard the %n captured screen(s)?", nullptr, session_.screenCount()),
+            tr("They are not saved anywhere."), tr("Discard")))
         return;
     if (service_.isRecordingVideo())
         service_.stopRecording();

@@ -65,14 +65,20 @@ FinishCaptureDialog::FinishCaptureDialog(const std::vector<FlowSummary>& summari
     setMinimumWidth(380);
 }
 
-std::string FinishCaptureDialog::application() const { return application_->text().toStdString(); }
-std::string FinishCaptureDialog::category() const { return category_->text().toStdString(); }
-std::string FinishCaptureDialog::name() const { return name_->text().toStdString(); }
+std::string FinishCaptureDialog::application() const {
+    return application_->text().toStdString();
+}
+std::string FinishCaptureDialog::category() const {
+    return category_->text().toStdString();
+}
+std::string FinishCaptureDialog::name() const {
+    return name_->text().toStdString();
+}
 
 void FinishCaptureDialog::updateCategorySuggestions() {
     auto* model = qobject_cast<QStringListModel*>(categoryCompleter_->model());
-    model->setStringList(toList(CategorySuggestions::categories(
-        application_->text().trimmed().toStdString(), summaries_)));
+    model->setStringList(toList(
+        CategorySuggestions::categories(application_->text().trimmed().toStdString(), summaries_)));
 }
 
 } // namespace varnel

@@ -1,7 +1,10 @@
 #include "ui/MainWindow.h"
 
 #include "app/AppSettings.h"
+#include "capture/DeviceManager.h"
+#include "capture/GlobalHotkey.h"
 #include "library/FlowLibrary.h"
+#include "ui/CaptureWindow.h"
 #include "ui/GalleryContent.h"
 #include "ui/GalleryView.h"
 #include "ui/LibrarySidebar.h"
@@ -27,8 +30,21 @@ MainWindow::MainWindow(FlowLibrary& library, AppSettings& settings, QWidget* par
     : QMainWindow(parent), library_(library), settings_(settings), thumbnails_(library.root()),
       shownRoot_(library.root()), sidebar_(new LibrarySidebar(this)),
       gallery_(new GalleryView(library, thumbnails_, this)), status_(new QLabel(this)),
-      sizeSlider_(new QSlider(Qt::Horizontal, this)) {
+      sizeSlider_(new QSlider(Qt::Horizontal, this)),
+      devices_(std::make_unique<DeviceManager>(settings)),
+      hotkey_(std::make_unique<GlobalHotkey>()) {
     setWindowTitle("Varnel");
+    // A still from anywhere while a capture session runs.
+    connect(hotkey_.get(), &GlobalHotkey::activated, this, [this] {
+        if (captureWindow_ && captureWindow_->session().isRecording())
+            captureWindow_->captureStill();
+    });
+    connect(&settings_, &AppSettings::changed, this, [this](const QString& key) {
+        if (key == QLatin1String("captureHotkey"))
+            registerHotkey();
+    });
+    if (!settings_.captureHotkey().empty())
+        registerHotkey();
     auto* splitter = new QSplitter(this);
     splitter->addWidget(sidebar_);
     splitter->addWidget(gallery_);
@@ -111,7 +127,43 @@ MainWindow::MainWindow(FlowLibrary& library, AppSettings& settings, QWidget* par
     refresh();
 }
 
-MainWindow::~MainWindow() = default;
+MainWindow::~MainWindow() {
+    delete captureWindow_; // before the device list it shows
+}
+
+CaptureWindow* MainWindow::captureWindow() const {
+    return captureWindow_;
+}
+
+void MainWindow::newCapture() {
+    openCapture(std::nullopt);
+}
+
+void MainWindow::addScreensToFlow() {
+    if (const auto flow = gallery_->currentFlow())
+        openCapture(*flow);
+}
+
+void MainWindow::openCapture(const std::optional<std::string>& appendTo) {
+    if (!captureWindow_) {
+        captureWindow_ = new CaptureWindow(library_, settings_, *devices_, this);
+        captureWindow_->setAttribute(Qt::WA_DeleteOnClose);
+    }
+    if (captureWindow_->session().isRecording()) {
+        if (captureWindow_->session().appendTarget() != appendTo)
+            showTransient(tr("Finish the capture that is open first."));
+    } else {
+        captureWindow_->setAppendTarget(appendTo);
+    }
+    captureWindow_->show();
+    captureWindow_->raise();
+    captureWindow_->activateWindow();
+}
+
+void MainWindow::registerHotkey() {
+    if (!hotkey_->setShortcut(qs(settings_.captureHotkey())))
+        showTransient(tr("The capture shortcut can't be used: ") + hotkey_->error());
+}
 
 QAction* MainWindow::action(const QString& text) const {
     for (QAction* candidate : findChildren<QAction*>())
@@ -129,8 +181,11 @@ void MainWindow::buildMenus() {
     };
 
     QMenu* file = menuBar()->addMenu(tr("&File"));
-    later(file->addAction(tr("New Capture…")))->setShortcut(QKeySequence::New);
-    later(file->addAction(tr("Add Screens to Flow…")));
+    file->addAction(tr("New Capture…"), this, &MainWindow::newCapture)
+        ->setShortcut(QKeySequence::New);
+    addScreensAction_ =
+        file->addAction(tr("Add Screens to Flow…"), this, &MainWindow::addScreensToFlow);
+    addScreensAction_->setShortcut(QKeySequence(tr("Ctrl+Shift+N")));
     file->addSeparator();
     file->addAction(tr("Import Application…"), this, &MainWindow::importApplication)
         ->setShortcut(QKeySequence(tr("Ctrl+Shift+I")));
@@ -283,6 +338,7 @@ void MainWindow::updateActions() {
     deleteAction_->setEnabled(screen || flow);
     selectAllAction_->setEnabled(flow);
     renameFlowAction_->setEnabled(flow);
+    addScreensAction_->setEnabled(flow);
     categorizeAction_->setEnabled(!library_.summaries().empty());
     revealAction_->setEnabled(flow);
     deleteFlowAction_->setEnabled(flow);

@@ -6,12 +6,14 @@
 
 #include <filesystem>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 #endif
 
 #include <QMainWindow>
+#include <QPointer>
 
 class QAction;
 class QLabel;
@@ -20,7 +22,10 @@ class QSlider;
 namespace varnel {
 
 class AppSettings;
+class CaptureWindow;
+class DeviceManager;
 class FlowLibrary;
+class GlobalHotkey;
 class GalleryView;
 class LibrarySidebar;
 class ScreenPreview;
@@ -42,6 +47,12 @@ public:
     // sidebar, or else the current flow's.
     std::optional<std::string> selectedApplication() const;
     QAction* action(const QString& text) const;
+
+    // Capture: a new flow, or more screens for the current one.
+    void newCapture();
+    void addScreensToFlow();
+    CaptureWindow* captureWindow() const;
+    DeviceManager& devices() { return *devices_; }
 
     // Application archives.
     void exportApplication();
@@ -88,6 +99,8 @@ private:
     // Puts screens that were appended to a flow at `index` instead.
     void placeAppended(const std::string& folder, const std::vector<std::string>& added,
                        std::size_t index);
+    void openCapture(const std::optional<std::string>& appendTo);
+    void registerHotkey();
 
     FlowLibrary& library_;
     AppSettings& settings_;
@@ -111,6 +124,11 @@ private:
     QAction* categorizeAction_ = nullptr;
     QAction* revealAction_ = nullptr;
     QAction* deleteFlowAction_ = nullptr;
+    QAction* addScreensAction_ = nullptr;
+
+    std::unique_ptr<DeviceManager> devices_;
+    std::unique_ptr<GlobalHotkey> hotkey_;
+    QPointer<CaptureWindow> captureWindow_;
 };
 
 } // namespace varnel

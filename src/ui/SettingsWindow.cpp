@@ -3,15 +3,18 @@
 #include "ui/Messages.h"
 
 #include "app/AppSettings.h"
+#include "capture/ShutterSound.h"
 #include "ui/Appearance.h"
 
 #include <QButtonGroup>
 #include <QCheckBox>
 #include <QColorDialog>
+#include <QComboBox>
 #include <QDesktopServices>
 #include <QFileDialog>
 #include <QFormLayout>
 #include <QHBoxLayout>
+#include <QKeySequenceEdit>
 #include <QLabel>
 #include <QPixmap>
 #include <QPushButton>
@@ -73,7 +76,8 @@ QLabel* note(const QString& text, QWidget* parent) {
 } // namespace
 
 SettingsWindow::SettingsWindow(AppSettings& settings, QWidget* parent)
-    : QDialog(parent), settings_(settings), tabs_(new QTabWidget(this)) {
+    : QDialog(parent), settings_(settings), tabs_(new QTabWidget(this)),
+      sound_(std::make_unique<ShutterSound>()) {
     setWindowTitle(tr("Settings"));
     tabs_->addTab(flowsTab(), tr("Flows"));
     tabs_->addTab(appearanceTab(), tr("Appearance"));
@@ -92,6 +96,8 @@ SettingsWindow::SettingsWindow(AppSettings& settings, QWidget* parent)
     connect(tabs_, &QTabWidget::currentChanged, this,
             [this](int index) { settings_.setSettingsSelectedTab(kTabs[index]); });
 }
+
+SettingsWindow::~SettingsWindow() = default;
 
 QWidget* SettingsWindow::flowsTab() {
     auto* tab = new QWidget(this);
@@ -119,13 +125,51 @@ QWidget* SettingsWindow::flowsTab() {
     connect(shutter, &QCheckBox::toggled, this,
             [this](bool on) { settings_.setShutterSoundEnabled(on); });
     form->addRow(tr("Shutter"), shutter);
+    auto* sound = new QComboBox(tab);
+    sound->setObjectName("shutterSoundName");
+    for (const auto& option : ShutterSound::catalogue(ShutterSound::defaultDirectories()))
+        sound->addItem(qs(option.displayName), qs(option.id));
+    // The stored name may be one this system does not have: the fallback plays then.
+    int current = sound->findData(qs(settings_.shutterSoundName()));
+    if (current < 0)
+        current = sound->findData(QString::fromLatin1(ShutterSound::kFallbackID));
+    sound->setCurrentIndex(std::max(current, 0));
+    connect(sound, qOverload<int>(&QComboBox::activated), this, [this, sound](int index) {
+        settings_.setShutterSoundName(sound->itemData(index).toString().toStdString());
+        if (settings_.shutterSoundEnabled())
+            sound_->play(settings_.shutterSoundName(), settings_.shutterVolume());
+    });
+    form->addRow(tr("Shutter sound"), sound);
     auto* volume =
         slider(tab, 0, 100, static_cast<int>(std::lround(settings_.shutterVolume() * 100)));
     volume->setObjectName("shutterVolume");
     connect(volume, &QSlider::valueChanged, this,
             [this](int value) { settings_.setShutterVolume(value / 100.0); });
     form->addRow(tr("Volume"), withValue(volume, tr("%1 %")));
-    form->addRow(QString(), note(tr("The choice of sound comes with capture."), tab));
+
+    auto* hotkeyRow = new QHBoxLayout;
+    auto* hotkey = new QKeySequenceEdit(
+        QKeySequence::fromString(qs(settings_.captureHotkey()), QKeySequence::PortableText), tab);
+    hotkey->setObjectName("captureHotkey");
+    auto* clear = new QPushButton(tr("Clear"), tab);
+    hotkeyRow->addWidget(hotkey, 1);
+    hotkeyRow->addWidget(clear);
+    connect(hotkey, &QKeySequenceEdit::editingFinished, this, [this, hotkey] {
+        // One key with its modifiers: a second stroke of a sequence is dropped.
+        const QKeySequence typed = hotkey->keySequence();
+        const QKeySequence first = typed.isEmpty() ? QKeySequence() : QKeySequence(typed[0]);
+        if (first != typed)
+            hotkey->setKeySequence(first);
+        settings_.setCaptureHotkey(first.toString(QKeySequence::PortableText).toStdString());
+    });
+    connect(clear, &QPushButton::clicked, this, [this, hotkey] {
+        hotkey->clear();
+        settings_.setCaptureHotkey({});
+    });
+    form->addRow(tr("Capture shortcut"), hotkeyRow);
+    form->addRow(QString(), note(tr("Captures a still while a capture session runs, whichever "
+                                    "application has the keyboard."),
+                                 tab));
     return tab;
 }
 

@@ -2,6 +2,8 @@
 
 #include <QDialog>
 
+#include <memory>
+
 class QTabWidget;
 class QSlider;
 class QPushButton;
@@ -11,6 +13,7 @@ class QButtonGroup;
 namespace varnel {
 
 class AppSettings;
+class ShutterSound;
 
 // Preferences, in the tabs "flows", "appearance", "redaction", "storage" and "figma"; the
 // selected tab is remembered. Every control writes its setting as it changes.
@@ -21,6 +24,7 @@ public:
     static constexpr const char* kTabs[] = {"flows", "appearance", "redaction", "storage", "figma"};
 
     explicit SettingsWindow(AppSettings& settings, QWidget* parent = nullptr);
+    ~SettingsWindow() override;
 
     QTabWidget* tabs() const { return tabs_; }
 
@@ -45,6 +49,8 @@ private:
     QPushButton* color_ = nullptr;
     QLabel* rootLabel_ = nullptr;
     bool loadingStyle_ = false;
+    // Plays a sound when it is picked.
+    std::unique_ptr<ShutterSound> sound_;
 };
 
 } // namespace varnel

@@ -15,7 +15,6 @@
 
 #include <gtest/gtest.h>
 
-
 using namespace varnel;
 using namespace varnel::test;
 

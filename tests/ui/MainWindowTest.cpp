@@ -357,10 +357,13 @@ TEST_F(MainWindowTest, CategorizeSheetMovesAFlowAndStaysOpenOnFailure) {
 TEST_F(MainWindowTest, MenusNameEveryCommandAndDisableWhatIsNotBuiltYet) {
     for (const char* text :
          {"Import Application…", "Export Application…", "Delete Application…", "Categorize Flow…",
-          "Rename Flow…", "Delete Flow…", "Show in File Manager", "Quick Look", "Settings…"})
+          "Rename Flow…", "Delete Flow…", "Show in File Manager", "Quick Look", "Settings…",
+          "New Capture…", "Add Screens to Flow…"})
         EXPECT_TRUE(window->action(text)) << text;
-    for (const char* text : {"New Capture…", "Download Figma Plugin…", "Check for Updates…",
-                             "Edit Screen…", "Show Recognized Text"}) {
+    EXPECT_TRUE(window->action("New Capture…")->isEnabled());
+    EXPECT_FALSE(window->action("Add Screens to Flow…")->isEnabled()) << "no flow picked yet";
+    for (const char* text :
+         {"Download Figma Plugin…", "Check for Updates…", "Edit Screen…", "Show Recognized Text"}) {
         ASSERT_TRUE(window->action(text)) << text;
         EXPECT_FALSE(window->action(text)->isEnabled()) << text;
     }

@@ -1,0 +1,182 @@
+// The capture window with a test camera that the device monitor lists like a real one.
+#include "ui/CaptureWindow.h"
+#include "app/AppSettings.h"
+#include "capture/DeviceManager.h"
+#include "library/FlowLibrary.h"
+#include "support/MediaProbe.h"
+#include "support/TestCamera.h"
+#include "support/TestLibrary.h"
+#include "ui/GalleryView.h"
+#include "ui/LivePreview.h"
+#include "ui/MainWindow.h"
+
+#include <QAction>
+#include <QApplication>
+#include <QComboBox>
+#include <QLabel>
+#include <QListWidget>
+#include <QPushButton>
+#include <QSettings>
+#include <QTest>
+
+#include <gtest/gtest.h>
+
+using namespace varnel;
+using namespace varnel::test;
+
+namespace {
+
+class CaptureWindowTest : public ::testing::Test {
+protected:
+    CaptureWindowTest() {
+        sample.store.createEmptyFlow("Acme", "Profile", std::string("Settings"), Date{5});
+        library.open();
+        settings.setLastApplication("Acme");
+        settings.setLastCategory("Onboarding");
+        settings.setShutterSoundEnabled(false); // no sound card here
+    }
+    ~CaptureWindowTest() override { TestCameras::disconnectAll(); }
+
+    std::unique_ptr<CaptureWindow> openWith(const TestCameras::Spec& camera) {
+        TestCameras::connect(camera);
+        devices = std::make_unique<DeviceManager>(settings);
+        devices->select(camera.serial);
+        auto window = std::make_unique<CaptureWindow>(library, settings, *devices);
+        window->show();
+        EXPECT_TRUE(waitUntil([&] { return window->preview().pictureRect().isValid(); }))
+            << "the live picture shows";
+        return window;
+    }
+
+    TempDir dir;
+    SampleLibrary sample{dir / "Library"};
+    FlowLibrary library{FlowStore(sample.root)};
+    AppSettings settings{std::make_unique<QSettings>(
+        QString::fromStdString((dir / "settings.ini").string()), QSettings::IniFormat)};
+    std::unique_ptr<DeviceManager> devices;
+};
+
+TEST_F(CaptureWindowTest, CapturesStillsAndAClipAndSavesThemAsAFlow) {
+    auto window = openWith({"varnel-test-ui", "Test Phone", 180, 360, 30, "ball"});
+    EXPECT_EQ(window->sourcePicker()->currentText(), "Test Phone");
+    EXPECT_TRUE(window->preview().messageTitle().isEmpty());
+
+    ASSERT_TRUE(window->captureStill());
+    EXPECT_TRUE(window->preview().isBadgeShown()) << "the captured badge flashes";
+    ASSERT_TRUE(window->captureStill());
+    EXPECT_EQ(window->strip()->count(), 2);
+
+    window->toggleClip();
+    EXPECT_EQ(window->recordButton()->text(), "Stop Clip");
+    ASSERT_TRUE(waitUntil([&] { return window->service().recordingCounts().appended >= 10; }));
+    window->toggleClip();
+    ASSERT_TRUE(waitUntil([&] { return window->session().screenCount() == 3; }))
+        << "the finished clip joins the session";
+    EXPECT_EQ(window->recordButton()->text(), "Record Clip");
+
+    // Removing the first still from the strip.
+    window->removeStaged("01.png");
+    EXPECT_EQ(window->strip()->count(), 2);
+
+    QString saved;
+    QObject::connect(window.get(), &CaptureWindow::flowSaved,
+                     [&](const QString& folder) { saved = folder; });
+    window->askWhereToSave = [] { return CaptureWindow::Answer{"Acme", "Onboarding", "Checkout"}; };
+    window->finish();
+    EXPECT_EQ(saved, "acme/onboarding/checkout");
+    const FlowMeta meta = sample.store.meta("acme/onboarding/checkout");
+    ASSERT_EQ(meta.screens.size(), 2u);
+    EXPECT_EQ(meta.screens[0].filename, "01.png");
+    EXPECT_EQ(meta.screens[1].filename, "02.mov");
+    EXPECT_EQ(meta.deviceName, "Test Phone");
+    const auto clip = readClip(sample.root / "acme/onboarding/checkout/02.mov");
+    ASSERT_TRUE(clip);
+    EXPECT_EQ(clip->width, 180);
+    EXPECT_EQ(settings.pendingScrollFlow(), "acme/onboarding/checkout") << "the gallery goes there";
+    EXPECT_EQ(settings.lastCategory(), "Onboarding");
+    bool listed = false;
+    for (const auto& summary : library.summaries())
+        listed = listed || summary.folderName == "acme/onboarding/checkout";
+    EXPECT_TRUE(listed) << "the library shows the new flow";
+    EXPECT_FALSE(window->session().isRecording());
+}
+
+TEST_F(CaptureWindowTest, SayWhenThereIsNothingToSaveAndRefuseToSwitchMidSession) {
+    auto window = openWith({"varnel-test-a", "Phone A", 120, 240, 30, "smpte"});
+    TestCameras::connect({"varnel-test-b", "Phone B", 120, 240, 30, "snow"});
+    ASSERT_TRUE(waitUntil([&] { return window->sourcePicker()->count() >= 2; }));
+
+    window->session().start();
+    window->askWhereToSave = [] { return CaptureWindow::Answer{}; };
+    window->finish();
+    EXPECT_EQ(window->statusLabel()->text(), "No screens captured — nothing to save.");
+
+    ASSERT_TRUE(window->captureStill());
+    const int other = window->sourcePicker()->findData("varnel-test-b");
+    ASSERT_GE(other, 0);
+    window->sourcePicker()->setCurrentIndex(other);
+    emit window->sourcePicker()->activated(other);
+    EXPECT_EQ(window->statusLabel()->text(), "Stop the flow to switch camera");
+    EXPECT_EQ(devices->selectedID(), "varnel-test-a");
+    EXPECT_EQ(window->sourcePicker()->currentData().toString(), "varnel-test-a");
+
+    window->session().cancel();
+    emit window->sourcePicker()->activated(other);
+    EXPECT_EQ(devices->selectedID(), "varnel-test-b") << "without a session the switch is made";
+}
+
+TEST_F(CaptureWindowTest, AddsScreensToAnExistingFlow) {
+    auto window = openWith({"varnel-test-add", "Phone", 100, 200, 30, "smpte"});
+    const std::string target = "acme/settings/profile";
+    window->setAppendTarget(target);
+    EXPECT_FALSE(window->targetLabel()->isHidden());
+    EXPECT_EQ(window->targetLabel()->text(), "Adding screens to: Profile");
+
+    window->session().start(target);
+    window->finish();
+    EXPECT_EQ(window->statusLabel()->text(), "No screens added.");
+
+    ASSERT_TRUE(window->captureStill());
+    window->finish();
+    EXPECT_EQ(sample.store.meta(target).screens.size(), 1u);
+    EXPECT_EQ(settings.lastCategory(), "Onboarding") << "adding does not change the last used";
+}
+
+TEST_F(CaptureWindowTest, WithoutASourceTheWindowSaysHowToConnectOne) {
+    devices = std::make_unique<DeviceManager>(
+        settings, DeviceSources{[] { return std::vector<DeviceInfo>{}; }, {}, {}, {}});
+    CaptureWindow window(library, settings, *devices);
+    window.show();
+    EXPECT_EQ(window.preview().messageTitle(), "No iPhone detected");
+    EXPECT_EQ(window.sourcePicker()->currentText(), "No device");
+    EXPECT_FALSE(window.sourcePicker()->isEnabled());
+    EXPECT_FALSE(window.captureStill());
+    EXPECT_FALSE(window.session().isRecording()) << "no source, no session";
+}
+
+TEST_F(CaptureWindowTest, MainWindowOpensTheCaptureForANewFlowOrTheCurrentOne) {
+    MainWindow main(library, settings);
+    main.show();
+    main.action("New Capture…")->trigger();
+    ASSERT_TRUE(main.captureWindow());
+    EXPECT_TRUE(main.captureWindow()->isVisible());
+    EXPECT_TRUE(main.captureWindow()->targetLabel()->isHidden());
+    main.captureWindow()->close();
+    QApplication::processEvents();
+
+    main.gallery().selectFlow(SampleLibrary::logIn);
+    ASSERT_TRUE(main.action("Add Screens to Flow…")->isEnabled());
+    main.action("Add Screens to Flow…")->trigger();
+    ASSERT_TRUE(main.captureWindow());
+    EXPECT_EQ(main.captureWindow()->targetLabel()->text(), "Adding screens to: Log in");
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+    QApplication app(argc, argv);
+    TestCameras::install();
+    ::testing::InitGoogleTest(&argc, argv);
+    return RUN_ALL_TESTS();
+}
