@@ -352,7 +352,10 @@ void CaptureWindow::discard() {
         return;
     if (session_.screenCount() > 0 &&
         !confirmDestructive(
-            this, tr("Discard the %n captured screen(s)?", nullptr, session_.screenCount()),
+            this,
+            session_.screenCount() == 1
+                ? tr("Discard the captured screen?")
+                : tr("Discard the %1 captured screens?").arg(session_.screenCount()),
             tr("They are not saved anywhere."), tr("Discard")))
         return;
     if (service_.isRecordingVideo())
@@ -416,7 +419,9 @@ void CaptureWindow::sessionChanged() {
     if (strip_->count() > 0)
         strip_->scrollToItem(strip_->item(strip_->count() - 1));
     if (running)
-        status_->setText(tr("%n screen(s) in this session", nullptr, session_.screenCount()));
+        status_->setText(session_.screenCount() == 1
+                             ? tr("1 screen in this session")
+                             : tr("%1 screens in this session").arg(session_.screenCount()));
 }
 
 void CaptureWindow::showStatus(const QString& text) {
