@@ -4,7 +4,10 @@
 
 #include <algorithm>
 #include <array>
-#include <future>
+#include <atomic>
+#include <exception>
+#include <memory>
+#include <mutex>
 #include <stdexcept>
 #include <thread>
 #include <vector>
@@ -42,10 +45,12 @@ struct Slice {
 Slice compressRows(const std::uint8_t* bgra, std::size_t stride, int width, int firstRow,
                    int endRow, bool last) {
     const std::size_t rowBytes = 1 + static_cast<std::size_t>(width) * 3;
-    std::vector<std::uint8_t> raw(rowBytes * static_cast<std::size_t>(endRow - firstRow));
+    const std::size_t rawSize = rowBytes * static_cast<std::size_t>(endRow - firstRow);
+    // Uninitialized on purpose: every byte is written below, and zeroing costs a pass.
+    std::unique_ptr<std::uint8_t[]> raw(new std::uint8_t[rawSize]);
     for (int y = firstRow; y < endRow; ++y) {
         const std::uint8_t* in = bgra + static_cast<std::size_t>(y) * stride;
-        std::uint8_t* out = raw.data() + rowBytes * static_cast<std::size_t>(y - firstRow);
+        std::uint8_t* out = raw.get() + rowBytes * static_cast<std::size_t>(y - firstRow);
         *out++ = 1; // Sub
         std::uint8_t r = 0, g = 0, b = 0;
         for (int x = 0; x < width; ++x, in += 4, out += 3) {
@@ -59,19 +64,21 @@ Slice compressRows(const std::uint8_t* bgra, std::size_t stride, int width, int 
     }
 
     Slice slice;
-    slice.rawSize = raw.size();
-    slice.adler = adler32(1, raw.data(), static_cast<uInt>(raw.size()));
+    slice.rawSize = rawSize;
+    slice.adler = adler32(1, raw.get(), static_cast<uInt>(rawSize));
     z_stream stream{};
     if (deflateInit2(&stream, 1, Z_DEFLATED, -15, 8, Z_RLE) != Z_OK)
         throw std::runtime_error("The PNG compressor could not start.");
-    slice.deflated.resize(deflateBound(&stream, static_cast<uLong>(raw.size())) + 16);
-    stream.next_in = raw.data();
-    stream.avail_in = static_cast<uInt>(raw.size());
-    stream.next_out = reinterpret_cast<Bytef*>(slice.deflated.data());
-    stream.avail_out = static_cast<uInt>(slice.deflated.size());
+    // Room for the worst case; pages that are never written are never touched.
+    const std::size_t bound = deflateBound(&stream, static_cast<uLong>(rawSize)) + 16;
+    std::unique_ptr<char[]> out(new char[bound]);
+    stream.next_in = raw.get();
+    stream.avail_in = static_cast<uInt>(rawSize);
+    stream.next_out = reinterpret_cast<Bytef*>(out.get());
+    stream.avail_out = static_cast<uInt>(bound);
     const int result = deflate(&stream, last ? Z_FINISH : Z_SYNC_FLUSH);
     const bool complete = last ? result == Z_STREAM_END : (result == Z_OK && stream.avail_in == 0);
-    slice.deflated.resize(stream.total_out);
+    slice.deflated.assign(out.get(), stream.total_out);
     deflateEnd(&stream);
     if (!complete)
         throw std::runtime_error("The PNG compressor failed.");
@@ -84,22 +91,36 @@ std::string encode(const std::uint8_t* bgra, int width, int height, std::size_t 
     if (width < 1 || height < 1 || stride < static_cast<std::size_t>(width) * 4)
         throw std::invalid_argument("A picture to encode needs a size and its rows.");
 
-    // Slices of at least 64 rows, one per core: enough work each to pay for a thread.
+    // More slices than cores, taken in turn by one thread per core, so that a slice of photo
+    // and a slice of flat background even out. Each slice is at least 64 rows.
     const int cores = static_cast<int>(std::max(1u, std::thread::hardware_concurrency()));
-    const int slices = std::clamp(height / 64, 1, std::min(cores, 8));
+    const int slices = std::clamp(height / 64, 1, 16);
     const int rowsPerSlice = (height + slices - 1) / slices;
-    std::vector<std::future<Slice>> pending;
-    for (int i = 1; i < slices; ++i) {
-        const int first = i * rowsPerSlice;
-        const int end = std::min(height, first + rowsPerSlice);
-        pending.push_back(std::async(std::launch::async, compressRows, bgra, stride, width, first,
-                                     end, end == height));
+    std::vector<Slice> done(static_cast<std::size_t>(slices));
+    std::atomic<int> next{0};
+    std::exception_ptr failure;
+    std::mutex failureMutex;
+    auto work = [&] {
+        for (int i = next++; i < slices; i = next++) {
+            const int first = i * rowsPerSlice;
+            const int end = std::min(height, first + rowsPerSlice);
+            try {
+                done[static_cast<std::size_t>(i)] =
+                    compressRows(bgra, stride, width, first, end, end == height);
+            } catch (...) {
+                std::lock_guard lock(failureMutex);
+                failure = std::current_exception();
+            }
+        }
+    };
+    {
+        std::vector<std::jthread> helpers;
+        for (int i = 1; i < std::min(cores, slices); ++i)
+            helpers.emplace_back(work);
+        work();
     }
-    std::vector<Slice> done;
-    done.push_back(
-        compressRows(bgra, stride, width, 0, std::min(height, rowsPerSlice), slices == 1));
-    for (auto& future : pending)
-        done.push_back(future.get());
+    if (failure)
+        std::rethrow_exception(failure);
 
     std::string header;
     putBigEndian(header, static_cast<std::uint32_t>(width));

@@ -1,0 +1,260 @@
+// Capture: a still from the latest frame (P1), recording a long clip (P2) and the memory of a
+// long live preview (P8).
+#include "capture/CaptureService.h"
+#include "capture/PngWriter.h"
+#include "capture/SessionController.h"
+#include "library/FlowStore.h"
+#include "library/GstSupport.h"
+#include "library/Uuid.h"
+#include "support/MediaProbe.h"
+#include "ui/LivePreview.h"
+
+#include <QApplication>
+#include <QFont>
+#include <QImage>
+#include <QLinearGradient>
+#include <QPainter>
+
+#include <benchmark/benchmark.h>
+#include <gst/gst.h>
+#include <opencv2/imgcodecs.hpp>
+
+#include <cstdlib>
+#include <fstream>
+#include <random>
+
+using namespace varnel;
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr int kWidth = 1179;
+constexpr int kHeight = 2556;
+
+struct TempFolder {
+    fs::path path = fs::temp_directory_path() / ("varnel-bench-" + newUUIDString());
+    TempFolder() { fs::create_directories(path); }
+    ~TempFolder() { fs::remove_all(path); }
+};
+
+// A phone screen as apps draw them: bars, text of several sizes, buttons, a photo.
+QImage phoneScreen() {
+    QImage image(kWidth, kHeight, QImage::Format_RGB32);
+    image.fill(QColor(248, 248, 250));
+    QPainter p(&image);
+    p.setRenderHint(QPainter::Antialiasing);
+    p.setRenderHint(QPainter::TextAntialiasing);
+    p.fillRect(0, 0, kWidth, 150, QColor(250, 250, 252));
+    QFont font("DejaVu Sans");
+    font.setPixelSize(44);
+    p.setFont(font);
+    p.setPen(Qt::black);
+    p.drawText(60, 100, "9:41");
+    font.setPixelSize(84);
+    font.setBold(true);
+    p.setFont(font);
+    p.drawText(60, 300, "Settings");
+    QLinearGradient sky(0, 360, 0, 1100);
+    sky.setColorAt(0, QColor(40, 110, 200));
+    sky.setColorAt(1, QColor(240, 160, 90));
+    p.fillRect(60, 360, kWidth - 120, 740, sky);
+    std::mt19937 random(3);
+    for (int i = 0; i < 4000; ++i) { // texture of a photo
+        p.setPen(QColor(random() % 256, random() % 256, random() % 256, 90));
+        p.drawPoint(60 + static_cast<int>(random() % (kWidth - 120)),
+                    360 + static_cast<int>(random() % 740));
+    }
+    font.setBold(false);
+    font.setPixelSize(46);
+    p.setFont(font);
+    const char* rows[] = {
+        "Wi-Fi", "Bluetooth",   "Mobile Data", "Notifications",  "Sounds & Haptics",
+        "Focus", "Screen Time", "General",     "Control Centre", "Display"};
+    int y = 1180;
+    for (const char* row : rows) {
+        p.fillRect(60, y, kWidth - 120, 120, Qt::white);
+        p.setPen(QColor(30, 30, 30));
+        p.drawText(200, y + 76, row);
+        p.fillRect(90, y + 25, 70, 70, QColor(52, 120, 246));
+        p.setPen(QColor(150, 150, 155));
+        p.drawText(kWidth - 160, y + 76, "›");
+        y += 124;
+    }
+    p.setBrush(QColor(52, 120, 246));
+    p.setPen(Qt::NoPen);
+    p.drawRoundedRect(QRect(60, 2420, kWidth - 120, 110), 30, 30);
+    p.setPen(Qt::white);
+    p.drawText(QRect(60, 2420, kWidth - 120, 110), Qt::AlignCenter, "Continue");
+    return image;
+}
+
+// The picture as a capture source hands it over: a GStreamer sample of BGRx pixels.
+VideoFrame frameOf(const QImage& image) {
+    gst::initialize();
+    auto* copy = new QImage(image);
+    GstBuffer* buffer = gst_buffer_new_wrapped_full(
+        GST_MEMORY_FLAG_READONLY, const_cast<uchar*>(copy->constBits()),
+        static_cast<gsize>(copy->sizeInBytes()), 0, static_cast<gsize>(copy->sizeInBytes()), copy,
+        [](gpointer data) { delete static_cast<QImage*>(data); });
+    GstCaps* caps = gst_caps_new_simple("video/x-raw", "format", G_TYPE_STRING, "BGRx", "width",
+                                        G_TYPE_INT, kWidth, "height", G_TYPE_INT, kHeight,
+                                        "framerate", GST_TYPE_FRACTION, 30, 1, nullptr);
+    GstSample* sample = gst_sample_new(buffer, caps, nullptr, nullptr);
+    gst_buffer_unref(buffer);
+    gst_caps_unref(caps);
+    return VideoFrame(sample);
+}
+
+// P1: the product's path from the latest frame to a staged PNG file.
+void BM_StillToPngFile(benchmark::State& state) {
+    const VideoFrame frame = frameOf(phoneScreen());
+    TempFolder folder;
+    FlowStore store(folder.path);
+    SessionController session(store, [&]() -> std::optional<CapturedFrame> {
+        std::optional<CapturedFrame> still;
+        frame.withPixels([&](const std::uint8_t* pixels, std::size_t stride) {
+            still = CapturedFrame{PngWriter::encode(pixels, frame.width(), frame.height(), stride),
+                                  frame.width(), frame.height()};
+        });
+        return still;
+    });
+    session.start();
+    for (auto _ : state) {
+        if (!session.add(CaptureSource::manual))
+            state.SkipWithError("capture failed");
+    }
+    const auto last = session.stagedThumbnails().back();
+    state.counters["png_kib"] = static_cast<double>(fs::file_size(last)) / 1024;
+    session.cancel();
+}
+BENCHMARK(BM_StillToPngFile)
+    ->Unit(benchmark::kMillisecond)
+    ->Repetitions(9)
+    ->ReportAggregatesOnly(true);
+
+// The encoding alone, without the file.
+void BM_StillEncodeOnly(benchmark::State& state) {
+    const QImage image = phoneScreen();
+    for (auto _ : state)
+        benchmark::DoNotOptimize(PngWriter::encode(image.constBits(), kWidth, kHeight,
+                                                   static_cast<std::size_t>(image.bytesPerLine())));
+}
+BENCHMARK(BM_StillEncodeOnly)
+    ->Unit(benchmark::kMillisecond)
+    ->Repetitions(9)
+    ->ReportAggregatesOnly(true);
+
+// The baseline: OpenCV's PNG writer with its default parameters, same picture.
+void BM_OpenCvImwrite(benchmark::State& state) {
+    const QImage image = phoneScreen();
+    const cv::Mat mat(kHeight, kWidth, CV_8UC4, const_cast<uchar*>(image.constBits()),
+                      static_cast<std::size_t>(image.bytesPerLine()));
+    TempFolder folder;
+    int i = 0;
+    for (auto _ : state)
+        cv::imwrite((folder.path / (std::to_string(i++) + ".png")).string(), mat);
+    state.counters["png_kib"] = static_cast<double>(fs::file_size(folder.path / "0.png")) / 1024;
+}
+BENCHMARK(BM_OpenCvImwrite)
+    ->Unit(benchmark::kMillisecond)
+    ->Repetitions(9)
+    ->ReportAggregatesOnly(true);
+
+double seconds(const char* variable, double fallback) {
+    const char* value = std::getenv(variable);
+    return value ? std::atof(value) : fallback;
+}
+
+// P2: a clip of a phone-sized live source at 30 frames a second; how many frames miss the file.
+void BM_RecordClip(benchmark::State& state) {
+    const double length = seconds("VARNEL_CLIP_SECONDS", 30);
+    TempFolder folder;
+    for (auto _ : state) {
+        CaptureService service;
+        service.startDescription("videotestsrc is-live=true pattern=ball ! capsfilter "
+                                 "caps=video/x-raw,format=BGRA,width=1179,height=2556,"
+                                 "framerate=30/1");
+        test::waitUntil([&] { return !service.latestFrame().isNull(); });
+        bool finished = false;
+        service.onRecordingFinished = [&](const fs::path&) { finished = true; };
+        const auto clip = folder.path / "clip.mov";
+        service.startRecording(clip);
+        const auto start = std::chrono::steady_clock::now();
+        test::waitUntil([] { return false; }, length);
+        service.stopRecording();
+        const double recorded =
+            std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+        test::waitUntil([&] { return finished; }, 600);
+        service.stop();
+        const auto counts = service.recordingCounts();
+        const auto info = test::readClip(clip);
+        const double expected = recorded * 30;
+        const double inFile = info ? info->frames : 0;
+        state.counters["frames_expected"] = expected;
+        state.counters["frames_in_file"] = inFile;
+        state.counters["dropped_by_writer"] = static_cast<double>(counts.dropped);
+        state.counters["dropped_pct"] = 100.0 * std::max(0.0, expected - inFile) / expected;
+    }
+}
+BENCHMARK(BM_RecordClip)->Unit(benchmark::kSecond)->Iterations(1)->UseRealTime();
+
+long residentKiB() {
+    std::ifstream status("/proc/self/status");
+    std::string key;
+    while (status >> key) {
+        long value = 0;
+        if (key == "VmRSS:" && status >> value)
+            return value;
+        status.ignore(1 << 16, '\n');
+    }
+    return 0;
+}
+
+// P8: resident memory during a long live preview at 60 frames a second.
+void BM_PreviewMemory(benchmark::State& state) {
+    const double length = seconds("VARNEL_PREVIEW_SECONDS", 600);
+    for (auto _ : state) {
+        CaptureService service;
+        LivePreview preview;
+        preview.resize(420, 900);
+        preview.show();
+        long shown = 0;
+        QObject::connect(&service, &CaptureService::frameArrived, [&] {
+            preview.showFrame(service.latestFrame());
+            preview.repaint();
+            ++shown;
+        });
+        service.startDescription("videotestsrc is-live=true pattern=ball ! capsfilter "
+                                 "caps=video/x-raw,format=BGRA,width=1179,height=2556,"
+                                 "framerate=60/1");
+        test::waitUntil([] { return false; }, std::min(10.0, length / 10)); // warm up
+        const long start = residentKiB();
+        long peak = start;
+        const auto begin = std::chrono::steady_clock::now();
+        const long shownBefore = shown;
+        while (std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count() <
+               length) {
+            test::waitUntil([] { return false; }, 1);
+            peak = std::max(peak, residentKiB());
+        }
+        const long end = residentKiB();
+        service.stop();
+        state.counters["rss_start_mib"] = start / 1024.0;
+        state.counters["rss_end_mib"] = end / 1024.0;
+        state.counters["rss_growth_mib"] = (end - start) / 1024.0;
+        state.counters["rss_peak_growth_mib"] = (peak - start) / 1024.0;
+        state.counters["frames_shown_per_s"] = (shown - shownBefore) / length;
+    }
+}
+BENCHMARK(BM_PreviewMemory)->Unit(benchmark::kSecond)->Iterations(1)->UseRealTime();
+
+} // namespace
+
+int main(int argc, char** argv) {
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+    QApplication app(argc, argv);
+    benchmark::Initialize(&argc, argv);
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    return 0;
+}
