@@ -10,6 +10,7 @@
 #include "ui/Messages.h"
 
 #include <QBoxLayout>
+#include <QCheckBox>
 #include <QCloseEvent>
 #include <QComboBox>
 #include <QImageReader>
@@ -108,10 +109,19 @@ void CaptureWindow::buildLayout() {
     status_ = new QLabel(this);
     status_->setWordWrap(true);
 
+    includeWindows_ = new QCheckBox(tr("Include emulator windows"), this);
+    includeWindows_->setChecked(settings_.includeSimulator());
+    includeWindows_->setToolTip(
+        tr("List the windows of the iOS Simulator, the Android Emulator, scrcpy and AirPlay "
+           "receivers as sources."));
+    connect(includeWindows_, &QCheckBox::toggled, this,
+            [this](bool on) { settings_.setIncludeSimulator(on); });
+
     auto* top = new QHBoxLayout;
     top->addWidget(new QLabel(tr("Source:"), this));
     top->addWidget(sources_, 1);
     top->addWidget(refresh_);
+    top->addWidget(includeWindows_);
 
     controls_ = new QWidget(this);
     body_ = new QBoxLayout(QBoxLayout::TopToBottom);

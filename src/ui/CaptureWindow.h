@@ -12,6 +12,7 @@
 #include <QWidget>
 
 class QBoxLayout;
+class QCheckBox;
 class QComboBox;
 class QLabel;
 class QListWidget;
@@ -47,6 +48,7 @@ public:
     QListWidget* strip() const { return strip_; }
     QLabel* statusLabel() const { return status_; }
     QLabel* targetLabel() const { return target_; }
+    QCheckBox* includeWindowsBox() const { return includeWindows_; }
 
     // Captures a still, starting a session when none runs.
     bool captureStill();
@@ -94,6 +96,7 @@ private:
 
     QComboBox* sources_;
     QPushButton* refresh_;
+    QCheckBox* includeWindows_;
     QLabel* target_;
     LivePreview* preview_;
     QPushButton* capture_;

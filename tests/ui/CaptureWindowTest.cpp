@@ -12,6 +12,7 @@
 
 #include <QAction>
 #include <QApplication>
+#include <QCheckBox>
 #include <QComboBox>
 #include <QLabel>
 #include <QListWidget>
@@ -123,6 +124,10 @@ TEST_F(CaptureWindowTest, SayWhenThereIsNothingToSaveAndRefuseToSwitchMidSession
     window->session().cancel();
     emit window->sourcePicker()->activated(other);
     EXPECT_EQ(devices->selectedID(), "varnel-test-b") << "without a session the switch is made";
+
+    window->includeWindowsBox()->setChecked(true);
+    EXPECT_TRUE(settings.includeSimulator());
+    EXPECT_TRUE(devices->includeSimulator()) << "the device list follows the setting";
 }
 
 TEST_F(CaptureWindowTest, AddsScreensToAnExistingFlow) {
