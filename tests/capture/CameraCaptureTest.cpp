@@ -232,7 +232,6 @@ TEST(MovieWriterTest, AWriterThatCannotBeMadeDropsBackToIdle) {
 
 int main(int argc, char** argv) {
     QCoreApplication app(argc, argv);
-    TestCameras::install();
     ::testing::InitGoogleTest(&argc, argv);
     return RUN_ALL_TESTS();
 }

@@ -115,7 +115,6 @@ int main(int argc, char** argv) {
     TempDir config;
     setenv("XDG_CONFIG_HOME", config.path().c_str(), 1);
     QCoreApplication app(argc, argv);
-    TestCameras::install();
     ::testing::InitGoogleTest(&argc, argv);
     return RUN_ALL_TESTS();
 }

@@ -143,6 +143,7 @@ void install() {
 }
 
 void connect(const Spec& spec) {
+    install();
     std::vector<GstDeviceProvider*> providers;
     {
         std::lock_guard lock(mutex);

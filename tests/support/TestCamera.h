@@ -18,7 +18,7 @@ struct Spec {
     std::string pattern = "smpte"; // videotestsrc's pattern
 };
 
-// Registers the provider with GStreamer (once per process); call before the first monitor.
+// Registers the provider with GStreamer (once per process); the first camera does it.
 void install();
 // Plugs in a camera (a device-added message reaches running monitors).
 void connect(const Spec& spec);

@@ -181,7 +181,6 @@ TEST_F(CaptureWindowTest, MainWindowOpensTheCaptureForANewFlowOrTheCurrentOne) {
 int main(int argc, char** argv) {
     qputenv("QT_QPA_PLATFORM", "offscreen");
     QApplication app(argc, argv);
-    TestCameras::install();
     ::testing::InitGoogleTest(&argc, argv);
     return RUN_ALL_TESTS();
 }
