@@ -10,6 +10,7 @@
 #include <QCryptographicHash>
 #include <QLocalServer>
 #include <QLocalSocket>
+#include <QThread>
 #include <QMessageBox>
 #include <QScreen>
 
@@ -25,8 +26,14 @@ QString instanceName(const std::filesystem::path& root) {
 
 bool activateRunningInstance(const QString& name) {
     QLocalSocket socket;
-    socket.connectToServer(name);
-    if (!socket.waitForConnected(2000))
+    // The first instance listens right after taking the lock; give it a moment to get there.
+    for (int attempt = 0; attempt < 50; ++attempt) {
+        socket.connectToServer(name);
+        if (socket.waitForConnected(2000))
+            break;
+        QThread::msleep(100);
+    }
+    if (socket.state() != QLocalSocket::ConnectedState)
         return false;
     socket.write("activate\n");
     socket.waitForBytesWritten(2000);
@@ -77,6 +84,11 @@ int main(int argc, char** argv) {
         return 1;
     }
 
+    // Listen before the slow part of the start, so that a second start reaches this one at once.
+    QLocalServer server;
+    QLocalServer::removeServer(name);
+    server.listen(name);
+
     varnel::FlowLibrary library{varnel::FlowStore(root)};
     library.open();
     varnel::MainWindow window(library, settings);
@@ -112,16 +124,15 @@ int main(int argc, char** argv) {
     }
     window.show();
 
-    QLocalServer server;
-    QLocalServer::removeServer(name);
-    server.listen(name);
-    QObject::connect(&server, &QLocalServer::newConnection, &window, [&] {
+    auto comeForward = [&] {
         while (QLocalSocket* peer = server.nextPendingConnection()) {
             QObject::connect(peer, &QLocalSocket::disconnected, peer, &QObject::deleteLater);
             window.showNormal();
             window.raise();
             window.activateWindow();
         }
-    });
+    };
+    QObject::connect(&server, &QLocalServer::newConnection, &window, comeForward);
+    comeForward(); // a start that came while this one was getting ready
     return app.exec();
 }
