@@ -22,6 +22,7 @@
 #include <QSlider>
 #include <QSplitter>
 #include <QStatusBar>
+#include <QTimer>
 #include <QToolBar>
 
 namespace varnel {
@@ -30,9 +31,9 @@ MainWindow::MainWindow(FlowLibrary& library, AppSettings& settings, QWidget* par
     : QMainWindow(parent), library_(library), settings_(settings), thumbnails_(library.root()),
       shownRoot_(library.root()), sidebar_(new LibrarySidebar(this)),
       gallery_(new GalleryView(library, thumbnails_, this)), status_(new QLabel(this)),
-      sizeSlider_(new QSlider(Qt::Horizontal, this)),
-      devices_(std::make_unique<DeviceManager>(settings)),
-      hotkey_(std::make_unique<GlobalHotkey>()) {
+      sizeSlider_(new QSlider(Qt::Horizontal, this)), hotkey_(std::make_unique<GlobalHotkey>()) {
+    // Device discovery costs tens of milliseconds: after the first paint, not before.
+    QTimer::singleShot(0, this, [this] { devices(); });
     setWindowTitle("Varnel");
     // A still from anywhere while a capture session runs.
     connect(hotkey_.get(), &GlobalHotkey::activated, this, [this] {
@@ -131,6 +132,12 @@ MainWindow::~MainWindow() {
     delete captureWindow_; // before the device list it shows
 }
 
+DeviceManager& MainWindow::devices() {
+    if (!devices_)
+        devices_ = std::make_unique<DeviceManager>(settings_);
+    return *devices_;
+}
+
 CaptureWindow* MainWindow::captureWindow() const {
     return captureWindow_;
 }
@@ -146,7 +153,7 @@ void MainWindow::addScreensToFlow() {
 
 void MainWindow::openCapture(const std::optional<std::string>& appendTo) {
     if (!captureWindow_) {
-        captureWindow_ = new CaptureWindow(library_, settings_, *devices_, this);
+        captureWindow_ = new CaptureWindow(library_, settings_, devices(), this);
         captureWindow_->setAttribute(Qt::WA_DeleteOnClose);
     }
     if (captureWindow_->session().isRecording()) {

@@ -52,7 +52,8 @@ public:
     void newCapture();
     void addScreensToFlow();
     CaptureWindow* captureWindow() const;
-    DeviceManager& devices() { return *devices_; }
+    // The capture sources; discovery starts once the window is up (or when first needed).
+    DeviceManager& devices();
 
     // Application archives.
     void exportApplication();

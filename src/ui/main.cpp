@@ -10,9 +10,9 @@
 #include <QCryptographicHash>
 #include <QLocalServer>
 #include <QLocalSocket>
-#include <QThread>
 #include <QMessageBox>
 #include <QScreen>
+#include <QThread>
 
 namespace {
 
