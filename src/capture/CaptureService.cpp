@@ -157,6 +157,18 @@ void CaptureService::startPipeline(GstElement* source, const char* what) {
         throw CaptureError(CaptureError::Kind::cannotAddInput,
                            "The source does not deliver pictures that can be shown.");
 
+    framesProduced_ = framesReceived_ = 0;
+    if (GstPad* out = gst_element_get_static_pad(source, "src")) {
+        gst_pad_add_probe(
+            out, GST_PAD_PROBE_TYPE_BUFFER,
+            [](GstPad*, GstPadProbeInfo*, gpointer data) {
+                ++*static_cast<std::atomic<std::uint64_t>*>(data);
+                return GST_PAD_PROBE_OK;
+            },
+            &framesProduced_, nullptr);
+        gst_object_unref(out);
+    }
+
     auto sink = gst::child(pipeline, "sink");
     GstAppSinkCallbacks callbacks{};
     callbacks.new_sample = [](GstAppSink* appsink, gpointer data) -> GstFlowReturn {
@@ -270,6 +282,7 @@ MovieWriter::Counts CaptureService::recordingCounts() {
 }
 
 void CaptureService::ingest(VideoFrame frame) {
+    ++framesReceived_;
     const int width = frame.width();
     const int height = frame.height();
     {

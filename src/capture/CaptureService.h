@@ -73,6 +73,9 @@ public:
     // The latest frame as a still screen; none before the first frame.
     std::optional<CapturedFrame> stillFrame() const;
     MovieWriter::Counts recordingCounts();
+    // Frames the running source has made, and frames that reached the frame box.
+    std::uint64_t framesProduced() const { return framesProduced_; }
+    std::uint64_t framesReceived() const { return framesReceived_; }
 
     // The clip's file once it is complete (main thread).
     std::function<void(const std::filesystem::path&)> onRecordingFinished;
@@ -109,6 +112,8 @@ private:
     std::atomic<int> lastWidth_{0};
     std::atomic<int> lastHeight_{0};
     std::atomic<bool> framePosted_{false};
+    std::atomic<std::uint64_t> framesProduced_{0};
+    std::atomic<std::uint64_t> framesReceived_{0};
     std::shared_ptr<std::atomic<bool>> alive_ = std::make_shared<std::atomic<bool>>(true);
 };
 

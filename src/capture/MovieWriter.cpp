@@ -16,11 +16,13 @@ constexpr GstClockTime kFinishTimeout = 120 * GST_SECOND;
 
 // H.264 in 4:2:0 has no odd sizes: an odd last column or row is left out.
 std::string writerDescription(int width, int height) {
-    return "appsrc name=source format=time is-live=true block=false ! videoconvert ! "
-           "videocrop right=" +
+    // The conversion and the encoder each get a thread of their own, with a short queue between.
+    return "appsrc name=source format=time is-live=true block=false ! "
+           "videoconvert n-threads=0 dither=none ! videocrop right=" +
            std::to_string(width % 2) + " bottom=" + std::to_string(height % 2) +
-           " ! video/x-raw,format=I420 ! "
-           "x264enc speed-preset=ultrafast pass=qual quantizer=20 key-int-max=60 ! "
+           " ! video/x-raw,format=I420 ! queue max-size-buffers=3 max-size-bytes=0 "
+           "max-size-time=0 ! x264enc speed-preset=ultrafast pass=qual quantizer=20 key-int-max=60 "
+           "! "
            "video/x-h264,profile=constrained-baseline ! h264parse ! qtmux ! "
            "filesink name=sink";
 }
