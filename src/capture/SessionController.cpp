@@ -162,18 +162,7 @@ std::optional<std::filesystem::path> SessionController::saveNewFlow(const std::s
     const auto flowDir = store_.root() / folderName;
     ops.directoryCreator(flowDir, false);
 
-    for (std::size_t i = 0; i < pending_.size(); ++i) {
-        const auto& screen = pending_[i];
-        const std::string target = ScreenFiles::capturedName(static_cast<long long>(i + 1),
-                                                             extensionOrPng(screen.filename));
-        ops.folderMover(*stagingDir_ / screen.filename, flowDir / target);
-        ScreenRef ref;
-        ref.filename = target;
-        ref.capturedAt = screen.capturedAt;
-        ref.source = screen.source;
-        meta.screens.push_back(std::move(ref));
-    }
-    removeStagingFolder();
+    moveStagedInto(flowDir, 1, meta);
     store_.writeMeta(folderName, meta);
     store_.appendToIndex(meta.summary(folderName));
     return flowDir;
@@ -190,17 +179,7 @@ SessionController::appendToFlow(const std::string& folderName) {
         number = std::max(number, ScreenFiles::nextScreenNumber(FileOps::list(flowDir)));
     } catch (const LibraryError&) {
     }
-    for (const auto& screen : pending_) {
-        const std::string target =
-            ScreenFiles::capturedName(number++, extensionOrPng(screen.filename));
-        store_.operations().folderMover(*stagingDir_ / screen.filename, flowDir / target);
-        ScreenRef ref;
-        ref.filename = target;
-        ref.capturedAt = screen.capturedAt;
-        ref.source = screen.source;
-        meta.screens.push_back(std::move(ref));
-    }
-    removeStagingFolder();
+    moveStagedInto(flowDir, number, meta);
     if (lastWidth_ >= 1) {
         meta.width = lastWidth_;
         meta.height = lastHeight_;
@@ -208,6 +187,19 @@ SessionController::appendToFlow(const std::string& folderName) {
     store_.writeMeta(folderName, meta);
     store_.appendToIndex(meta.summary(folderName));
     return flowDir;
+}
+
+void SessionController::moveStagedInto(const std::filesystem::path& flowDir, long long number,
+                                       FlowMeta& meta) {
+    for (const auto& screen : pending_) {
+        ScreenRef ref;
+        ref.filename = ScreenFiles::capturedName(number++, extensionOrPng(screen.filename));
+        ref.capturedAt = screen.capturedAt;
+        ref.source = screen.source;
+        store_.operations().folderMover(*stagingDir_ / screen.filename, flowDir / ref.filename);
+        meta.screens.push_back(std::move(ref));
+    }
+    removeStagingFolder();
 }
 
 void SessionController::cancel() {

@@ -68,6 +68,9 @@ private:
                                                      const std::string& categoryL1,
                                                      const std::string& deviceName);
     std::optional<std::filesystem::path> appendToFlow(const std::string& folderName);
+    // Moves the staged files into the flow in capture order, numbered from `number`, adds their
+    // screens to `meta`, and removes the staging folder.
+    void moveStagedInto(const std::filesystem::path& flowDir, long long number, FlowMeta& meta);
     void appendPending(std::string filename, CaptureSource source);
     void publishLists();
     void endSession();
