@@ -422,10 +422,15 @@ void CaptureWindow::sessionChanged() {
     setWindowTitle(target ? tr("Add Screens") : tr("New Capture"));
 
     strip_->clear();
+    QHash<QString, QIcon> shown;
     for (const auto& file : session_.recentThumbnails()) {
-        auto* item = new QListWidgetItem(stagedIcon(file), qs(file.filename().string()), strip_);
+        const QString key = qs(file.string());
+        const QIcon icon = stripIcons_.contains(key) ? stripIcons_.value(key) : stagedIcon(file);
+        shown.insert(key, icon);
+        auto* item = new QListWidgetItem(icon, qs(file.filename().string()), strip_);
         item->setData(Qt::UserRole, qs(file.filename().string()));
     }
+    stripIcons_ = shown;
     if (strip_->count() > 0)
         strip_->scrollToItem(strip_->item(strip_->count() - 1));
     if (running)

@@ -9,6 +9,8 @@
 #include <string>
 #endif
 
+#include <QHash>
+#include <QIcon>
 #include <QWidget>
 
 class QBoxLayout;
@@ -107,6 +109,8 @@ private:
     QLabel* status_;
     QWidget* controls_;
     QBoxLayout* body_;
+    // Pictures of the staged screens, made once each (a clip's means decoding it).
+    QHash<QString, QIcon> stripIcons_;
 };
 
 } // namespace varnel
