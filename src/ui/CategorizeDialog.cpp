@@ -15,29 +15,12 @@
 
 namespace varnel {
 
-namespace {
-
-QStringList toList(const std::vector<std::string>& items) {
-    QStringList list;
-    for (const auto& item : items)
-        list << qs(item);
-    return list;
-}
-
-QCompleter* completer(const QStringList& items, QObject* parent) {
-    auto* c = new QCompleter(items, parent);
-    c->setCaseSensitivity(Qt::CaseInsensitive);
-    c->setFilterMode(Qt::MatchContains);
-    return c;
-}
-
-} // namespace
-
 CategorizeDialog::CategorizeDialog(FlowLibrary& library, const std::optional<std::string>& folder,
                                    QWidget* parent)
     : QDialog(parent), sheet_(library), flow_(new QComboBox(this)),
       application_(new QLineEdit(this)), category_(new QLineEdit(this)),
-      categoryCompleter_(completer({}, this)), save_(nullptr), problem_(new QLabel(this)) {
+      categoryCompleter_(suggestionCompleter({}, this)), save_(nullptr),
+      problem_(new QLabel(this)) {
     setWindowTitle(tr("Categorize flow"));
     setModal(true);
     setMinimumWidth(420);
@@ -47,7 +30,7 @@ CategorizeDialog::CategorizeDialog(FlowLibrary& library, const std::optional<std
             qs(flow.application.value_or(std::string(AppArchive::kSansApplication)));
         flow_->addItem(app + " — " + qs(flow.name), qs(flow.folderName));
     }
-    application_->setCompleter(completer(toList(sheet_.applicationSuggestions()), this));
+    application_->setCompleter(suggestionCompleter(qsList(sheet_.applicationSuggestions()), this));
     category_->setPlaceholderText(CategorizeAny::Sheet::kCategoryPlaceholder);
     category_->setCompleter(categoryCompleter_);
     problem_->setWordWrap(true);
@@ -99,7 +82,7 @@ void CategorizeDialog::updateCategorySuggestions() {
     sheet_.application = application_->text().toStdString();
     auto* model = qobject_cast<QStringListModel*>(categoryCompleter_->model());
     if (model)
-        model->setStringList(toList(sheet_.categorySuggestions()));
+        model->setStringList(qsList(sheet_.categorySuggestions()));
 }
 
 void CategorizeDialog::save() {

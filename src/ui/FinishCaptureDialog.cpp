@@ -12,24 +12,6 @@
 
 namespace varnel {
 
-namespace {
-
-QStringList toList(const std::vector<std::string>& values) {
-    QStringList out;
-    for (const auto& value : values)
-        out << qs(value);
-    return out;
-}
-
-QCompleter* completer(const QStringList& items, QObject* parent) {
-    auto* c = new QCompleter(new QStringListModel(items, parent), parent);
-    c->setCaseSensitivity(Qt::CaseInsensitive);
-    c->setFilterMode(Qt::MatchContains);
-    return c;
-}
-
-} // namespace
-
 FinishCaptureDialog::FinishCaptureDialog(const std::vector<FlowSummary>& summaries,
                                          const std::string& application,
                                          const std::string& category, QWidget* parent)
@@ -38,10 +20,10 @@ FinishCaptureDialog::FinishCaptureDialog(const std::vector<FlowSummary>& summari
     application_ = new QLineEdit(qs(application), this);
     application_->setPlaceholderText(tr("e.g. Acme"));
     application_->setCompleter(
-        completer(toList(CategorySuggestions::applications(summaries_)), this));
+        suggestionCompleter(qsList(CategorySuggestions::applications(summaries_)), this));
     category_ = new QLineEdit(qs(category), this);
     category_->setPlaceholderText(tr("e.g. Settings"));
-    categoryCompleter_ = completer({}, this);
+    categoryCompleter_ = suggestionCompleter({}, this);
     category_->setCompleter(categoryCompleter_);
     name_ = new QLineEdit(this);
     name_->setPlaceholderText(tr("e.g. Booking a ride"));
@@ -77,7 +59,7 @@ std::string FinishCaptureDialog::name() const {
 
 void FinishCaptureDialog::updateCategorySuggestions() {
     auto* model = qobject_cast<QStringListModel*>(categoryCompleter_->model());
-    model->setStringList(toList(
+    model->setStringList(qsList(
         CategorySuggestions::categories(application_->text().trimmed().toStdString(), summaries_)));
 }
 

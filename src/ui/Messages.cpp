@@ -1,5 +1,6 @@
 #include "ui/Messages.h"
 
+#include <QCompleter>
 #include <QDir>
 #include <QMessageBox>
 #include <QProgressDialog>
@@ -35,6 +36,20 @@ QProgressDialog* busy(QWidget* parent, const QString& text) {
     progress->setAutoClose(false);
     progress->setValue(0);
     return progress;
+}
+
+QStringList qsList(const std::vector<std::string>& items) {
+    QStringList list;
+    for (const auto& item : items)
+        list << qs(item);
+    return list;
+}
+
+QCompleter* suggestionCompleter(const QStringList& items, QObject* parent) {
+    auto* completer = new QCompleter(items, parent);
+    completer->setCaseSensitivity(Qt::CaseInsensitive);
+    completer->setFilterMode(Qt::MatchContains);
+    return completer;
 }
 
 } // namespace varnel

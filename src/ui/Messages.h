@@ -2,9 +2,13 @@
 
 #include <QStandardPaths>
 #include <QString>
+#include <QStringList>
 
 #include <string>
+#include <vector>
 
+class QCompleter;
+class QObject;
 class QProgressDialog;
 class QWidget;
 
@@ -13,6 +17,12 @@ namespace varnel {
 inline QString qs(const std::string& text) {
     return QString::fromStdString(text);
 }
+
+QStringList qsList(const std::vector<std::string>& items);
+
+// Completion from a list of names, matching anywhere in them and in any case. Its model is a
+// QStringListModel, so that the list can be changed later.
+QCompleter* suggestionCompleter(const QStringList& items, QObject* parent);
 
 // A warning with a short title and the error's description below it.
 void showError(QWidget* parent, const QString& title, const QString& description);
