@@ -1,6 +1,6 @@
 #include "capture/CaptureService.h"
 
-#include "capture/PngWriter.h"
+#include "library/PngWriter.h"
 #include "capture/WindowWatch.h"
 #include "library/GstSupport.h"
 

@@ -1,5 +1,8 @@
 #include "comments/ScreenComment.h"
 
+#include <array>
+#include <charconv>
+
 namespace varnel {
 
 ScreenComment ScreenComment::fromJson(const Json& json) {
@@ -23,6 +26,20 @@ Json ScreenComment::toJson() const {
     if (postedSignature)
         json["postedSignature"] = *postedSignature;
     return json;
+}
+
+std::string ScreenComment::signature() const {
+    return shortestDecimal(x) + "," + shortestDecimal(y) + "|" + text;
+}
+
+bool ScreenComment::isDirty() const {
+    return postedId && postedSignature != signature();
+}
+
+std::string shortestDecimal(double value) {
+    std::array<char, 64> buffer{};
+    const auto result = std::to_chars(buffer.data(), buffer.data() + buffer.size(), value);
+    return std::string(buffer.data(), result.ptr);
 }
 
 } // namespace varnel

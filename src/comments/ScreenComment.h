@@ -22,6 +22,15 @@ struct ScreenComment {
 
     static ScreenComment fromJson(const Json& json);
     Json toJson() const;
+
+    // "x,y|text" with the shortest decimal form that reads back as the same double; the
+    // publisher stores it as postedSignature, so both sides must format alike.
+    std::string signature() const;
+    // Published, and moved or edited since.
+    bool isDirty() const;
 };
+
+// The shortest decimal text that reads back as exactly `value`.
+std::string shortestDecimal(double value);
 
 } // namespace varnel

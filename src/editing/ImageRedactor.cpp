@@ -1,7 +1,9 @@
 #include "editing/ImageRedactor.h"
 
 #include "library/Errors.h"
+#include "editing/GaussianBlur.h"
 #include "library/FileOps.h"
+#include "library/PngWriter.h"
 
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
@@ -60,11 +62,22 @@ void paintZone(cv::Mat& mask, RedactShape::Kind kind, double x, double y, double
     }
 }
 
-// The smallest pixel rectangle holding every white pixel of the mask.
-cv::Rect coveredArea(const cv::Mat& mask) {
-    cv::Mat points;
-    cv::findNonZero(mask, points);
-    return points.empty() ? cv::Rect() : cv::boundingRect(points);
+// The pixels the zones touch, whole pixels outward, within the picture.
+cv::Rect coveredArea(const std::vector<RedactShape>& shapes, int width, int height) {
+    cv::Rect area;
+    for (const auto& shape : shapes) {
+        const auto& r = shape.rect;
+        if (!(r.width > 0) || !(r.height > 0))
+            continue;
+        const int x0 = static_cast<int>(std::floor(std::clamp(r.minX(), 0.0, 1.0) * width));
+        const int y0 = static_cast<int>(std::floor(std::clamp(r.minY(), 0.0, 1.0) * height));
+        const int x1 = static_cast<int>(std::ceil(std::clamp(r.maxX(), 0.0, 1.0) * width));
+        const int y1 = static_cast<int>(std::ceil(std::clamp(r.maxY(), 0.0, 1.0) * height));
+        const cv::Rect pixels(x0, y0, x1 - x0, y1 - y0);
+        if (!pixels.empty())
+            area = area.empty() ? pixels : (area | pixels);
+    }
+    return area & cv::Rect(0, 0, width, height);
 }
 
 // The frosted picture over `area` only. A Gaussian of sigma s reaches 3s pixels (OpenCV's
@@ -82,26 +95,64 @@ cv::Mat frostedArea(const cv::Mat& bgra, const cv::Rect& area, const RedactStyle
 } // namespace
 
 cv::Mat frostedImage(const cv::Mat& bgra, const RedactStyle& style) {
-    cv::Mat blurred;
-    if (style.blur > 0)
-        cv::GaussianBlur(bgra, blurred, cv::Size(0, 0), style.blur, style.blur,
-                         cv::BORDER_REPLICATE);
-    else
-        blurred = bgra.clone();
+    return tinted(gaussianBlur(bgra, style.blur), style);
+}
+
+cv::Mat tinted(cv::Mat blurred, const RedactStyle& style) {
     const double alpha = std::clamp(style.opacity, 0.0, 1.0);
     if (alpha <= 0)
         return blurred;
-    const cv::Scalar tint(std::clamp(style.blue, 0.0, 1.0) * 255 * alpha,
-                          std::clamp(style.green, 0.0, 1.0) * 255 * alpha,
-                          std::clamp(style.red, 0.0, 1.0) * 255 * alpha, 0);
-    std::vector<cv::Mat> channels;
-    cv::split(blurred, channels);
-    for (int c = 0; c < 3; ++c)
-        channels[static_cast<std::size_t>(c)].convertTo(channels[static_cast<std::size_t>(c)], -1,
-                                                        1 - alpha, tint[c]);
-    cv::Mat out;
-    cv::merge(channels, out);
+    const double tint[3] = {std::clamp(style.blue, 0.0, 1.0) * 255 * alpha,
+                            std::clamp(style.green, 0.0, 1.0) * 255 * alpha,
+                            std::clamp(style.red, 0.0, 1.0) * 255 * alpha};
+    // A lookup table per channel: the tint is one affine map of each 8-bit value.
+    cv::Mat table(1, 256, CV_8UC4);
+    for (int v = 0; v < 256; ++v)
+        table.at<cv::Vec4b>(0, v) = {cv::saturate_cast<uchar>(v * (1 - alpha) + tint[0]),
+                                     cv::saturate_cast<uchar>(v * (1 - alpha) + tint[1]),
+                                     cv::saturate_cast<uchar>(v * (1 - alpha) + tint[2]),
+                                     static_cast<uchar>(v)};
+    cv::LUT(blurred, table, blurred);
+    return blurred;
+}
+
+void blendInto(cv::Mat& background, const cv::Mat& foreground, const cv::Mat& mask) {
+    for (int y = 0; y < background.rows; ++y) {
+        auto* out = background.ptr<cv::Vec4b>(y);
+        const auto* in = foreground.ptr<cv::Vec4b>(y);
+        const auto* m = mask.ptr<std::uint8_t>(y);
+        for (int x = 0; x < background.cols; ++x) {
+            const int a = m[x];
+            if (a == 0)
+                continue;
+            for (int c = 0; c < 4; ++c)
+                out[x][c] =
+                    static_cast<std::uint8_t>((in[x][c] * a + out[x][c] * (255 - a) + 127) / 255);
+        }
+    }
+}
+
+cv::Mat blend(const cv::Mat& background, const cv::Mat& foreground, const cv::Mat& mask) {
+    cv::Mat out = background.clone();
+    blendInto(out, foreground, mask);
     return out;
+}
+
+bool applyToPixels(const std::vector<RedactShape>& shapes, cv::Mat& bgra, const RedactStyle& style,
+                   const cv::Mat* precomputedMask) {
+    std::optional<cv::Mat> mask;
+    if (!precomputedMask) {
+        mask = maskImage(shapes, bgra.cols, bgra.rows);
+        if (!mask)
+            return false;
+        precomputedMask = &*mask;
+    }
+    const cv::Rect area = coveredArea(shapes, bgra.cols, bgra.rows);
+    if (area.empty())
+        return true;
+    cv::Mat region = bgra(area);
+    blendInto(region, frostedArea(bgra, area, style), (*precomputedMask)(area));
+    return true;
 }
 
 std::optional<cv::Mat> maskImage(const std::vector<RedactShape>& shapes, int width, int height) {
@@ -114,6 +165,31 @@ std::optional<cv::Mat> maskImage(const std::vector<RedactShape>& shapes, int wid
                   shape.rect.width * width, shape.rect.height * height);
     }
     return mask;
+}
+
+std::string encodePng(const cv::Mat& bgra) {
+    double minAlpha = 0;
+    cv::Mat alpha;
+    cv::extractChannel(bgra, alpha, 3);
+    cv::minMaxLoc(alpha, &minAlpha);
+    if (minAlpha >= 255) // screenshots are opaque: the fast writer drops the alpha channel
+        return PngWriter::encode(bgra.data, bgra.cols, bgra.rows, bgra.step[0]);
+    std::vector<std::uint8_t> png;
+    if (!cv::imencode(".png", bgra, png))
+        return {};
+    return std::string(reinterpret_cast<const char*>(png.data()), png.size());
+}
+
+bool writePng(const cv::Mat& bgra, const std::filesystem::path& file) {
+    try {
+        const std::string png = encodePng(bgra);
+        if (png.empty())
+            return false;
+        FileOps::writeAtomically(file, png);
+    } catch (const std::exception&) {
+        return false;
+    }
+    return true;
 }
 
 cv::Mat load(const std::filesystem::path& file) {
@@ -144,38 +220,9 @@ bool apply(const std::vector<RedactShape>& shapes, const std::filesystem::path& 
     cv::Mat image = load(source.value_or(destination));
     if (image.empty() || image.cols <= 1 || image.rows <= 1)
         return false;
-    const auto mask = maskImage(shapes, image.cols, image.rows);
-    if (!mask)
+    if (!applyToPixels(shapes, image, style))
         return false;
-    const cv::Rect area = coveredArea(*mask);
-    if (!area.empty()) {
-        const cv::Mat frosted = frostedArea(image, area, style);
-        cv::Mat region = image(area);
-        const cv::Mat weights = (*mask)(area);
-        for (int y = 0; y < area.height; ++y) {
-            auto* out = region.ptr<cv::Vec4b>(y);
-            const auto* in = frosted.ptr<cv::Vec4b>(y);
-            const auto* m = weights.ptr<std::uint8_t>(y);
-            for (int x = 0; x < area.width; ++x) {
-                const int a = m[x];
-                if (a == 0)
-                    continue;
-                for (int c = 0; c < 4; ++c)
-                    out[x][c] = static_cast<std::uint8_t>(
-                        (in[x][c] * a + out[x][c] * (255 - a) + 127) / 255);
-            }
-        }
-    }
-    std::vector<std::uint8_t> png;
-    try {
-        if (!cv::imencode(".png", image, png))
-            return false;
-        FileOps::writeAtomically(
-            destination, std::string_view(reinterpret_cast<const char*>(png.data()), png.size()));
-    } catch (const std::exception&) {
-        return false;
-    }
-    return true;
+    return writePng(image, destination);
 }
 
 std::optional<cv::Mat> blurredImage(const std::filesystem::path& file, const RedactStyle& style) {

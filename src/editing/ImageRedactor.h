@@ -6,6 +6,7 @@
 
 #include <filesystem>
 #include <optional>
+#include <string>
 #include <vector>
 
 namespace varnel::ImageRedactor {
@@ -13,6 +14,18 @@ namespace varnel::ImageRedactor {
 // The picture blurred with a Gaussian of sigma `style.blur` (edge pixels repeat outward) and
 // tinted with the style's colour at its opacity. BGRA in, BGRA out; alpha is kept.
 cv::Mat frostedImage(const cv::Mat& bgra, const RedactStyle& style);
+
+// The blurred picture with the style's colour laid over it at the style's opacity.
+cv::Mat tinted(cv::Mat blurred, const RedactStyle& style);
+
+// `foreground` where the mask is white, `background` where it is black, mixed in between.
+cv::Mat blend(const cv::Mat& background, const cv::Mat& foreground, const cv::Mat& mask);
+void blendInto(cv::Mat& background, const cv::Mat& foreground, const cv::Mat& mask);
+
+// Frosts the zones of a BGRA picture in place, blurring only around them. A mask already made
+// for this size (by a clip's cache) may be passed. False when no mask can be made.
+bool applyToPixels(const std::vector<RedactShape>& shapes, cv::Mat& bgra, const RedactStyle& style,
+                   const cv::Mat* precomputedMask = nullptr);
 
 // White where the zones are (rectangles, or the ellipses inscribed in them), black elsewhere,
 // with anti-aliased edges; none for an empty size.
@@ -25,6 +38,16 @@ bool apply(const std::vector<RedactShape>& shapes, const std::filesystem::path& 
 
 // The whole picture frosted, for showing through a mask while zones move; none when unreadable.
 std::optional<cv::Mat> blurredImage(const std::filesystem::path& file, const RedactStyle& style);
+
+// A made-up screen (background, header, two text lines, three buttons) in light or dark colours.
+cv::Mat sampleContent(int width, int height, bool dark);
+// The sample frosted on its right half with the style, as the redaction settings show it.
+cv::Mat samplePreview(int width, int height, bool dark, const RedactStyle& style);
+
+// PNG bytes of a BGRA picture (empty on failure); opaque pictures take the fast writer.
+std::string encodePng(const cv::Mat& bgra);
+// Writes the picture as PNG, atomically; false on failure.
+bool writePng(const cv::Mat& bgra, const std::filesystem::path& file);
 
 // The picture of a file as BGRA; empty when it can't be read.
 cv::Mat load(const std::filesystem::path& file);

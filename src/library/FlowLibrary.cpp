@@ -1,15 +1,22 @@
 #include "library/FlowLibrary.h"
 
+#include "editing/VideoRedactor.h"
 #include "library/FileOps.h"
 #include "organization/CategorySuggestions.h"
 
 #include <QDebug>
+#include <QPointer>
 
 namespace varnel {
 
 FlowLibrary::FlowLibrary(FlowStore store, QObject* parent)
     : QObject(parent), store_(std::move(store)) {
     reload();
+}
+
+FlowLibrary::~FlowLibrary() {
+    cancelVideo_->store(true);
+    videoPool_.waitForDone();
 }
 
 void FlowLibrary::open() {
@@ -182,6 +189,125 @@ ThumbEdits FlowLibrary::duplicateScreens(const std::string& folderName,
 std::vector<std::string> FlowLibrary::addScreens(const std::string& folderName,
                                                  const std::vector<std::filesystem::path>& files) {
     return mutate([&] { return store_.addScreens(folderName, files, Date::now()); });
+}
+
+void FlowLibrary::screenFileChanged(const std::string& folderName, const std::string& filename) {
+    ThumbEdits edits;
+    edits.removals.push_back({folderName, filename});
+    emit thumbnailsChanged(edits);
+}
+
+ScreenEditRecords FlowLibrary::edits(const std::string& folderName,
+                                     const std::string& filename) const {
+    return ScreenEdits::edits(store_, folderName, filename);
+}
+
+std::filesystem::path FlowLibrary::editingSourceURL(const std::string& folderName,
+                                                    const std::string& filename) const {
+    return ScreenEdits::editingSource(store_, folderName, filename);
+}
+
+bool FlowLibrary::hasOriginal(const std::string& folderName, const std::string& filename) const {
+    return ScreenEdits::hasOriginal(store_, folderName, filename);
+}
+
+bool FlowLibrary::saveEdits(const std::string& folderName, const std::string& filename,
+                            const std::vector<RedactShape>& shapes, const RedactStyle& style,
+                            const std::vector<PatchDraft>& drafts) {
+    bool saved = true;
+    try {
+        mutate([&] { ScreenEdits::save(store_, folderName, filename, shapes, style, drafts); });
+    } catch (const std::exception& e) {
+        qWarning("Saving the edits of %s/%s stopped: %s", folderName.c_str(), filename.c_str(),
+                 e.what());
+        saved = false;
+    }
+    screenFileChanged(folderName, filename);
+    return saved;
+}
+
+bool FlowLibrary::revertScreen(const std::string& folderName, const std::string& filename) {
+    bool reverted = true;
+    try {
+        mutate([&] { ScreenEdits::revert(store_, folderName, filename); });
+    } catch (const std::exception& e) {
+        qWarning("Reverting %s/%s stopped: %s", folderName.c_str(), filename.c_str(), e.what());
+        reverted = false;
+    }
+    screenFileChanged(folderName, filename);
+    return reverted;
+}
+
+void FlowLibrary::saveVideoEdits(const std::string& folderName, const std::string& filename,
+                                 const std::vector<RedactShape>& shapes, const RedactStyle& style,
+                                 std::function<void(double)> progress,
+                                 std::function<void(bool)> done) {
+    if (shapes.empty()) {
+        const bool reverted = revertScreen(folderName, filename);
+        if (done)
+            done(reverted);
+        return;
+    }
+    std::filesystem::path source, destination;
+    try {
+        source = ScreenEdits::prepareClip(store_, folderName, filename);
+        destination = store_.screenURL(folderName, filename);
+    } catch (const std::exception& e) {
+        qWarning("Can't save the clip %s/%s: %s", folderName.c_str(), filename.c_str(), e.what());
+        if (done)
+            done(false);
+        return;
+    }
+    ++videoSaves_;
+    QPointer<FlowLibrary> self(this);
+    auto cancel = cancelVideo_;
+    videoPool_.start([=, this] {
+        const auto report = [&](double fraction) {
+            if (progress)
+                QMetaObject::invokeMethod(this, [progress, fraction] { progress(fraction); });
+        };
+        const bool baked =
+            VideoRedactor::bake(shapes, destination, source, style, report, cancel.get());
+        QMetaObject::invokeMethod(this, [=, this] {
+            if (!self)
+                return;
+            --videoSaves_;
+            bool saved = baked;
+            if (baked) {
+                try {
+                    mutate([&] { ScreenEdits::recordClip(store_, folderName, filename, shapes, style); });
+                } catch (const std::exception& e) {
+                    qWarning("The clip %s/%s was baked but its zones weren't recorded: %s",
+                             folderName.c_str(), filename.c_str(), e.what());
+                    saved = false;
+                }
+                screenFileChanged(folderName, filename);
+            }
+            if (done)
+                done(saved);
+        });
+    });
+}
+
+std::vector<ScreenComment> FlowLibrary::comments(const std::string& folderName,
+                                                 const std::string& filename) const {
+    try {
+        const FlowMeta m = store_.meta(folderName);
+        if (const ScreenRef* screen = m.screen(filename))
+            return screen->pins();
+    } catch (const std::exception&) {
+    }
+    return {};
+}
+
+void FlowLibrary::saveComments(const std::string& folderName, const std::string& filename,
+                               const std::vector<ScreenComment>& pins) {
+    try {
+        mutate([&] { store_.setComments(folderName, filename, pins); });
+    } catch (const std::exception& e) {
+        qWarning("Saving the comments of %s/%s failed: %s", folderName.c_str(), filename.c_str(),
+                 e.what());
+    }
 }
 
 } // namespace varnel

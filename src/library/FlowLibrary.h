@@ -1,6 +1,8 @@
 #pragma once
 
 #ifndef Q_MOC_RUN // moc cannot parse the C++20 standard headers
+#include "comments/ScreenComment.h"
+#include "editing/ScreenEdits.h"
 #include "library/AppArchive.h"
 #include "library/ArchiveImport.h"
 #include "library/FlowMeta.h"
@@ -9,6 +11,11 @@
 #include "library/ThumbEdits.h"
 
 #include <QObject>
+#include <QThreadPool>
+
+#include <atomic>
+#include <functional>
+#include <memory>
 
 #include <map>
 #include <optional>
@@ -26,6 +33,8 @@ class FlowLibrary : public QObject {
 
 public:
     explicit FlowLibrary(FlowStore store, QObject* parent = nullptr);
+    // Stops a clip save that is still running and waits for it.
+    ~FlowLibrary() override;
 
     FlowStore& store() { return store_; }
     const std::filesystem::path& root() const { return store_.root(); }
@@ -70,6 +79,30 @@ public:
     std::vector<std::string> addScreens(const std::string& folderName,
                                         const std::vector<std::filesystem::path>& files);
 
+    // Edits of one screen. Saves and reverts don't report their failures: they stop at the
+    // failing step, reload what is on disk and return false; the next save repairs the screen.
+    ScreenEditRecords edits(const std::string& folderName, const std::string& filename) const;
+    std::filesystem::path editingSourceURL(const std::string& folderName,
+                                           const std::string& filename) const;
+    bool hasOriginal(const std::string& folderName, const std::string& filename) const;
+    bool saveEdits(const std::string& folderName, const std::string& filename,
+                   const std::vector<RedactShape>& shapes, const RedactStyle& style,
+                   const std::vector<PatchDraft>& drafts);
+    bool revertScreen(const std::string& folderName, const std::string& filename);
+    // Re-encodes a clip with its zones on a worker thread; `progress` (0..1) and `done` (the
+    // result) are called on this thread. With no zones the save is a revert.
+    void saveVideoEdits(const std::string& folderName, const std::string& filename,
+                        const std::vector<RedactShape>& shapes, const RedactStyle& style,
+                        std::function<void(double)> progress, std::function<void(bool)> done);
+    bool isSavingVideo() const { return videoSaves_ > 0; }
+
+    // Comment pins of a still screen; a missing flow or screen has none. A failed save is
+    // dropped: the reload shows what was really saved.
+    std::vector<ScreenComment> comments(const std::string& folderName,
+                                        const std::string& filename) const;
+    void saveComments(const std::string& folderName, const std::string& filename,
+                      const std::vector<ScreenComment>& pins);
+
     // Export and inspection only read the library, through a store of their own, so they may
     // run on a worker thread while the main thread keeps the model.
     // Writes the application's archive; returns its number of flows (0: nothing was written).
@@ -98,6 +131,7 @@ signals:
     void thumbnailsChanged(const varnel::ThumbEdits& edits);
 
 private:
+    void screenFileChanged(const std::string& folderName, const std::string& filename);
     template <typename F> auto mutate(F&& change) -> decltype(change());
     ThumbEdits screensChanged(ThumbEdits edits);
 
@@ -108,6 +142,9 @@ private:
     std::optional<std::string> loadError_;
     RecoveryReport recoveryReport_;
     std::map<std::string, FlowMeta> metaCache_;
+    QThreadPool videoPool_;
+    std::shared_ptr<std::atomic<bool>> cancelVideo_ = std::make_shared<std::atomic<bool>>(false);
+    int videoSaves_ = 0;
 };
 
 } // namespace varnel

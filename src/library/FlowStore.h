@@ -88,6 +88,16 @@ public:
     void renameScreen(std::string_view folderName, const std::string& filename,
                       const std::string& newName);
 
+    // Replaces a screen's zones, the style they were baked with, and its patches, in one write.
+    // Empty lists are stored as absent keys.
+    void setEdits(std::string_view folderName, const std::string& filename,
+                  std::vector<RedactShape> shapes, std::optional<RedactStyle> style,
+                  std::vector<RedactPatch> patches);
+    // Replaces a screen's pins. Published pins that are gone are queued in
+    // "figmaPendingDeletes", so that the next publish deletes them in Figma.
+    void setComments(std::string_view folderName, const std::string& filename,
+                     std::optional<std::vector<ScreenComment>> pins);
+
     // Brings a flow folder from elsewhere (an archive, a staging folder) into the library under
     // a folder name made from its meta; moves the files and returns the new folder name. With
     // `replacing`, that flow leaves the library in the same change (its folder goes first, so

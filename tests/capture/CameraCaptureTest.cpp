@@ -5,7 +5,7 @@
 #include "capture/CaptureService.h"
 #include "capture/DeviceManager.h"
 #include "capture/MovieWriter.h"
-#include "capture/PngWriter.h"
+#include "library/PngWriter.h"
 #include "library/GstSupport.h"
 #include "support/MediaProbe.h"
 #include "support/TestCamera.h"

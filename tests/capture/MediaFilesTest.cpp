@@ -1,5 +1,5 @@
 // Stills as PNG files and the shutter sound's catalogue and playing.
-#include "capture/PngWriter.h"
+#include "library/PngWriter.h"
 #include "capture/ShutterSound.h"
 #include "support/TestLibrary.h"
 

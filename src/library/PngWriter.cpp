@@ -1,4 +1,4 @@
-#include "capture/PngWriter.h"
+#include "library/PngWriter.h"
 
 #include <zlib.h>
 

@@ -1,0 +1,48 @@
+#include "comments/CommentThreadLogic.h"
+
+#include <cstdlib>
+#include <limits>
+
+namespace varnel::CommentThreadLogic {
+
+const FigmaThread* thread(const ScreenComment& pin, const std::vector<FigmaThread>& threads) {
+    if (!pin.postedId)
+        return nullptr;
+    for (const auto& t : threads)
+        if (t.rootId == *pin.postedId)
+            return &t;
+    return nullptr;
+}
+
+bool isEditLocked(const ScreenComment& pin, const std::vector<FigmaThread>& threads) {
+    const FigmaThread* t = thread(pin, threads);
+    return t && !t->replies.empty();
+}
+
+std::vector<const FigmaThread*> remotePins(const std::vector<FigmaThread>& threads,
+                                           const std::set<std::string>& localPostedIds,
+                                           bool showResolved) {
+    std::vector<const FigmaThread*> result;
+    for (const auto& t : threads) {
+        if (localPostedIds.contains(t.rootId) || !t.x || !t.y)
+            continue;
+        if (t.resolved && !showResolved)
+            continue;
+        result.push_back(&t);
+    }
+    return result;
+}
+
+std::size_t pinCount(const std::vector<ScreenComment>& pins,
+                     const std::vector<FigmaThread>& threads) {
+    std::set<std::string> posted;
+    for (const auto& pin : pins)
+        if (pin.postedId)
+            posted.insert(*pin.postedId);
+    const std::size_t remote = remotePins(threads, posted, false).size();
+    if (pins.size() > std::numeric_limits<std::size_t>::max() - remote)
+        std::abort();
+    return pins.size() + remote;
+}
+
+} // namespace varnel::CommentThreadLogic

@@ -1,0 +1,28 @@
+#pragma once
+
+#include "comments/ScreenComment.h"
+#include "figma/FigmaThread.h"
+
+#include <cstddef>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace varnel::CommentThreadLogic {
+
+// The pulled thread whose root is the published pin; none for a local pin or a vanished thread.
+const FigmaThread* thread(const ScreenComment& pin, const std::vector<FigmaThread>& threads);
+
+// A published pin whose thread has replies can no longer be edited.
+bool isEditLocked(const ScreenComment& pin, const std::vector<FigmaThread>& threads);
+
+// Threads drawn as pins of their own: not a local pin's, placed, and unresolved unless asked.
+std::vector<const FigmaThread*> remotePins(const std::vector<FigmaThread>& threads,
+                                           const std::set<std::string>& localPostedIds,
+                                           bool showResolved);
+
+// Local pins plus unresolved remote pins.
+std::size_t pinCount(const std::vector<ScreenComment>& pins,
+                     const std::vector<FigmaThread>& threads);
+
+} // namespace varnel::CommentThreadLogic

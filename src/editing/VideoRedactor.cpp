@@ -1,0 +1,221 @@
+#include "editing/VideoRedactor.h"
+
+#include "editing/ImageRedactor.h"
+#include "library/GstSupport.h"
+#include "library/Uuid.h"
+
+#include <gst/video/video.h>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <optional>
+#include <string>
+#include <system_error>
+
+namespace varnel {
+
+bool VideoRedactor::Filter::operator()(cv::Mat& bgra) {
+    const auto mask = masks_.image(bgra.size());
+    if (!mask)
+        return false;
+    return ImageRedactor::applyToPixels(masks_.shapes(), bgra, style_, &*mask);
+}
+
+namespace {
+
+namespace fs = std::filesystem;
+
+// Decoded frames arrive as BGRA at "frames", are frosted in place there, and are encoded again
+// at a quality where the re-encoding does not show. The queues let decoding, frosting and
+// encoding run side by side.
+constexpr const char* kVideoBranch =
+    "queue max-size-buffers=8 max-size-bytes=0 max-size-time=0 ! decodebin ! "
+    "videoconvert n-threads=0 dither=none ! video/x-raw,format=BGRA ! identity name=frames ! "
+    "queue max-size-buffers=4 max-size-bytes=0 max-size-time=0 ! "
+    "videoconvert n-threads=0 dither=none ! video/x-raw,format=I420 ! "
+    "x264enc speed-preset=ultrafast pass=qual quantizer=16 ! h264parse";
+
+struct Bake {
+    GstElement* pipeline = nullptr;
+    GstElement* mux = nullptr;
+    VideoRedactor::Filter* filter = nullptr;
+    std::atomic<bool> sawVideo = false;
+    std::atomic<bool> failed = false;
+};
+
+GstPadProbeReturn frostFrame(GstPad* pad, GstPadProbeInfo* info, gpointer data) {
+    auto* bake = static_cast<Bake*>(data);
+    GstCaps* caps = gst_pad_get_current_caps(pad);
+    GstVideoInfo video;
+    const bool known = caps && gst_video_info_from_caps(&video, caps);
+    if (caps)
+        gst_caps_unref(caps);
+    GstBuffer* buffer = gst_buffer_make_writable(GST_PAD_PROBE_INFO_BUFFER(info));
+    GST_PAD_PROBE_INFO_DATA(info) = buffer;
+    GstVideoFrame frame;
+    if (!known || !gst_video_frame_map(&frame, &video, buffer, GST_MAP_READWRITE)) {
+        bake->failed = true;
+        return GST_PAD_PROBE_DROP;
+    }
+    cv::Mat pixels(GST_VIDEO_FRAME_HEIGHT(&frame), GST_VIDEO_FRAME_WIDTH(&frame), CV_8UC4,
+                   GST_VIDEO_FRAME_PLANE_DATA(&frame, 0),
+                   static_cast<std::size_t>(GST_VIDEO_FRAME_PLANE_STRIDE(&frame, 0)));
+    const bool frosted = (*bake->filter)(pixels);
+    gst_video_frame_unmap(&frame);
+    if (!frosted) {
+        bake->failed = true;
+        return GST_PAD_PROBE_DROP;
+    }
+    return GST_PAD_PROBE_OK;
+}
+
+// Adds a branch from a demuxer pad into a request pad of the muxer.
+bool addBranch(Bake& bake, GstPad* from, const char* description, const char* muxPad) {
+    GError* error = nullptr;
+    GstElement* branch = gst_parse_bin_from_description(description, TRUE, &error);
+    if (error) {
+        g_error_free(error);
+        if (branch)
+            gst_object_unref(branch);
+        return false;
+    }
+    gst_bin_add(GST_BIN(bake.pipeline), branch);
+    if (auto frames = gst::child(branch, "frames")) {
+        GstPad* src = gst_element_get_static_pad(frames.get(), "src");
+        gst_pad_add_probe(src, GST_PAD_PROBE_TYPE_BUFFER, frostFrame, &bake, nullptr);
+        gst_object_unref(src);
+    }
+    GstPad* sink = gst_element_get_static_pad(branch, "sink");
+    GstPad* src = gst_element_get_static_pad(branch, "src");
+    GstPad* target = gst_element_request_pad_simple(bake.mux, muxPad);
+    const bool linked = target && gst_pad_link(from, sink) == GST_PAD_LINK_OK &&
+                        gst_pad_link(src, target) == GST_PAD_LINK_OK;
+    gst_object_unref(sink);
+    gst_object_unref(src);
+    if (target)
+        gst_object_unref(target);
+    gst_element_sync_state_with_parent(branch);
+    return linked;
+}
+
+// Streams the muxer can't take (or doesn't need) are drained, so the demuxer isn't stalled.
+void drain(Bake& bake, GstPad* from) {
+    GstElement* sink = gst_element_factory_make("fakesink", nullptr);
+    g_object_set(sink, "sync", FALSE, nullptr);
+    gst_bin_add(GST_BIN(bake.pipeline), sink);
+    GstPad* pad = gst_element_get_static_pad(sink, "sink");
+    gst_pad_link(from, pad);
+    gst_object_unref(pad);
+    gst_element_sync_state_with_parent(sink);
+}
+
+void streamAdded(GstElement*, GstPad* pad, gpointer data) {
+    auto* bake = static_cast<Bake*>(data);
+    GstCaps* caps = gst_pad_get_current_caps(pad);
+    if (!caps)
+        caps = gst_pad_query_caps(pad, nullptr);
+    const std::string kind = gst_structure_get_name(gst_caps_get_structure(caps, 0));
+    gst_caps_unref(caps);
+    if (kind.starts_with("video/") && !bake->sawVideo) {
+        bake->sawVideo = true;
+        if (!addBranch(*bake, pad, kVideoBranch, "video_%u"))
+            bake->failed = true;
+    } else if (kind.starts_with("audio/")) {
+        if (!addBranch(*bake, pad, "queue", "audio_%u"))
+            bake->failed = true;
+    } else {
+        drain(*bake, pad);
+    }
+}
+
+std::optional<double> fractionDone(GstElement* pipeline) {
+    gint64 position = 0, duration = 0;
+    if (!gst_element_query_position(pipeline, GST_FORMAT_TIME, &position) ||
+        !gst_element_query_duration(pipeline, GST_FORMAT_TIME, &duration) || duration <= 0)
+        return std::nullopt;
+    return std::clamp(static_cast<double>(position) / static_cast<double>(duration), 0.0, 1.0);
+}
+
+bool syncToDisk(const fs::path& file) {
+    const int fd = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0)
+        return false;
+    const bool ok = ::fsync(fd) == 0;
+    ::close(fd);
+    return ok;
+}
+
+bool runBake(const std::vector<RedactShape>& shapes, const fs::path& output,
+             const fs::path& source, const RedactStyle& style,
+             const std::function<void(double)>& progress, const std::atomic<bool>* cancel) {
+    if (!gst::initialize() || !fs::is_regular_file(source))
+        return false;
+    VideoRedactor::Filter filter(shapes, style);
+    Bake bake;
+    bake.filter = &filter;
+    gst::ElementPtr pipeline(gst_pipeline_new("bake"));
+    bake.pipeline = pipeline.get();
+    GstElement* src = gst_element_factory_make("filesrc", nullptr);
+    GstElement* demux = gst_element_factory_make("qtdemux", nullptr);
+    bake.mux = gst_element_factory_make("qtmux", nullptr);
+    GstElement* sink = gst_element_factory_make("filesink", nullptr);
+    if (!src || !demux || !bake.mux || !sink)
+        return false;
+    g_object_set(src, "location", source.c_str(), nullptr);
+    g_object_set(sink, "location", output.c_str(), "sync", FALSE, nullptr);
+    gst_bin_add_many(GST_BIN(bake.pipeline), src, demux, bake.mux, sink, nullptr);
+    if (!gst_element_link(src, demux) || !gst_element_link(bake.mux, sink))
+        return false;
+    g_signal_connect(demux, "pad-added", G_CALLBACK(streamAdded), &bake);
+
+    if (gst_element_set_state(bake.pipeline, GST_STATE_PLAYING) == GST_STATE_CHANGE_FAILURE)
+        return false;
+    std::unique_ptr<GstBus, gst::ObjectUnref> bus(gst_element_get_bus(bake.pipeline));
+    bool finished = false;
+    while (!finished) {
+        if (cancel && cancel->load())
+            break;
+        GstMessage* message = gst_bus_timed_pop_filtered(
+            bus.get(), 100 * GST_MSECOND,
+            static_cast<GstMessageType>(GST_MESSAGE_EOS | GST_MESSAGE_ERROR));
+        if (progress)
+            if (const auto done = fractionDone(bake.pipeline))
+                progress(*done);
+        if (bake.failed)
+            break;
+        if (!message)
+            continue;
+        const bool eos = GST_MESSAGE_TYPE(message) == GST_MESSAGE_EOS;
+        gst_message_unref(message);
+        if (!eos)
+            break;
+        finished = true;
+    }
+    gst_element_set_state(bake.pipeline, GST_STATE_NULL);
+    return finished && bake.sawVideo && !bake.failed && syncToDisk(output);
+}
+
+} // namespace
+
+bool VideoRedactor::bake(const std::vector<RedactShape>& shapes, const fs::path& destination,
+                         const fs::path& source, const RedactStyle& style,
+                         const std::function<void(double)>& progress,
+                         const std::atomic<bool>* cancel) {
+    const fs::path output = destination.parent_path() / (".bake-" + newUUIDString() + ".mov");
+    std::error_code error;
+    if (!runBake(shapes, output, source, style, progress, cancel)) {
+        fs::remove(output, error);
+        return false;
+    }
+    fs::rename(output, destination, error);
+    if (error) {
+        fs::remove(output, error);
+        return false;
+    }
+    if (progress)
+        progress(1.0);
+    return true;
+}
+
+} // namespace varnel

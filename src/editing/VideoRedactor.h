@@ -1,0 +1,44 @@
+#pragma once
+
+#include "editing/MaskCache.h"
+#include "editing/RedactRecords.h"
+
+#include <opencv2/core.hpp>
+
+#include <atomic>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <vector>
+
+namespace varnel {
+
+// Zones on clips: the same frosting and mask as stills, on every frame.
+class VideoRedactor {
+public:
+    // What the player and the bake run on each frame: the zones frosted into the BGRA frame in
+    // place. Safe to call from several threads at once.
+    class Filter {
+    public:
+        Filter(std::vector<RedactShape> shapes, const RedactStyle& style)
+            : masks_(std::move(shapes)), style_(style) {}
+        // False when no mask can be made for the frame's size.
+        bool operator()(cv::Mat& bgra);
+
+    private:
+        MaskCache masks_;
+        RedactStyle style_;
+    };
+
+    // Re-encodes `source` into `destination` with the zones frosted on every frame; sound is
+    // copied as it is. The new clip is written beside the destination as ".bake-<UUID>.mov" and
+    // replaces it only when complete; otherwise that file is removed and the destination stays
+    // as it was. Blocks until done; `progress` gets 0..1, and setting `cancel` stops the bake.
+    static bool bake(const std::vector<RedactShape>& shapes,
+                     const std::filesystem::path& destination,
+                     const std::filesystem::path& source, const RedactStyle& style,
+                     const std::function<void(double)>& progress = {},
+                     const std::atomic<bool>* cancel = nullptr);
+};
+
+} // namespace varnel
