@@ -83,51 +83,60 @@ cv::Rect coveredArea(const std::vector<RedactShape>& shapes, int width, int heig
 // The frosted picture over `area` only. A Gaussian of sigma s reaches 3s pixels (OpenCV's
 // kernel size for 8-bit pictures), so blurring the area of a view into the whole picture reads
 // the same neighbours, and replicates the same edges, as blurring the whole picture would.
-cv::Mat frostedArea(const cv::Mat& bgra, const cv::Rect& area, const RedactStyle& style) {
-    const int reach = static_cast<int>(std::ceil(std::max(0.0, style.blur) * 3)) + 1;
+cv::Mat frostedArea(const cv::Mat& image, const cv::Rect& area, const Frost& frost) {
+    const int reach = static_cast<int>(std::ceil(std::max(0.0, frost.sigma) * 3)) + 1;
     const cv::Rect padded =
         cv::Rect(area.x - reach, area.y - reach, area.width + 2 * reach, area.height + 2 * reach) &
-        cv::Rect(0, 0, bgra.cols, bgra.rows);
-    cv::Mat frosted = frostedImage(bgra(padded), style);
+        cv::Rect(0, 0, image.cols, image.rows);
+    cv::Mat frosted = frost.tinted(gaussianBlur(image(padded), frost.sigma));
     return frosted(area - padded.tl()).clone();
 }
 
 } // namespace
 
-cv::Mat frostedImage(const cv::Mat& bgra, const RedactStyle& style) {
-    return tinted(gaussianBlur(bgra, style.blur), style);
+Frost Frost::forBGRA(const RedactStyle& style) {
+    const auto level = [](double c) { return std::clamp(c, 0.0, 1.0) * 255; };
+    return {style.blur, {level(style.blue), level(style.green), level(style.red), -1},
+            std::clamp(style.opacity, 0.0, 1.0)};
 }
 
-cv::Mat tinted(cv::Mat blurred, const RedactStyle& style) {
-    const double alpha = std::clamp(style.opacity, 0.0, 1.0);
-    if (alpha <= 0)
+cv::Mat Frost::tinted(cv::Mat blurred) const {
+    if (opacity <= 0)
         return blurred;
-    const double tint[3] = {std::clamp(style.blue, 0.0, 1.0) * 255 * alpha,
-                            std::clamp(style.green, 0.0, 1.0) * 255 * alpha,
-                            std::clamp(style.red, 0.0, 1.0) * 255 * alpha};
-    // A lookup table per channel: the tint is one affine map of each 8-bit value.
-    cv::Mat table(1, 256, CV_8UC4);
+    // A lookup table per channel: the tint is one affine map of each 8-bit value. A negative
+    // tint leaves its channel (alpha) alone.
+    const int channels = blurred.channels();
+    cv::Mat table(1, 256, CV_8UC(channels));
     for (int v = 0; v < 256; ++v)
-        table.at<cv::Vec4b>(0, v) = {cv::saturate_cast<uchar>(v * (1 - alpha) + tint[0]),
-                                     cv::saturate_cast<uchar>(v * (1 - alpha) + tint[1]),
-                                     cv::saturate_cast<uchar>(v * (1 - alpha) + tint[2]),
-                                     static_cast<uchar>(v)};
+        for (int c = 0; c < channels; ++c)
+            table.ptr<uchar>(0)[v * channels + c] =
+                tint[c] < 0 ? static_cast<uchar>(v)
+                            : cv::saturate_cast<uchar>(v * (1 - opacity) + tint[c] * opacity);
     cv::LUT(blurred, table, blurred);
     return blurred;
 }
 
+cv::Mat frostedImage(const cv::Mat& bgra, const RedactStyle& style) {
+    const Frost frost = Frost::forBGRA(style);
+    return frost.tinted(gaussianBlur(bgra, frost.sigma));
+}
+
+cv::Mat tinted(cv::Mat blurred, const RedactStyle& style) {
+    return Frost::forBGRA(style).tinted(std::move(blurred));
+}
+
 void blendInto(cv::Mat& background, const cv::Mat& foreground, const cv::Mat& mask) {
+    const int channels = background.channels();
     for (int y = 0; y < background.rows; ++y) {
-        auto* out = background.ptr<cv::Vec4b>(y);
-        const auto* in = foreground.ptr<cv::Vec4b>(y);
+        auto* out = background.ptr<std::uint8_t>(y);
+        const auto* in = foreground.ptr<std::uint8_t>(y);
         const auto* m = mask.ptr<std::uint8_t>(y);
         for (int x = 0; x < background.cols; ++x) {
             const int a = m[x];
             if (a == 0)
                 continue;
-            for (int c = 0; c < 4; ++c)
-                out[x][c] =
-                    static_cast<std::uint8_t>((in[x][c] * a + out[x][c] * (255 - a) + 127) / 255);
+            for (int c = x * channels; c < (x + 1) * channels; ++c)
+                out[c] = static_cast<std::uint8_t>((in[c] * a + out[c] * (255 - a) + 127) / 255);
         }
     }
 }
@@ -138,21 +147,24 @@ cv::Mat blend(const cv::Mat& background, const cv::Mat& foreground, const cv::Ma
     return out;
 }
 
-bool applyToPixels(const std::vector<RedactShape>& shapes, cv::Mat& bgra, const RedactStyle& style,
-                   const cv::Mat* precomputedMask) {
-    std::optional<cv::Mat> mask;
-    if (!precomputedMask) {
-        mask = maskImage(shapes, bgra.cols, bgra.rows);
-        if (!mask)
-            return false;
-        precomputedMask = &*mask;
-    }
-    const cv::Rect area = coveredArea(shapes, bgra.cols, bgra.rows);
+bool applyFrost(const std::vector<RedactShape>& shapes, cv::Mat& image, const Frost& frost,
+                const cv::Mat& mask) {
+    if (mask.size() != image.size())
+        return false;
+    const cv::Rect area = coveredArea(shapes, image.cols, image.rows);
     if (area.empty())
         return true;
-    cv::Mat region = bgra(area);
-    blendInto(region, frostedArea(bgra, area, style), (*precomputedMask)(area));
+    cv::Mat region = image(area);
+    blendInto(region, frostedArea(image, area, frost), mask(area));
     return true;
+}
+
+bool applyToPixels(const std::vector<RedactShape>& shapes, cv::Mat& bgra, const RedactStyle& style,
+                   const cv::Mat* precomputedMask) {
+    if (precomputedMask)
+        return applyFrost(shapes, bgra, Frost::forBGRA(style), *precomputedMask);
+    const auto mask = maskImage(shapes, bgra.cols, bgra.rows);
+    return mask && applyFrost(shapes, bgra, Frost::forBGRA(style), *mask);
 }
 
 std::optional<cv::Mat> maskImage(const std::vector<RedactShape>& shapes, int width, int height) {

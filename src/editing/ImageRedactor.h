@@ -11,6 +11,17 @@
 
 namespace varnel::ImageRedactor {
 
+// A frost in the terms of one picture's channels: the blur in its pixels, the tint level of
+// each channel (negative: the channel is left alone) and the tint's opacity.
+struct Frost {
+    double sigma = 0;
+    cv::Scalar tint;
+    double opacity = 0;
+
+    static Frost forBGRA(const RedactStyle& style);
+    cv::Mat tinted(cv::Mat blurred) const;
+};
+
 // The picture blurred with a Gaussian of sigma `style.blur` (edge pixels repeat outward) and
 // tinted with the style's colour at its opacity. BGRA in, BGRA out; alpha is kept.
 cv::Mat frostedImage(const cv::Mat& bgra, const RedactStyle& style);
@@ -21,6 +32,10 @@ cv::Mat tinted(cv::Mat blurred, const RedactStyle& style);
 // `foreground` where the mask is white, `background` where it is black, mixed in between.
 cv::Mat blend(const cv::Mat& background, const cv::Mat& foreground, const cv::Mat& mask);
 void blendInto(cv::Mat& background, const cv::Mat& foreground, const cv::Mat& mask);
+
+// Frosts the zones of a picture of any channel count in place through a mask of its size.
+bool applyFrost(const std::vector<RedactShape>& shapes, cv::Mat& image, const Frost& frost,
+                const cv::Mat& mask);
 
 // Frosts the zones of a BGRA picture in place, blurring only around them. A mask already made
 // for this size (by a clip's cache) may be passed. False when no mask can be made.

@@ -16,25 +16,48 @@
 namespace varnel {
 
 bool VideoRedactor::Filter::operator()(cv::Mat& bgra) {
-    const auto mask = masks_.image(bgra.size());
+    const auto mask = luma_.image(bgra.size());
     if (!mask)
         return false;
-    return ImageRedactor::applyToPixels(masks_.shapes(), bgra, style_, &*mask);
+    return ImageRedactor::applyToPixels(luma_.shapes(), bgra, style_, &*mask);
+}
+
+bool VideoRedactor::Filter::yuv420(cv::Mat& y, cv::Mat& u, cv::Mat& v, double kr, double kb,
+                                   bool fullRange) {
+    const auto lumaMask = luma_.image(y.size());
+    const auto chromaMask = chroma_.image(u.size());
+    if (!lumaMask || !chromaMask || v.size() != u.size())
+        return false;
+    const double r = std::clamp(style_.red, 0.0, 1.0), g = std::clamp(style_.green, 0.0, 1.0),
+                 b = std::clamp(style_.blue, 0.0, 1.0);
+    const double luma = kr * r + (1 - kr - kb) * g + kb * b;
+    const double pb = 0.5 * (b - luma) / (1 - kb), pr = 0.5 * (r - luma) / (1 - kr);
+    const double lumaLevel = fullRange ? 255 * luma : 16 + 219 * luma;
+    const double chromaScale = fullRange ? 255 : 224;
+    const double opacity = std::clamp(style_.opacity, 0.0, 1.0);
+    const auto& shapes = luma_.shapes();
+    // Chroma has half the pixels each way, so the same blur spans half as many of them.
+    using ImageRedactor::Frost;
+    return ImageRedactor::applyFrost(shapes, y, Frost{style_.blur, {lumaLevel}, opacity},
+                                     *lumaMask) &&
+           ImageRedactor::applyFrost(
+               shapes, u, Frost{style_.blur / 2, {128 + chromaScale * pb}, opacity}, *chromaMask) &&
+           ImageRedactor::applyFrost(
+               shapes, v, Frost{style_.blur / 2, {128 + chromaScale * pr}, opacity}, *chromaMask);
 }
 
 namespace {
 
 namespace fs = std::filesystem;
 
-// Decoded frames arrive as BGRA at "frames", are frosted in place there, and are encoded again
+// Decoded frames arrive as 4:2:0 planes at "frames", are frosted in place there, and are encoded again
 // at a quality where the re-encoding does not show. The queues let decoding, frosting and
 // encoding run side by side.
 constexpr const char* kVideoBranch =
-    "queue max-size-buffers=8 max-size-bytes=0 max-size-time=0 ! decodebin ! "
-    "videoconvert n-threads=0 dither=none ! video/x-raw,format=BGRA ! identity name=frames ! "
+    "queue name=in max-size-buffers=8 max-size-bytes=0 max-size-time=0 ! decodebin ! "
+    "videoconvert n-threads=0 dither=none ! video/x-raw,format=I420 ! identity name=frames ! "
     "queue max-size-buffers=4 max-size-bytes=0 max-size-time=0 ! "
-    "videoconvert n-threads=0 dither=none ! video/x-raw,format=I420 ! "
-    "x264enc speed-preset=ultrafast pass=qual quantizer=16 ! h264parse";
+    "x264enc speed-preset=ultrafast pass=qual quantizer=16 ! h264parse name=out";
 
 struct Bake {
     GstElement* pipeline = nullptr;
@@ -58,10 +81,17 @@ GstPadProbeReturn frostFrame(GstPad* pad, GstPadProbeInfo* info, gpointer data) 
         bake->failed = true;
         return GST_PAD_PROBE_DROP;
     }
-    cv::Mat pixels(GST_VIDEO_FRAME_HEIGHT(&frame), GST_VIDEO_FRAME_WIDTH(&frame), CV_8UC4,
-                   GST_VIDEO_FRAME_PLANE_DATA(&frame, 0),
-                   static_cast<std::size_t>(GST_VIDEO_FRAME_PLANE_STRIDE(&frame, 0)));
-    const bool frosted = (*bake->filter)(pixels);
+    const auto plane = [&](int index) {
+        return cv::Mat(GST_VIDEO_FRAME_COMP_HEIGHT(&frame, index),
+                       GST_VIDEO_FRAME_COMP_WIDTH(&frame, index), CV_8UC1,
+                       GST_VIDEO_FRAME_PLANE_DATA(&frame, index),
+                       static_cast<std::size_t>(GST_VIDEO_FRAME_PLANE_STRIDE(&frame, index)));
+    };
+    cv::Mat y = plane(0), u = plane(1), v = plane(2);
+    gdouble kr = 0.2126, kb = 0.0722; // BT.709 unless the stream says otherwise
+    gst_video_color_matrix_get_Kr_Kb(video.colorimetry.matrix, &kr, &kb);
+    const bool frosted = bake->filter->yuv420(y, u, v, kr, kb,
+                                              video.colorimetry.range == GST_VIDEO_COLOR_RANGE_0_255);
     gst_video_frame_unmap(&frame);
     if (!frosted) {
         bake->failed = true;
@@ -70,16 +100,27 @@ GstPadProbeReturn frostFrame(GstPad* pad, GstPadProbeInfo* info, gpointer data) 
     return GST_PAD_PROBE_OK;
 }
 
-// Adds a branch from a demuxer pad into a request pad of the muxer.
+// Gives the bin a pad of the same direction that stands for its child's pad.
+void exposePad(GstElement* bin, const char* child, const char* pad) {
+    auto element = gst::child(bin, child);
+    GstPad* target = gst_element_get_static_pad(element.get(), pad);
+    gst_element_add_pad(bin, gst_ghost_pad_new(pad, target));
+    gst_object_unref(target);
+}
+
+// Adds a branch from a demuxer pad into a request pad of the muxer. The branch's ends are
+// named "in" and "out"; pads that decodebin will link later must not be taken for them.
 bool addBranch(Bake& bake, GstPad* from, const char* description, const char* muxPad) {
     GError* error = nullptr;
-    GstElement* branch = gst_parse_bin_from_description(description, TRUE, &error);
+    GstElement* branch = gst_parse_bin_from_description(description, FALSE, &error);
     if (error) {
         g_error_free(error);
         if (branch)
             gst_object_unref(branch);
         return false;
     }
+    exposePad(branch, "in", "sink");
+    exposePad(branch, "out", "src");
     gst_bin_add(GST_BIN(bake.pipeline), branch);
     if (auto frames = gst::child(branch, "frames")) {
         GstPad* src = gst_element_get_static_pad(frames.get(), "src");
@@ -122,7 +163,7 @@ void streamAdded(GstElement*, GstPad* pad, gpointer data) {
         if (!addBranch(*bake, pad, kVideoBranch, "video_%u"))
             bake->failed = true;
     } else if (kind.starts_with("audio/")) {
-        if (!addBranch(*bake, pad, "queue", "audio_%u"))
+        if (!addBranch(*bake, pad, "queue name=in ! identity name=out", "audio_%u"))
             bake->failed = true;
     } else {
         drain(*bake, pad);

@@ -20,13 +20,18 @@ public:
     // place. Safe to call from several threads at once.
     class Filter {
     public:
-        Filter(std::vector<RedactShape> shapes, const RedactStyle& style)
-            : masks_(std::move(shapes)), style_(style) {}
+        Filter(const std::vector<RedactShape>& shapes, const RedactStyle& style)
+            : luma_(shapes), chroma_(shapes), style_(style) {}
         // False when no mask can be made for the frame's size.
         bool operator()(cv::Mat& bgra);
+        // The same on a decoded 4:2:0 frame's planes, so that what lies outside the zones
+        // passes through without a round trip to RGB. The tint is converted with the frame's
+        // colour matrix (Kr, Kb) and range.
+        bool yuv420(cv::Mat& y, cv::Mat& u, cv::Mat& v, double kr, double kb, bool fullRange);
 
     private:
-        MaskCache masks_;
+        MaskCache luma_;   // full-size planes and RGB frames
+        MaskCache chroma_; // the half-size planes
         RedactStyle style_;
     };
 

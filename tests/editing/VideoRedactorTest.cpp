@@ -1,0 +1,144 @@
+// Zones on clips: a real clip made here is baked, decoded and compared frame by frame.
+#include "editing/ImageRedactor.h"
+#include "editing/VideoRedactor.h"
+#include "library/FlowLibrary.h"
+#include "support/MediaProbe.h"
+#include "support/TestLibrary.h"
+
+#include <QCoreApplication>
+
+#include <gtest/gtest.h>
+
+using namespace varnel;
+using namespace varnel::test;
+
+namespace {
+
+constexpr int kWidth = 160;
+constexpr int kHeight = 240;
+constexpr int kFrames = 30;
+
+std::vector<cv::Mat> frames(const fs::path& clip) {
+    std::vector<cv::Mat> result;
+    readClip(clip, [&](int, const unsigned char* bgrx, int stride) {
+        cv::Mat frame(kHeight, kWidth, CV_8UC4, const_cast<unsigned char*>(bgrx),
+                      static_cast<std::size_t>(stride));
+        result.push_back(frame.clone());
+    });
+    return result;
+}
+
+double meanDifference(const cv::Mat& a, const cv::Mat& b) {
+    cv::Mat diff;
+    cv::absdiff(a, b, diff);
+    const cv::Scalar mean = cv::mean(diff);
+    return (mean[0] + mean[1] + mean[2]) / 3;
+}
+
+std::vector<std::string> bakeLeftovers(const fs::path& folder) {
+    std::vector<std::string> found;
+    for (const auto& name : FileOps::list(folder))
+        if (name.starts_with(".bake-"))
+            found.push_back(name);
+    return found;
+}
+
+class VideoRedactorTest : public ::testing::Test {
+protected:
+    VideoRedactorTest() {
+        folder = store().createEmptyFlow("Acme", "Clip", std::nullopt, Date{}).folderName;
+        EXPECT_TRUE(writeTestClip(dir / "in.mov", kWidth, kHeight, kFrames, true));
+        store().addScreens(folder, {dir / "in.mov"}, Date{});
+        sourceBytes = readFile(clip());
+    }
+    FlowStore& store() { return library.store(); }
+    fs::path clip() { return root / folder / "01.mov"; }
+
+    TempDir dir;
+    fs::path root = dir / "library";
+    FlowLibrary library{FlowStore(root)};
+    std::string folder;
+    std::string sourceBytes;
+    RedactStyle style = defaultStyle(RedactPreset::light);
+    std::vector<RedactShape> topQuarter = {{"", RedactShape::Kind::rect, {0, 0, 1, 0.25}}};
+};
+
+TEST_F(VideoRedactorTest, EveryFrameIsFrostedInsideTheZonesAndUnchangedOutside) {
+    const fs::path source = dir / "source.mov";
+    FileOps::copy(clip(), source);
+    std::vector<double> progress;
+    ASSERT_TRUE(VideoRedactor::bake(topQuarter, clip(), source, style,
+                                    [&](double done) { progress.push_back(done); }));
+    EXPECT_TRUE(bakeLeftovers(clip().parent_path()).empty());
+    EXPECT_EQ(soundTracks(clip()), 1) << "the sound is kept";
+    ASSERT_FALSE(progress.empty());
+    EXPECT_EQ(progress.back(), 1.0);
+
+    const auto before = frames(source);
+    const auto after = frames(clip());
+    ASSERT_EQ(before.size(), static_cast<std::size_t>(kFrames));
+    ASSERT_EQ(after.size(), before.size());
+    const cv::Rect zone(0, 0, kWidth, kHeight / 4);
+    const cv::Rect outside(0, kHeight / 4 + 2, kWidth, kHeight - kHeight / 4 - 2);
+    for (std::size_t i = 0; i < before.size(); ++i) {
+        cv::Mat expected = before[i].clone();
+        ImageRedactor::applyToPixels(topQuarter, expected, style);
+        EXPECT_GT(meanDifference(after[i](zone), before[i](zone)), 20) << "frame " << i;
+        EXPECT_LT(meanDifference(after[i](zone), expected(zone)), 3) << "frame " << i;
+        EXPECT_LT(meanDifference(after[i](outside), before[i](outside)), 2) << "frame " << i;
+    }
+}
+
+TEST_F(VideoRedactorTest, AFailedBakeLeavesTheClipAsItWas) {
+    const fs::path broken = dir / "broken.mov";
+    writeFile(broken, "not a movie at all");
+    EXPECT_FALSE(VideoRedactor::bake(topQuarter, clip(), broken, style));
+    EXPECT_EQ(readFile(clip()), sourceBytes);
+    EXPECT_TRUE(bakeLeftovers(clip().parent_path()).empty());
+
+    const std::atomic<bool> cancelled = true;
+    EXPECT_FALSE(VideoRedactor::bake(topQuarter, clip(), clip(), style, {}, &cancelled));
+    EXPECT_EQ(readFile(clip()), sourceBytes);
+    EXPECT_TRUE(bakeLeftovers(clip().parent_path()).empty());
+}
+
+TEST_F(VideoRedactorTest, TheLibraryRecordsZonesOnlyForABakedClip) {
+    std::optional<bool> result;
+    library.saveVideoEdits(folder, "01.mov", topQuarter, style, {},
+                           [&](bool saved) { result = saved; });
+    EXPECT_TRUE(library.isSavingVideo());
+    ASSERT_TRUE(waitUntil([&] { return result.has_value(); }, 60));
+    EXPECT_TRUE(*result);
+    EXPECT_FALSE(library.isSavingVideo());
+    EXPECT_EQ(readFile(root / folder / "01.orig.mov"), sourceBytes);
+    EXPECT_EQ(library.edits(folder, "01.mov").shapes.size(), 1u);
+
+    // A second save bakes from the original copy; a broken original fails it and records
+    // nothing new.
+    writeFile(root / folder / "01.orig.mov", "damaged");
+    const std::string baked = readFile(clip());
+    result.reset();
+    const std::vector<RedactShape> two = {topQuarter[0], {"", RedactShape::Kind::ellipse, {0, 0.5, 1, 0.5}}};
+    library.saveVideoEdits(folder, "01.mov", two, style, {}, [&](bool saved) { result = saved; });
+    ASSERT_TRUE(waitUntil([&] { return result.has_value(); }, 60));
+    EXPECT_FALSE(*result);
+    EXPECT_EQ(readFile(clip()), baked);
+    EXPECT_EQ(library.edits(folder, "01.mov").shapes.size(), 1u);
+
+    // No zones: a revert, nothing re-encoded.
+    writeFile(root / folder / "01.orig.mov", sourceBytes);
+    result.reset();
+    library.saveVideoEdits(folder, "01.mov", {}, style, {}, [&](bool saved) { result = saved; });
+    ASSERT_TRUE(result && *result) << "a revert answers at once";
+    EXPECT_EQ(readFile(clip()), sourceBytes);
+    EXPECT_FALSE(library.hasOriginal(folder, "01.mov"));
+    EXPECT_TRUE(library.edits(folder, "01.mov").shapes.empty());
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    QCoreApplication app(argc, argv);
+    ::testing::InitGoogleTest(&argc, argv);
+    return RUN_ALL_TESTS();
+}
