@@ -1,5 +1,6 @@
 #include "cli/Cli.h"
 #include "cli/CliCapture.h"
+#include "cli/CliEditing.h"
 #include "cli/CliSupport.h"
 
 #include "app/AppSettings.h"
@@ -80,6 +81,10 @@ Commands:
   capture --source ID [--stills N] [--interval SECONDS] [--clip SECONDS]
           --app A --name N [--category C]     capture a flow from a source; prints its folder
   capture --source ID ... --append FOLDER     add the captures to an existing flow
+  redact FOLDER FILE --zone rect|ellipse:X,Y,W,H ... [--preset light|dark]
+                                              blur zones (normalized, from the top-left) baked
+                                              into a still or clip; they replace its zones
+  revert FOLDER FILE                          discard a screen's edits, restore its original
 
 Options:
   --library DIR   the library folder
@@ -275,6 +280,8 @@ int run(const std::vector<std::string>& args, std::ostream& out, std::ostream& e
             {"import-app", [&] { return importApp(inv, store, out, err); }},
             {"sources", [&] { return sources(inv, out); }},
             {"capture", [&] { return capture(inv, store, out, err); }},
+            {"redact", [&] { return redact(inv, store, out, err); }},
+            {"revert", [&] { return revert(inv, store, out); }},
         };
         auto command = commands.find(inv.command);
         if (command == commands.end())

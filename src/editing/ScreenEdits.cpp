@@ -95,6 +95,19 @@ bool hasOriginal(const FlowStore& store, std::string_view folder, const std::str
     return FileOps::exists(originalURL(store, folder, filename));
 }
 
+std::vector<PatchDraft> patchDrafts(const FlowStore& store, std::string_view folder,
+                                    const std::string& filename) {
+    std::vector<PatchDraft> drafts;
+    for (const auto& patch : edits(store, folder, filename).patches) {
+        if (!LibraryLayout::isSafeFileName(patch.file))
+            continue;
+        cv::Mat image = ImageRedactor::load(store.screenURL(folder, patch.file));
+        if (!image.empty())
+            drafts.push_back({std::move(image), patch.rect});
+    }
+    return drafts;
+}
+
 void save(FlowStore& store, std::string_view folder, const std::string& filename,
           const std::vector<RedactShape>& shapes, const RedactStyle& style,
           const std::vector<PatchDraft>& drafts) {

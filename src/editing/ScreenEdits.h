@@ -42,6 +42,11 @@ std::filesystem::path editingSource(const FlowStore& store, std::string_view fol
                                     const std::string& filename);
 bool hasOriginal(const FlowStore& store, std::string_view folder, const std::string& filename);
 
+// The screen's stored patches as drafts, to be kept by a save; unreadable patch files are left
+// out.
+std::vector<PatchDraft> patchDrafts(const FlowStore& store, std::string_view folder,
+                                    const std::string& filename);
+
 // Bakes a still's patches (first) and zones into its file and records them.
 void save(FlowStore& store, std::string_view folder, const std::string& filename,
           const std::vector<RedactShape>& shapes, const RedactStyle& style,

@@ -1,0 +1,109 @@
+// `redact` and `revert` from the command line, on real pictures and a real clip.
+#include "cli/Cli.h"
+#include "cli/CliEditing.h"
+#include "editing/ImageRedactor.h"
+#include "support/MediaProbe.h"
+#include "support/TestLibrary.h"
+
+#include <QCoreApplication>
+
+#include <opencv2/imgcodecs.hpp>
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+using namespace varnel;
+using namespace varnel::test;
+
+namespace {
+
+struct Result {
+    int code;
+    std::string out;
+    std::string err;
+};
+
+class CliEditingTest : public ::testing::Test {
+protected:
+    CliEditingTest() {
+        folder = store.createEmptyFlow("Acme", "Sign up", std::nullopt, Date{}).folderName;
+        cv::Mat picture(200, 100, CV_8UC3);
+        cv::randu(picture, cv::Scalar::all(0), cv::Scalar::all(255));
+        cv::imwrite((dir / "in.png").string(), picture);
+        EXPECT_TRUE(writeTestClip(dir / "in.mov", 64, 96, 10, false));
+        store.addScreens(folder, {dir / "in.png", dir / "in.mov"}, Date{});
+        stillBytes = readFile(flowDir() / "01.png");
+    }
+    fs::path flowDir() const { return root / folder; }
+    Result cli(std::vector<std::string> args) {
+        args.insert(args.begin(), {"--library", root.string()});
+        std::ostringstream out, err;
+        const int code = cli::run(args, out, err);
+        return {code, out.str(), err.str()};
+    }
+
+    TempDir dir;
+    fs::path root = dir / "Library";
+    FlowStore store{root};
+    std::string folder;
+    std::string stillBytes;
+};
+
+TEST_F(CliEditingTest, RedactsAStillAndRevertsIt) {
+    const Result redacted =
+        cli({"redact", folder, "01.png", "--zone", "rect:0,0,1,0.25", "--preset", "dark"});
+    ASSERT_EQ(redacted.code, cli::kSuccess) << redacted.err;
+    EXPECT_EQ(readFile(flowDir() / "01.orig.png"), stillBytes);
+    const cv::Mat before = ImageRedactor::load(flowDir() / "01.orig.png");
+    const cv::Mat after = ImageRedactor::load(flowDir() / "01.png");
+    EXPECT_EQ(cv::norm(after.rowRange(60, 200), before.rowRange(60, 200), cv::NORM_INF), 0);
+    EXPECT_GT(cv::norm(after.rowRange(0, 40), before.rowRange(0, 40), cv::NORM_L1), 0);
+    const auto entry = *store.meta(folder).screen("01.png");
+    ASSERT_TRUE(entry.redactions);
+    EXPECT_EQ(entry.redactions->at(0).rect, (NormalizedRect{0, 0, 1, 0.25}));
+    EXPECT_EQ(entry.redactStyle, defaultStyle(RedactPreset::dark));
+
+    ASSERT_EQ(cli({"revert", folder, "01.png"}).code, cli::kSuccess);
+    EXPECT_EQ(readFile(flowDir() / "01.png"), stillBytes);
+    EXPECT_FALSE(fs::exists(flowDir() / "01.orig.png"));
+}
+
+TEST_F(CliEditingTest, RedactsAClip) {
+    const Result redacted = cli({"redact", folder, "02.mov", "--zone", "ellipse:0.25,0.25,0.5,0.5"});
+    ASSERT_EQ(redacted.code, cli::kSuccess) << redacted.err;
+    EXPECT_NE(redacted.err.find("Re-encoding the clip"), std::string::npos);
+    EXPECT_TRUE(fs::exists(flowDir() / "02.orig.mov"));
+    const auto clip = readClip(flowDir() / "02.mov");
+    ASSERT_TRUE(clip);
+    EXPECT_EQ(clip->frames, 10);
+    EXPECT_EQ(store.meta(folder).screen("02.mov")->redactions->size(), 1u);
+}
+
+TEST_F(CliEditingTest, RefusesBadZonesAndUnknownScreens) {
+    for (const std::vector<std::string>& bad :
+         {std::vector<std::string>{"redact", folder, "01.png"},
+          {"redact", folder, "01.png", "--zone", "square:0,0,1,1"},
+          {"redact", folder, "01.png", "--zone", "rect:0,0,1"},
+          {"redact", folder, "01.png", "--zone", "rect:0.5,0,0.6,1"},
+          {"redact", folder, "01.png", "--zone", "rect:0,0,0,1"},
+          {"redact", folder, "01.png", "--zone", "rect:0,0,1,1", "--preset", "sepia"},
+          {"revert", folder}})
+        EXPECT_EQ(cli(bad).code, cli::kUsage) << bad.back();
+    EXPECT_EQ(readFile(flowDir() / "01.png"), stillBytes) << "nothing written";
+
+    const Result missing = cli({"redact", folder, "07.png", "--zone", "rect:0,0,1,1"});
+    EXPECT_EQ(missing.code, cli::kFailed);
+    EXPECT_NE(missing.err.find("07.png"), std::string::npos) << missing.err;
+    EXPECT_EQ(cli::parseZone("ellipse:0.1,0.2,0.3,0.4").kind, RedactShape::Kind::ellipse);
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    TempDir config;
+    setenv("XDG_CONFIG_HOME", config.path().c_str(), 1);
+    QCoreApplication app(argc, argv);
+    ::testing::InitGoogleTest(&argc, argv);
+    return RUN_ALL_TESTS();
+}
