@@ -12,12 +12,13 @@ namespace varnel::bench {
 
 namespace fs = std::filesystem;
 
-TempFolder::TempFolder()
-    : path(fs::temp_directory_path() / ("varnel-bench-" + newUUIDString())) {
+TempFolder::TempFolder() : path(fs::temp_directory_path() / ("varnel-bench-" + newUUIDString())) {
     fs::create_directories(path);
 }
 
-TempFolder::~TempFolder() { fs::remove_all(path); }
+TempFolder::~TempFolder() {
+    fs::remove_all(path);
+}
 
 QImage phoneScreen() {
     QImage image(kWidth, kHeight, QImage::Format_RGB32);

@@ -2,10 +2,10 @@
 // long live preview (P8).
 #include "BenchScreen.h"
 #include "capture/CaptureService.h"
-#include "library/PngWriter.h"
 #include "capture/SessionController.h"
 #include "library/FlowStore.h"
 #include "library/GstSupport.h"
+#include "library/PngWriter.h"
 #include "library/Uuid.h"
 #include "support/MediaProbe.h"
 #include "ui/LivePreview.h"

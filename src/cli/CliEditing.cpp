@@ -58,13 +58,13 @@ void requireScreen(FlowStore& store, const std::string& folder, const std::strin
 RedactShape parseZone(const std::string& text) {
     const auto colon = text.find(':');
     const auto kind = redactShapeKind(text.substr(0, colon));
-    const auto values = colon == std::string::npos ? std::vector<double>{}
-                                                   : numbers(text.substr(colon + 1));
+    const auto values =
+        colon == std::string::npos ? std::vector<double>{} : numbers(text.substr(colon + 1));
     if (!kind || values.size() != 4)
         throw UsageError("a zone is rect|ellipse:x,y,w,h, not “" + text + "”");
     const NormalizedRect rect{values[0], values[1], values[2], values[3]};
-    if (rect.x < 0 || rect.y < 0 || !(rect.width > 0) || !(rect.height > 0) ||
-        rect.maxX() > 1 || rect.maxY() > 1)
+    if (rect.x < 0 || rect.y < 0 || !(rect.width > 0) || !(rect.height > 0) || rect.maxX() > 1 ||
+        rect.maxY() > 1)
         throw UsageError("the zone “" + text + "” must lie within 0..1 and have a size");
     return {newUUIDString(), *kind, rect};
 }

@@ -78,14 +78,34 @@ std::optional<Handle> handleAt(const NormalizedRect& rect, ViewPoint point, View
 NormalizedRect resized(const NormalizedRect& rect, Handle handle, ViewPoint to) {
     double x0 = rect.minX(), y0 = rect.minY(), x1 = rect.maxX(), y1 = rect.maxY();
     switch (handle) {
-    case Handle::topLeft: x0 = to.x; y0 = to.y; break;
-    case Handle::top: y0 = to.y; break;
-    case Handle::topRight: x1 = to.x; y0 = to.y; break;
-    case Handle::right: x1 = to.x; break;
-    case Handle::bottomRight: x1 = to.x; y1 = to.y; break;
-    case Handle::bottom: y1 = to.y; break;
-    case Handle::bottomLeft: x0 = to.x; y1 = to.y; break;
-    case Handle::left: x0 = to.x; break;
+    case Handle::topLeft:
+        x0 = to.x;
+        y0 = to.y;
+        break;
+    case Handle::top:
+        y0 = to.y;
+        break;
+    case Handle::topRight:
+        x1 = to.x;
+        y0 = to.y;
+        break;
+    case Handle::right:
+        x1 = to.x;
+        break;
+    case Handle::bottomRight:
+        x1 = to.x;
+        y1 = to.y;
+        break;
+    case Handle::bottom:
+        y1 = to.y;
+        break;
+    case Handle::bottomLeft:
+        x0 = to.x;
+        y1 = to.y;
+        break;
+    case Handle::left:
+        x0 = to.x;
+        break;
     }
     const double left = clamp01(std::min(x0, x1)), right = clamp01(std::max(x0, x1));
     const double top = clamp01(std::min(y0, y1)), bottom = clamp01(std::max(y0, y1));
@@ -114,8 +134,8 @@ double snappedLine(double value, bool horizontalAxis, const std::vector<Normaliz
                    double imageExtent) {
     if (!(imageExtent > 0))
         return value;
-    return value + snapShift({value, value, value}, horizontalAxis, others,
-                             kSnapDistance / imageExtent);
+    return value +
+           snapShift({value, value, value}, horizontalAxis, others, kSnapDistance / imageExtent);
 }
 
 double clampedZoom(double zoom) {

@@ -107,8 +107,7 @@ void EditorState::deleteSelection() {
     if (selection_.empty() && !patchSelection_)
         return;
     snapshot();
-    std::erase_if(current_.shapes,
-                  [&](const RedactShape& s) { return selection_.contains(s.id); });
+    std::erase_if(current_.shapes, [&](const RedactShape& s) { return selection_.contains(s.id); });
     if (patchSelection_)
         std::erase_if(current_.patches,
                       [&](const EditorPatch& p) { return p.id == *patchSelection_; });
@@ -129,7 +128,8 @@ void EditorState::selectAll() {
         selection_.insert(shape.id);
 }
 
-bool EditorState::pasteZones(const EditorClipboard& clipboard, const std::filesystem::path& screen) {
+bool EditorState::pasteZones(const EditorClipboard& clipboard,
+                             const std::filesystem::path& screen) {
     if (!clipboard.zones() || clipboard.zones()->shapes.empty())
         return false;
     const bool sameScreen = clipboard.zones()->sourceURL == screen || lastPasteTarget_ == screen;

@@ -36,7 +36,8 @@ void draw(const cv::Mat& patch, const NormalizedRect& rect, cv::Mat& bgra) {
     cv::resize(patch, scaled, cv::Size(x1 - x0, y1 - y0), 0, 0,
                shrinking ? cv::INTER_AREA : cv::INTER_LINEAR);
     // Only the part that falls on the picture is drawn.
-    const cv::Rect target = cv::Rect(x0, y0, x1 - x0, y1 - y0) & cv::Rect(0, 0, bgra.cols, bgra.rows);
+    const cv::Rect target =
+        cv::Rect(x0, y0, x1 - x0, y1 - y0) & cv::Rect(0, 0, bgra.cols, bgra.rows);
     if (target.empty())
         return;
     cv::Mat region = bgra(target);

@@ -1,7 +1,7 @@
 #include "editing/ImageRedactor.h"
 
-#include "library/Errors.h"
 #include "editing/GaussianBlur.h"
+#include "library/Errors.h"
 #include "library/FileOps.h"
 #include "library/PngWriter.h"
 
@@ -62,9 +62,10 @@ void paintZone(cv::Mat& mask, RedactShape::Kind kind, double x, double y, double
     }
 }
 
-// The pixels the zones touch, whole pixels outward, within the picture.
-cv::Rect coveredArea(const std::vector<RedactShape>& shapes, int width, int height) {
-    cv::Rect area;
+// The pixels each zone touches, whole pixels outward, within the picture; zones that overlap
+// share one area, so that no pixel is blended twice.
+std::vector<cv::Rect> coveredAreas(const std::vector<RedactShape>& shapes, int width, int height) {
+    std::vector<cv::Rect> areas;
     for (const auto& shape : shapes) {
         const auto& r = shape.rect;
         if (!(r.width > 0) || !(r.height > 0))
@@ -73,11 +74,23 @@ cv::Rect coveredArea(const std::vector<RedactShape>& shapes, int width, int heig
         const int y0 = static_cast<int>(std::floor(std::clamp(r.minY(), 0.0, 1.0) * height));
         const int x1 = static_cast<int>(std::ceil(std::clamp(r.maxX(), 0.0, 1.0) * width));
         const int y1 = static_cast<int>(std::ceil(std::clamp(r.maxY(), 0.0, 1.0) * height));
-        const cv::Rect pixels(x0, y0, x1 - x0, y1 - y0);
-        if (!pixels.empty())
-            area = area.empty() ? pixels : (area | pixels);
+        cv::Rect area(x0, y0, x1 - x0, y1 - y0);
+        if (area.empty())
+            continue;
+        // Absorb every area this one meets, until none is left to meet.
+        for (bool merged = true; merged;) {
+            merged = false;
+            for (auto it = areas.begin(); it != areas.end(); ++it)
+                if (!(*it & area).empty()) {
+                    area |= *it;
+                    areas.erase(it);
+                    merged = true;
+                    break;
+                }
+        }
+        areas.push_back(area);
     }
-    return area & cv::Rect(0, 0, width, height);
+    return areas;
 }
 
 // The frosted picture over `area` only. A Gaussian of sigma s reaches 3s pixels (OpenCV's
@@ -96,7 +109,8 @@ cv::Mat frostedArea(const cv::Mat& image, const cv::Rect& area, const Frost& fro
 
 Frost Frost::forBGRA(const RedactStyle& style) {
     const auto level = [](double c) { return std::clamp(c, 0.0, 1.0) * 255; };
-    return {style.blur, {level(style.blue), level(style.green), level(style.red), -1},
+    return {style.blur,
+            {level(style.blue), level(style.green), level(style.red), -1},
             std::clamp(style.opacity, 0.0, 1.0)};
 }
 
@@ -151,11 +165,16 @@ bool applyFrost(const std::vector<RedactShape>& shapes, cv::Mat& image, const Fr
                 const cv::Mat& mask) {
     if (mask.size() != image.size())
         return false;
-    const cv::Rect area = coveredArea(shapes, image.cols, image.rows);
-    if (area.empty())
-        return true;
-    cv::Mat region = image(area);
-    blendInto(region, frostedArea(image, area, frost), mask(area));
+    // Every area is frosted from the untouched picture before any is blended in.
+    const auto areas = coveredAreas(shapes, image.cols, image.rows);
+    std::vector<cv::Mat> frosted;
+    frosted.reserve(areas.size());
+    for (const auto& area : areas)
+        frosted.push_back(frostedArea(image, area, frost));
+    for (std::size_t i = 0; i < areas.size(); ++i) {
+        cv::Mat region = image(areas[i]);
+        blendInto(region, frosted[i], mask(areas[i]));
+    }
     return true;
 }
 

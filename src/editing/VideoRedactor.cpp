@@ -50,8 +50,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Decoded frames arrive as 4:2:0 planes at "frames", are frosted in place there, and are encoded again
-// at a quality where the re-encoding does not show. The queues let decoding, frosting and
+// Decoded frames arrive as 4:2:0 planes at "frames", are frosted in place there, and are encoded
+// again at a quality where the re-encoding does not show. The queues let decoding, frosting and
 // encoding run side by side.
 constexpr const char* kVideoBranch =
     "queue name=in max-size-buffers=8 max-size-bytes=0 max-size-time=0 ! decodebin ! "
@@ -90,8 +90,8 @@ GstPadProbeReturn frostFrame(GstPad* pad, GstPadProbeInfo* info, gpointer data) 
     cv::Mat y = plane(0), u = plane(1), v = plane(2);
     gdouble kr = 0.2126, kb = 0.0722; // BT.709 unless the stream says otherwise
     gst_video_color_matrix_get_Kr_Kb(video.colorimetry.matrix, &kr, &kb);
-    const bool frosted = bake->filter->yuv420(y, u, v, kr, kb,
-                                              video.colorimetry.range == GST_VIDEO_COLOR_RANGE_0_255);
+    const bool frosted = bake->filter->yuv420(
+        y, u, v, kr, kb, video.colorimetry.range == GST_VIDEO_COLOR_RANGE_0_255);
     gst_video_frame_unmap(&frame);
     if (!frosted) {
         bake->failed = true;
@@ -187,9 +187,9 @@ bool syncToDisk(const fs::path& file) {
     return ok;
 }
 
-bool runBake(const std::vector<RedactShape>& shapes, const fs::path& output,
-             const fs::path& source, const RedactStyle& style,
-             const std::function<void(double)>& progress, const std::atomic<bool>* cancel) {
+bool runBake(const std::vector<RedactShape>& shapes, const fs::path& output, const fs::path& source,
+             const RedactStyle& style, const std::function<void(double)>& progress,
+             const std::atomic<bool>* cancel) {
     if (!gst::initialize() || !fs::is_regular_file(source))
         return false;
     VideoRedactor::Filter filter(shapes, style);

@@ -40,9 +40,8 @@ public:
     // replaces it only when complete; otherwise that file is removed and the destination stays
     // as it was. Blocks until done; `progress` gets 0..1, and setting `cancel` stops the bake.
     static bool bake(const std::vector<RedactShape>& shapes,
-                     const std::filesystem::path& destination,
-                     const std::filesystem::path& source, const RedactStyle& style,
-                     const std::function<void(double)>& progress = {},
+                     const std::filesystem::path& destination, const std::filesystem::path& source,
+                     const RedactStyle& style, const std::function<void(double)>& progress = {},
                      const std::atomic<bool>* cancel = nullptr);
 };
 

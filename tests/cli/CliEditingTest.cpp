@@ -1,6 +1,6 @@
 // `redact` and `revert` from the command line, on real pictures and a real clip.
-#include "cli/Cli.h"
 #include "cli/CliEditing.h"
+#include "cli/Cli.h"
 #include "editing/ImageRedactor.h"
 #include "support/MediaProbe.h"
 #include "support/TestLibrary.h"
@@ -70,7 +70,8 @@ TEST_F(CliEditingTest, RedactsAStillAndRevertsIt) {
 }
 
 TEST_F(CliEditingTest, RedactsAClip) {
-    const Result redacted = cli({"redact", folder, "02.mov", "--zone", "ellipse:0.25,0.25,0.5,0.5"});
+    const Result redacted =
+        cli({"redact", folder, "02.mov", "--zone", "ellipse:0.25,0.25,0.5,0.5"});
     ASSERT_EQ(redacted.code, cli::kSuccess) << redacted.err;
     EXPECT_NE(redacted.err.find("Re-encoding the clip"), std::string::npos);
     EXPECT_TRUE(fs::exists(flowDir() / "02.orig.mov"));

@@ -1,6 +1,6 @@
 // The editor's rules: history, geometry, snapping, zoom and pan, clipboard, edited state.
-#include "editing/EditorGeometry.h"
 #include "editing/EditorState.h"
+#include "editing/EditorGeometry.h"
 
 #include <gtest/gtest.h>
 

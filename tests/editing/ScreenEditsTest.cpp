@@ -1,8 +1,8 @@
 // Saving and reverting a screen's zones and patches: the baked file, its untouched original,
 // the patch files and the records, on real pictures in a real library folder.
+#include "editing/ScreenEdits.h"
 #include "editing/ImagePatcher.h"
 #include "editing/ImageRedactor.h"
-#include "editing/ScreenEdits.h"
 #include "support/TestLibrary.h"
 
 #include <opencv2/imgcodecs.hpp>
@@ -22,8 +22,8 @@ cv::Mat stripes(int width, int height) {
     cv::Mat image(height, width, CV_8UC4);
     for (int y = 0; y < height; ++y)
         for (int x = 0; x < width; ++x)
-            image.at<cv::Vec4b>(y, x) = ((x / 3 + y / 5) % 2) ? cv::Vec4b(10, 60, 220, 255)
-                                                              : cv::Vec4b(240, 230, 20, 255);
+            image.at<cv::Vec4b>(y, x) =
+                ((x / 3 + y / 5) % 2) ? cv::Vec4b(10, 60, 220, 255) : cv::Vec4b(240, 230, 20, 255);
     return image;
 }
 

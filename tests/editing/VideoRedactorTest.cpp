@@ -1,6 +1,6 @@
 // Zones on clips: a real clip made here is baked, decoded and compared frame by frame.
-#include "editing/ImageRedactor.h"
 #include "editing/VideoRedactor.h"
+#include "editing/ImageRedactor.h"
 #include "library/FlowLibrary.h"
 #include "support/MediaProbe.h"
 #include "support/TestLibrary.h"
@@ -118,7 +118,8 @@ TEST_F(VideoRedactorTest, TheLibraryRecordsZonesOnlyForABakedClip) {
     writeFile(root / folder / "01.orig.mov", "damaged");
     const std::string baked = readFile(clip());
     result.reset();
-    const std::vector<RedactShape> two = {topQuarter[0], {"", RedactShape::Kind::ellipse, {0, 0.5, 1, 0.5}}};
+    const std::vector<RedactShape> two = {topQuarter[0],
+                                          {"", RedactShape::Kind::ellipse, {0, 0.5, 1, 0.5}}};
     library.saveVideoEdits(folder, "01.mov", two, style, {}, [&](bool saved) { result = saved; });
     ASSERT_TRUE(waitUntil([&] { return result.has_value(); }, 60));
     EXPECT_FALSE(*result);
