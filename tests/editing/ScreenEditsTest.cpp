@@ -137,7 +137,8 @@ TEST_F(ScreenEditsTest, RevertPutsTheOriginalBackAndForgetsEverything) {
     const auto records = ScreenEdits::edits(store, folder, "01.png");
     EXPECT_TRUE(records.shapes.empty());
     EXPECT_FALSE(records.style);
-    const ScreenRef* entry = store.meta(folder).screen("01.png");
+    const FlowMeta meta = store.meta(folder);
+    const ScreenRef* entry = meta.screen("01.png");
     EXPECT_FALSE(entry->redactions || entry->patches || entry->redactStyle)
         << "no empty keys left in meta.json";
 }
