@@ -1,6 +1,7 @@
 // Headless capture from a camera that GStreamer's device monitor lists.
 #include "cli/Cli.h"
 #include "library/FlowStore.h"
+#include "support/CliRun.h"
 #include "support/MediaProbe.h"
 #include "support/TestCamera.h"
 #include "support/TestLibrary.h"
@@ -18,15 +19,10 @@ using namespace varnel::test;
 
 namespace {
 
-struct Result {
-    int code;
-    std::string out, err;
-};
+using Result = CliResult;
 
 Result run(std::vector<std::string> args) {
-    std::ostringstream out, err;
-    const int code = cli::run(args, out, err);
-    return {code, out.str(), err.str()};
+    return runCli(std::move(args));
 }
 
 class CliCaptureTest : public ::testing::Test {

@@ -2,6 +2,7 @@
 #include "cli/CliEditing.h"
 #include "cli/Cli.h"
 #include "editing/ImageRedactor.h"
+#include "support/CliRun.h"
 #include "support/MediaProbe.h"
 #include "support/TestLibrary.h"
 
@@ -18,11 +19,7 @@ using namespace varnel::test;
 
 namespace {
 
-struct Result {
-    int code;
-    std::string out;
-    std::string err;
-};
+using Result = CliResult;
 
 class CliEditingTest : public ::testing::Test {
 protected:
@@ -36,12 +33,7 @@ protected:
         stillBytes = readFile(flowDir() / "01.png");
     }
     fs::path flowDir() const { return root / folder; }
-    Result cli(std::vector<std::string> args) {
-        args.insert(args.begin(), {"--library", root.string()});
-        std::ostringstream out, err;
-        const int code = cli::run(args, out, err);
-        return {code, out.str(), err.str()};
-    }
+    Result cli(std::vector<std::string> args) { return runCli(std::move(args), root.string()); }
 
     TempDir dir;
     fs::path root = dir / "Library";

@@ -1,5 +1,6 @@
 #include "cli/Cli.h"
 #include "app/LibraryLock.h"
+#include "support/CliRun.h"
 #include "support/TestLibrary.h"
 
 #include <gtest/gtest.h>
@@ -11,23 +12,14 @@ using namespace varnel::test;
 
 namespace {
 
-struct Result {
-    int code;
-    std::string out;
-    std::string err;
-};
+using Result = CliResult;
 
 class CliTest : public ::testing::Test {
 protected:
     TempDir dir;
     fs::path root = dir / "Library";
 
-    Result cli(std::vector<std::string> args) {
-        args.insert(args.begin(), {"--library", root.string()});
-        std::ostringstream out, err;
-        const int code = cli::run(args, out, err);
-        return {code, out.str(), err.str()};
-    }
+    Result cli(std::vector<std::string> args) { return runCli(std::move(args), root.string()); }
 };
 
 } // namespace
