@@ -1,5 +1,6 @@
 #include "comments/CommentThreadLogic.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <limits>
 
@@ -43,6 +44,19 @@ std::size_t pinCount(const std::vector<ScreenComment>& pins,
     if (pins.size() > std::numeric_limits<std::size_t>::max() - remote)
         std::abort();
     return pins.size() + remote;
+}
+
+std::vector<std::string> previewLines(const FigmaThread& thread, std::size_t shownReplies) {
+    const auto line = [](const std::string& handle, const std::string& text) {
+        return handle.empty() ? text : handle + ": " + text;
+    };
+    std::vector<std::string> lines{line(thread.authorHandle, thread.text)};
+    const std::size_t shown = std::min(shownReplies, thread.replies.size());
+    for (std::size_t i = 0; i < shown; ++i)
+        lines.push_back(line(thread.replies[i].authorHandle, thread.replies[i].text));
+    if (const std::size_t rest = thread.replies.size() - shown; rest > 0)
+        lines.push_back(std::to_string(rest) + " more replies");
+    return lines;
 }
 
 } // namespace varnel::CommentThreadLogic

@@ -25,4 +25,8 @@ std::vector<const FigmaThread*> remotePins(const std::vector<FigmaThread>& threa
 std::size_t pinCount(const std::vector<ScreenComment>& pins,
                      const std::vector<FigmaThread>& threads);
 
+// The lines of a pin's preview card: "handle: text" of the root and of the first `shownReplies`
+// replies, then "<n> more replies" for the rest.
+std::vector<std::string> previewLines(const FigmaThread& thread, std::size_t shownReplies);
+
 } // namespace varnel::CommentThreadLogic

@@ -152,7 +152,11 @@ bool EditorState::pasteZones(const EditorClipboard& clipboard,
 bool EditorState::pastePatch(const EditorClipboard& clipboard, bool screenIsStill) {
     if (!screenIsStill || !clipboard.patch())
         return false;
-    addPatch(clipboard.patch()->image.clone(), clipboard.patch()->rect);
+    NormalizedRect rect = clipboard.patch()->rect;
+    rect.x += kPasteOffset;
+    rect.y += kPasteOffset;
+    selection_.clear();
+    addPatch(clipboard.patch()->image.clone(), rect);
     return true;
 }
 

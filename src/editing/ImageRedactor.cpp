@@ -225,6 +225,8 @@ bool writePng(const cv::Mat& bgra, const std::filesystem::path& file) {
 
 cv::Mat load(const std::filesystem::path& file) {
     cv::Mat image = cv::imread(file.string(), cv::IMREAD_UNCHANGED);
+    if (image.depth() == CV_16U) // 16-bit PNGs exist; what is baked and shown is 8-bit
+        image.convertTo(image, CV_8U, 1.0 / 257);
     if (image.empty() || image.depth() != CV_8U)
         return {};
     cv::Mat bgra;

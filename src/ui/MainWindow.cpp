@@ -1,4 +1,5 @@
 #include "ui/MainWindow.h"
+#include "ui/ScreenEditor.h"
 
 #include "app/AppSettings.h"
 #include "capture/DeviceManager.h"
@@ -226,8 +227,9 @@ void MainWindow::buildMenus() {
         edit->addAction(tr("Select All in Flow"), gallery_, &GalleryView::selectAllInFlow);
     selectAllAction_->setShortcut(QKeySequence::SelectAll);
     edit->addSeparator();
-    later(edit->addAction(tr("Edit Screen…")))->setShortcut(QKeySequence(tr("Ctrl+E")));
-    later(edit->addAction(tr("Revert to Original")));
+    editScreenAction_ = edit->addAction(tr("Edit Screen…"), this, &MainWindow::editScreen);
+    editScreenAction_->setShortcut(QKeySequence(tr("Ctrl+E")));
+    revertAction_ = edit->addAction(tr("Revert to Original"), this, &MainWindow::revertToOriginal);
 
     QMenu* flow = menuBar()->addMenu(tr("F&low"));
     renameFlowAction_ = flow->addAction(tr("Rename Flow…"), this, &MainWindow::renameFlow);
@@ -341,6 +343,9 @@ void MainWindow::updateActions() {
     deleteApplicationAction_->setEnabled(application);
     previewAction_->setEnabled(screen);
     renameScreenAction_->setEnabled(screen);
+    editScreenAction_->setEnabled(screen);
+    revertAction_->setEnabled(screen && library_.hasOriginal(gallery_->currentScreen()->folder,
+                                                             gallery_->currentScreen()->filename));
     duplicateAction_->setEnabled(screen);
     deleteAction_->setEnabled(screen || flow);
     selectAllAction_->setEnabled(flow);
@@ -355,6 +360,8 @@ void MainWindow::showContextMenu(const QPoint& globalPosition) {
     QMenu menu(this);
     if (gallery_->currentScreen()) {
         menu.addAction(previewAction_);
+        menu.addAction(editScreenAction_);
+        menu.addAction(revertAction_);
         menu.addAction(renameScreenAction_);
         menu.addAction(duplicateAction_);
         menu.addAction(deleteAction_);

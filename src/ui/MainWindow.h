@@ -28,6 +28,7 @@ class FlowLibrary;
 class GlobalHotkey;
 class GalleryView;
 class LibrarySidebar;
+class ScreenEditor;
 class ScreenPreview;
 
 // The library window: the sidebar of applications and categories, the gallery of flows and
@@ -43,6 +44,7 @@ public:
     LibrarySidebar& sidebar() const { return *sidebar_; }
     ThumbnailCache& thumbnails() { return thumbnails_; }
     ScreenPreview* preview() const { return preview_; }
+    ScreenEditor* editor() const;
     // The application the commands on a whole application work on: the one selected in the
     // sidebar, or else the current flow's.
     std::optional<std::string> selectedApplication() const;
@@ -64,6 +66,8 @@ public:
     // Screens.
     void showPreview();
     void renameScreen();
+    void editScreen();
+    void revertToOriginal();
     void duplicateScreens();
     void deleteSelection();
     // Flows.
@@ -118,6 +122,8 @@ private:
     QAction* deleteApplicationAction_ = nullptr;
     QAction* previewAction_ = nullptr;
     QAction* renameScreenAction_ = nullptr;
+    QAction* editScreenAction_ = nullptr;
+    QAction* revertAction_ = nullptr;
     QAction* duplicateAction_ = nullptr;
     QAction* deleteAction_ = nullptr;
     QAction* selectAllAction_ = nullptr;
@@ -130,6 +136,7 @@ private:
     std::unique_ptr<DeviceManager> devices_;
     std::unique_ptr<GlobalHotkey> hotkey_;
     QPointer<CaptureWindow> captureWindow_;
+    QPointer<ScreenEditor> editor_;
 };
 
 } // namespace varnel

@@ -3,6 +3,7 @@
 #include "ui/GalleryView.h"
 #include "ui/MainWindow.h"
 #include "ui/Messages.h"
+#include "ui/ScreenEditor.h"
 #include "ui/ScreenPreview.h"
 
 #include <QDesktopServices>
@@ -69,6 +70,45 @@ void MainWindow::renameScreen() {
             library_.renameScreen(current->folder, current->filename, chosen.toStdString());
         }))
         gallery_->selectScreen(*current);
+}
+
+ScreenEditor* MainWindow::editor() const {
+    return editor_;
+}
+
+void MainWindow::editScreen() {
+    const auto current = gallery_->currentScreen();
+    if (!current)
+        return;
+    if (editor_ && editor_->folder() == current->folder) {
+        editor_->showScreen(current->filename);
+    } else {
+        if (editor_ && !editor_->close())
+            return;
+        attempt(tr("Couldn’t open the editor"), [&] {
+            editor_ =
+                new ScreenEditor(library_, settings_, current->folder, current->filename, this);
+            editor_->setWindowFlag(Qt::Window);
+        });
+    }
+    if (!editor_)
+        return;
+    editor_->show();
+    editor_->raise();
+    editor_->activateWindow();
+}
+
+void MainWindow::revertToOriginal() {
+    const auto current = gallery_->currentScreen();
+    if (!current || !library_.hasOriginal(current->folder, current->filename))
+        return;
+    if (!confirmDestructive(this,
+                            tr("Revert this screen to the original? All blur zones and clone "
+                               "patches will be discarded."),
+                            {}, tr("Revert")))
+        return;
+    library_.revertScreen(current->folder, current->filename);
+    gallery_->selectScreen(*current);
 }
 
 void MainWindow::duplicateScreens() {

@@ -123,6 +123,16 @@ TEST(CommentThreadLogicTest, PinsMeetTheirThreads) {
     // Two local pins (one of them is P1's) plus R1; R2, R3 and P1's thread are not counted.
     EXPECT_EQ(CommentThreadLogic::pinCount({local, published}, threads), 3u);
     EXPECT_EQ(CommentThreadLogic::pinCount({}, {}), 0u);
+
+    FigmaThread busy = thread("P1", 0.1, 0.1, false, 4);
+    busy.authorHandle = "ana";
+    busy.text = "Label cut off";
+    const auto card = CommentThreadLogic::previewLines(busy, 2);
+    ASSERT_EQ(card.size(), 4u);
+    EXPECT_EQ(card[0], "ana: Label cut off");
+    EXPECT_EQ(card[3], "2 more replies");
+    EXPECT_EQ(CommentThreadLogic::previewLines(busy, 9).size(), 5u) << "all shown, no count";
+    EXPECT_EQ(CommentThreadLogic::previewLines(thread("R1"), 2).size(), 1u);
 }
 
 class StoredPinsTest : public ::testing::Test {

@@ -133,7 +133,10 @@ TEST(EditorClipboardTest, CopiesPastesAndRepeatedPastesOffset) {
     EXPECT_EQ(clipboard.lastCopiedKind(), EditorClipboard::ItemKind::patch);
     EXPECT_FALSE(state.pastePatch(clipboard, false)) << "patches only go onto stills";
     EXPECT_TRUE(state.pastePatch(clipboard, true));
-    EXPECT_EQ(state.patches().size(), 1u);
+    ASSERT_EQ(state.patches().size(), 1u);
+    EXPECT_DOUBLE_EQ(state.patches()[0].rect.x, 0.12) << "beside the pixels it copies";
+    EXPECT_EQ(state.patchSelection(), state.patches()[0].id);
+    EXPECT_TRUE(state.selection().empty()) << "the pasted patch alone is selected";
 }
 
 } // namespace

@@ -98,6 +98,13 @@ TEST_F(RedactorTest, TheSourceIsReadAndTheDestinationWritten) {
                                       std::nullopt, style));
     EXPECT_EQ(readFile(file), "not a picture");
     EXPECT_FALSE(ImageRedactor::apply({}, copy, std::nullopt, style)) << "no zones, no write";
+
+    cv::Mat deep;
+    original.convertTo(deep, CV_16U, 257);
+    cv::imwrite(copy.string(), deep);
+    const cv::Mat loaded = ImageRedactor::load(copy);
+    ASSERT_EQ(loaded.type(), CV_8UC4) << "16-bit pictures are read as 8-bit";
+    EXPECT_EQ(cv::norm(loaded, original, cv::NORM_INF), 0);
 }
 
 TEST(MaskTest, RectanglesAndEllipsesWithSoftEdges) {

@@ -1,0 +1,128 @@
+#include "ui/ThreadPanel.h"
+
+#include "ui/Messages.h"
+
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QLineEdit>
+#include <QMessageBox>
+#include <QPushButton>
+#include <QVBoxLayout>
+
+namespace varnel {
+
+namespace {
+
+QLabel* messageLabel(const std::string& author, const std::string& text, QWidget* parent) {
+    auto* label = new QLabel(parent);
+    label->setWordWrap(true);
+    label->setTextFormat(Qt::RichText);
+    const QString who = author.empty() ? QObject::tr("You") : qs(author).toHtmlEscaped();
+    label->setText(QStringLiteral("<b>%1</b><br>%2").arg(who, qs(text).toHtmlEscaped()));
+    label->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    return label;
+}
+
+} // namespace
+
+ThreadPanel::ThreadPanel(QWidget* parent)
+    : QFrame(parent), title_(new QLabel(tr("Comment"), this)), messages_(new QVBoxLayout),
+      locked_(new QLabel(tr("Editing is locked because the thread has replies"), this)),
+      note_(new QLabel(this)), edit_(new QPushButton(tr("Edit comment"), this)),
+      replyField_(new QLineEdit(this)), reply_(new QPushButton(tr("Reply"), this)),
+      open_(new QPushButton(tr("Open in Figma"), this)),
+      delete_(new QPushButton(tr("Delete thread…"), this)) {
+    setFrameShape(QFrame::StyledPanel);
+    setMinimumWidth(240);
+    setMaximumWidth(320);
+    QFont bold = title_->font();
+    bold.setBold(true);
+    title_->setFont(bold);
+    locked_->setWordWrap(true);
+    locked_->setEnabled(false);
+    note_->setWordWrap(true);
+    note_->hide();
+    replyField_->setPlaceholderText(tr("Reply"));
+
+    auto* layout = new QVBoxLayout(this);
+    layout->addWidget(title_);
+    layout->addLayout(messages_);
+    layout->addWidget(locked_);
+    layout->addWidget(edit_);
+    auto* replyRow = new QHBoxLayout;
+    replyRow->addWidget(replyField_);
+    replyRow->addWidget(reply_);
+    layout->addLayout(replyRow);
+    layout->addWidget(open_);
+    layout->addWidget(delete_);
+    layout->addWidget(note_);
+    layout->addStretch();
+    auto* close = new QPushButton(tr("Close"), this);
+    layout->addWidget(close);
+    setFigmaActions({});
+
+    connect(edit_, &QPushButton::clicked, this, &ThreadPanel::editRequested);
+    connect(close, &QPushButton::clicked, this, &ThreadPanel::closeRequested);
+    const auto sendReply = [this] {
+        const QString text = replyField_->text().trimmed();
+        if (text.isEmpty() || !actions_.reply)
+            return;
+        actions_.reply(rootId_, text.toStdString());
+        replyField_->clear();
+    };
+    connect(reply_, &QPushButton::clicked, this, sendReply);
+    connect(replyField_, &QLineEdit::returnPressed, this, sendReply);
+    connect(open_, &QPushButton::clicked, this, [this] {
+        if (actions_.open)
+            actions_.open(rootId_);
+    });
+    connect(delete_, &QPushButton::clicked, this, [this] {
+        if (!actions_.deleteThread)
+            return;
+        const bool confirmed =
+            !hasReplies_ ||
+            (confirm_ ? confirm_()
+                      : confirmDestructive(
+                            this, tr("Delete this thread? Its replies are deleted with it."), {},
+                            tr("Delete thread")));
+        if (confirmed)
+            actions_.deleteThread(rootId_);
+    });
+}
+
+void ThreadPanel::setFigmaActions(FigmaActions actions) {
+    actions_ = std::move(actions);
+    replyField_->setVisible(bool(actions_.reply));
+    reply_->setVisible(bool(actions_.reply));
+    open_->setVisible(bool(actions_.open));
+    delete_->setVisible(bool(actions_.deleteThread));
+}
+
+void ThreadPanel::clearMessages() {
+    while (QLayoutItem* item = messages_->takeAt(0)) {
+        delete item->widget();
+        delete item;
+    }
+}
+
+void ThreadPanel::showThread(const FigmaThread& thread, bool editable, bool editLocked) {
+    rootId_ = thread.rootId;
+    hasReplies_ = !thread.replies.empty();
+    clearMessages();
+    messages_->addWidget(messageLabel(thread.authorHandle, thread.text, this));
+    for (const auto& reply : thread.replies) {
+        QLabel* label = messageLabel(reply.authorHandle, reply.text, this);
+        label->setContentsMargins(14, 0, 0, 0);
+        messages_->addWidget(label);
+    }
+    edit_->setVisible(editable && !editLocked);
+    locked_->setVisible(editable && editLocked);
+    note_->hide();
+}
+
+void ThreadPanel::setNote(const QString& note) {
+    note_->setText(note);
+    note_->setVisible(!note.isEmpty());
+}
+
+} // namespace varnel

@@ -1,0 +1,65 @@
+#pragma once
+
+#ifndef Q_MOC_RUN // moc cannot parse the C++20 standard headers
+#include "figma/FigmaThread.h"
+
+#include <functional>
+#include <string>
+#endif
+
+#include <QFrame>
+
+class QLabel;
+class QLineEdit;
+class QPushButton;
+class QVBoxLayout;
+
+namespace varnel {
+
+// The conversation of one pin: the thread's root and replies with their authors, and what can
+// be done with it. Replying, deleting and opening in Figma need Figma; their buttons show only
+// once those actions are given.
+class ThreadPanel : public QFrame {
+    Q_OBJECT
+
+public:
+    struct FigmaActions {
+        std::function<void(const std::string& rootId, const std::string& text)> reply;
+        std::function<void(const std::string& rootId)> deleteThread;
+        std::function<void(const std::string& rootId)> open;
+    };
+
+    explicit ThreadPanel(QWidget* parent = nullptr);
+
+    void setFigmaActions(FigmaActions actions);
+    // `editable`: the thread is this screen's own pin, so its text may be edited unless locked.
+    void showThread(const FigmaThread& thread, bool editable, bool editLocked);
+    const std::string& rootId() const { return rootId_; }
+    // A line under the thread, for what Figma answered.
+    void setNote(const QString& note);
+    // Asked before deleting a thread with replies; tests answer it themselves.
+    void setDeleteConfirmation(std::function<bool()> confirm) { confirm_ = std::move(confirm); }
+
+signals:
+    void editRequested();
+    void closeRequested();
+
+private:
+    void clearMessages();
+
+    QLabel* title_;
+    QVBoxLayout* messages_;
+    QLabel* locked_;
+    QLabel* note_;
+    QPushButton* edit_;
+    QLineEdit* replyField_;
+    QPushButton* reply_;
+    QPushButton* open_;
+    QPushButton* delete_;
+    FigmaActions actions_;
+    std::string rootId_;
+    bool hasReplies_ = false;
+    std::function<bool()> confirm_;
+};
+
+} // namespace varnel
