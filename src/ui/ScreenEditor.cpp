@@ -134,6 +134,10 @@ ScreenEditor::~ScreenEditor() = default;
 
 QWidget* ScreenEditor::buildTopBar() {
     auto* bar = new QWidget(this);
+    // The current tool and theme must stand out from the buttons around them.
+    bar->setStyleSheet("QToolButton { padding: 3px 8px; }"
+                       "QToolButton:checked { background: palette(highlight);"
+                       " color: palette(highlighted-text); border-radius: 3px; }");
     auto* row = new QHBoxLayout(bar);
     row->setContentsMargins(8, 6, 8, 6);
 
@@ -348,11 +352,14 @@ void ScreenEditor::load(std::size_t index) {
     tools_->button(static_cast<int>(EditorMode::patch))->setEnabled(!clip_);
 
     const FlowMeta& meta = library_.meta(folder_);
-    QString name = QString::number(index_ + 1);
+    QString name = tr("Screen %1").arg(index_ + 1);
+    QString position = tr("Screen %1 of %2").arg(index_ + 1).arg(screens_.size());
     for (const auto& screen : meta.screens)
-        if (screen.filename == filename_ && screen.name)
+        if (screen.filename == filename_ && screen.name) {
             name = qs(*screen.name);
-    screenLabel_->setText(tr("%1 — %2 of %3").arg(name).arg(index_ + 1).arg(screens_.size()));
+            position = tr("%1 — %2 of %3").arg(name).arg(index_ + 1).arg(screens_.size());
+        }
+    screenLabel_->setText(position);
     setWindowTitle(tr("%1 — %2").arg(qs(meta.name), name));
     updateClipBar();
     updateActions();
@@ -628,9 +635,13 @@ void ScreenEditor::save() {
                 self->frostedFrame_ = nullptr;
                 self->showClipFrame();
             } else if (!ok) {
-                QMessageBox::warning(self, tr("The video couldn't be saved."),
-                                     tr("The clip on disk is unchanged. Your zones are still "
-                                        "here — try saving again."));
+                auto* alert =
+                    new QMessageBox(QMessageBox::Warning, tr("The video couldn't be saved."),
+                                    tr("The video couldn't be saved."), QMessageBox::Ok, self);
+                alert->setInformativeText(tr("The clip on disk is unchanged. Your zones are still "
+                                             "here — try saving again."));
+                alert->setAttribute(Qt::WA_DeleteOnClose);
+                alert->open();
             }
             self->updateActions();
             emit self->clipSaveFinished(ok);

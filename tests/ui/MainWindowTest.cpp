@@ -5,6 +5,7 @@
 #include "ui/CategorizeDialog.h"
 #include "ui/GalleryView.h"
 #include "ui/LibrarySidebar.h"
+#include "ui/ScreenEditor.h"
 #include "ui/ScreenPreview.h"
 
 #include <QAction>
@@ -381,6 +382,31 @@ TEST_F(MainWindowTest, StatusSumsUpTheLibraryAndSaysWhenItCantBeRead) {
     library.reload();
     EXPECT_TRUE(status->text().startsWith("Couldn’t read the library"))
         << status->text().toStdString();
+}
+
+TEST_F(MainWindowTest, TheEditorOpensOnTheCurrentScreenAndRevertNeedsAnOriginal) {
+    QAction* edit = window->action("Edit Screen…");
+    QAction* revert = window->action("Revert to Original");
+    ASSERT_TRUE(edit && revert);
+    window->gallery().selectScreen({SampleLibrary::signUp, "01.png"});
+    EXPECT_TRUE(edit->isEnabled());
+    EXPECT_FALSE(revert->isEnabled()) << "never edited";
+    window->gallery().selectScreen({SampleLibrary::signUp, "02.png"});
+    EXPECT_TRUE(revert->isEnabled()) << "an original copy is kept";
+
+    edit->trigger();
+    ScreenEditor* editor = window->editor();
+    ASSERT_TRUE(editor);
+    EXPECT_TRUE(editor->isVisible());
+    EXPECT_EQ(editor->folder(), SampleLibrary::signUp);
+    EXPECT_EQ(editor->filename(), "02.png");
+    EXPECT_EQ(editor->state().shapes().size(), 1u) << "its stored zone";
+
+    // Asked again for another screen of the same flow, the same editor steps there.
+    window->gallery().selectScreen({SampleLibrary::signUp, "01.png"});
+    edit->trigger();
+    EXPECT_EQ(window->editor(), editor);
+    EXPECT_EQ(editor->filename(), "01.png");
 }
 
 int main(int argc, char** argv) {
