@@ -11,6 +11,7 @@
 #include <QPainter>
 #include <QPainterPath>
 #include <QToolButton>
+#include <QToolTip>
 #include <QWheelEvent>
 
 #include <algorithm>
@@ -768,6 +769,39 @@ QImage EditorCanvas::patchImage(const EditorPatch& patch) {
 }
 
 // --- Comment pins ---
+
+QString EditorCanvas::pinCard(QPointF point) const {
+    // Two replies are enough to follow a conversation; the rest are counted.
+    constexpr std::size_t kShownReplies = 2;
+    const auto card = [](const FigmaThread& thread) {
+        QStringList lines;
+        for (const auto& line : CommentThreadLogic::previewLines(thread, kShownReplies))
+            lines << QString::fromStdString(line);
+        return lines.join('\n');
+    };
+    if (const auto pin = pinAt(point)) {
+        if (const FigmaThread* thread = CommentThreadLogic::thread(pins_[*pin], threads_))
+            return card(*thread);
+        return QString::fromStdString(pins_[*pin].text);
+    }
+    if (const auto root = remotePinAt(point))
+        for (const auto& thread : threads_)
+            if (thread.rootId == *root)
+                return card(thread);
+    return {};
+}
+
+bool EditorCanvas::event(QEvent* event) {
+    if (event->type() != QEvent::ToolTip)
+        return QWidget::event(event);
+    auto* help = static_cast<QHelpEvent*>(event);
+    const QString text = pinCard(help->pos());
+    if (text.isEmpty())
+        QToolTip::hideText();
+    else
+        QToolTip::showText(help->globalPos(), text, this);
+    return true;
+}
 
 void EditorCanvas::setComments(std::vector<ScreenComment> pins, std::vector<FigmaThread> threads,
                                bool enabled) {

@@ -63,6 +63,8 @@ public:
     void editPin(const std::string& id);
     bool isDrafting() const { return draft_.has_value(); }
     QLineEdit* draftField() const { return draftField_; }
+    // The preview card of the pin under a point: its thread's messages, or its own text.
+    QString pinCard(QPointF point) const;
 
 signals:
     // Zones or patches changed; also during drags.
@@ -77,6 +79,7 @@ signals:
     void remotePinActivated(const QString& rootId);
 
 protected:
+    bool event(QEvent* event) override;
     void paintEvent(QPaintEvent* event) override;
     void mousePressEvent(QMouseEvent* event) override;
     void mouseMoveEvent(QMouseEvent* event) override;

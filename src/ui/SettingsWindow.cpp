@@ -1,5 +1,7 @@
 #include "ui/SettingsWindow.h"
 
+#include "editing/ImageRedactor.h"
+
 #include "ui/Messages.h"
 
 #include "app/AppSettings.h"
@@ -207,6 +209,11 @@ QWidget* SettingsWindow::redactionTab() {
     auto* presetRow = new QHBoxLayout;
     preset_ = choice(tab, presetRow, {tr("Light captures"), tr("Dark captures")}, 0);
     layout->addLayout(presetRow);
+    preview_ = new QLabel(tab);
+    preview_->setObjectName("redactionPreview");
+    preview_->setFixedSize(260, 132);
+    preview_->setToolTip(tr("A made-up screen, its right half blurred as zones will be"));
+    layout->addWidget(preview_, 0, Qt::AlignHCenter);
 
     auto* form = new QFormLayout;
     blur_ = slider(tab, 1, 150, 50);
@@ -255,6 +262,15 @@ void SettingsWindow::showPresetStyle() {
     color_->setStyleSheet(
         QString("QPushButton { border-left: 18px solid %1; padding: 4px 8px; }").arg(tint.name()));
     loadingStyle_ = false;
+    showPreview(dark, style);
+}
+
+void SettingsWindow::showPreview(bool dark, const RedactStyle& style) {
+    const cv::Mat sample =
+        ImageRedactor::samplePreview(preview_->width(), preview_->height(), dark, style);
+    const QImage image(sample.data, sample.cols, sample.rows, static_cast<qsizetype>(sample.step),
+                       QImage::Format_ARGB32);
+    preview_->setPixmap(QPixmap::fromImage(image.copy()));
 }
 
 void SettingsWindow::editPresetStyle() {
@@ -267,6 +283,7 @@ void SettingsWindow::editPresetStyle() {
         settings_.setRedactDark(style);
     else
         settings_.setRedactLight(style);
+    showPreview(preset_->checkedId() == 1, style);
 }
 
 QWidget* SettingsWindow::storageTab() {

@@ -1,5 +1,9 @@
 #pragma once
 
+#ifndef Q_MOC_RUN // moc cannot parse the C++20 standard headers
+#include "editing/RedactRecords.h"
+#endif
+
 #include <QDialog>
 
 #include <memory>
@@ -40,6 +44,7 @@ private:
     QWidget* figmaTab();
     void showPresetStyle();
     void editPresetStyle();
+    void showPreview(bool dark, const RedactStyle& style);
 
     AppSettings& settings_;
     QTabWidget* tabs_;
@@ -48,6 +53,7 @@ private:
     QSlider* opacity_ = nullptr;
     QPushButton* color_ = nullptr;
     QLabel* rootLabel_ = nullptr;
+    QLabel* preview_ = nullptr;
     bool loadingStyle_ = false;
     // Plays a sound when it is picked.
     std::unique_ptr<ShutterSound> sound_;

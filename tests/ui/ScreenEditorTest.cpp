@@ -340,6 +340,9 @@ TEST_F(ScreenEditorTest, PublishedPinsShowTheirThread) {
         return static_cast<QPushButton*>(nullptr);
     };
 
+    EXPECT_EQ(canvas().pinCard(at(0.5, 0.5)), "Label cut off\nana: Fixed in the next build");
+    EXPECT_EQ(canvas().pinCard(at(0.2, 0.8)), "bo: Why two buttons?");
+    EXPECT_EQ(canvas().pinCard(at(0.7, 0.7)), "") << "no pin there";
     QTest::mouseClick(&canvas(), Qt::LeftButton, {}, at(0.5, 0.5));
     ASSERT_TRUE(editor->threadPanel().isVisible());
     EXPECT_FALSE(canvas().isDrafting()) << "a pin with replies opens its thread, not the field";

@@ -5,6 +5,7 @@
 #include <QApplication>
 #include <QButtonGroup>
 #include <QCheckBox>
+#include <QLabel>
 #include <QRadioButton>
 #include <QSlider>
 #include <QTabWidget>
@@ -91,6 +92,25 @@ TEST_F(SettingsWindowTest, EachRedactionPresetKeepsItsOwnStyle) {
     blur->setValue(20);
     EXPECT_EQ(fresh()->redactDark(), (RedactStyle{0, 0, 0, 0.35, 20}));
     EXPECT_EQ(fresh()->redactLight().blur, 80);
+}
+
+TEST_F(SettingsWindowTest, RedactionPreviewFollowsThePresetAndItsControls) {
+    SettingsWindow window(*settings);
+    auto* preview = find<QLabel>(window, "redactionPreview");
+    const auto picture = [&] { return preview->pixmap().toImage(); };
+    ASSERT_EQ(picture().size(), QSize(260, 132));
+    // The left half is the sample as it is; the right half is frosted with the style.
+    const QPoint left(60, 5); // background
+    const QPoint right(200, 100);
+    const QImage light = picture();
+
+    find<QSlider>(window, "opacity")->setValue(100);
+    EXPECT_EQ(picture().pixelColor(right), QColor(Qt::white)) << "a full white tint";
+    EXPECT_EQ(picture().pixel(left), light.pixel(left));
+
+    radio(window, "Dark captures")->click();
+    EXPECT_LT(picture().pixelColor(right).lightness(), 60) << "the dark sample, dark frost";
+    EXPECT_NE(picture().pixel(left), light.pixel(left)) << "the dark sample";
 }
 
 int main(int argc, char** argv) {
