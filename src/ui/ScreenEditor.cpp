@@ -634,6 +634,7 @@ void ScreenEditor::save() {
                 self->player_->open(self->library_.editingSourceURL(folder, file));
                 self->frostedFrame_ = nullptr;
                 self->showClipFrame();
+                self->updateClipBar();
             } else if (!ok) {
                 auto* alert =
                     new QMessageBox(QMessageBox::Warning, tr("The video couldn't be saved."),
