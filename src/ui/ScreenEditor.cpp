@@ -17,7 +17,9 @@
 #include <QButtonGroup>
 #include <QCloseEvent>
 #include <QHBoxLayout>
+#include <QInputDialog>
 #include <QLabel>
+#include <QLineEdit>
 #include <QMenuBar>
 #include <QMessageBox>
 #include <QPointer>
@@ -249,6 +251,17 @@ void ScreenEditor::buildMenus() {
     screen->addAction(tr("Next Screen"), this, [this] { step(1); })
         ->setShortcut(QKeySequence(Qt::Key_PageDown));
     screen->addSeparator();
+    screen
+        ->addAction(tr("Rename Screen…"), this,
+                    [this] {
+                        bool ok = false;
+                        const QString name = QInputDialog::getText(
+                            this, tr("Rename Screen"), tr("Name shown under the screen:"),
+                            QLineEdit::Normal, screenName(), &ok);
+                        if (ok)
+                            rename(name);
+                    })
+        ->setShortcut(QKeySequence(Qt::Key_F2));
     screen->addAction(tr("Save"), this, &ScreenEditor::save)->setShortcut(QKeySequence::Save);
     screen->addAction(tr("Revert…"), this, &ScreenEditor::revert)
         ->setStatusTip(tr("Discard all edits and restore the original"));
@@ -351,18 +364,33 @@ void ScreenEditor::load(std::size_t index) {
     tools_->button(static_cast<int>(canvas_->mode()))->setChecked(true);
     tools_->button(static_cast<int>(EditorMode::patch))->setEnabled(!clip_);
 
-    const FlowMeta& meta = library_.meta(folder_);
-    QString name = tr("Screen %1").arg(index_ + 1);
-    QString position = tr("Screen %1 of %2").arg(index_ + 1).arg(screens_.size());
-    for (const auto& screen : meta.screens)
-        if (screen.filename == filename_ && screen.name) {
-            name = qs(*screen.name);
-            position = tr("%1 — %2 of %3").arg(name).arg(index_ + 1).arg(screens_.size());
-        }
-    screenLabel_->setText(position);
-    setWindowTitle(tr("%1 — %2").arg(qs(meta.name), name));
+    showTitle();
     updateClipBar();
     updateActions();
+}
+
+QString ScreenEditor::screenName() const {
+    if (const ScreenRef* screen = library_.meta(folder_).screen(filename_))
+        return qs(screen->name.value_or(""));
+    return {};
+}
+
+void ScreenEditor::showTitle() {
+    const QString name = screenName();
+    const QString position = tr("%1 of %2").arg(index_ + 1).arg(screens_.size());
+    screenLabel_->setText(name.isEmpty() ? tr("Screen %1").arg(position)
+                                         : tr("%1 — %2").arg(name, position));
+    setWindowTitle(tr("%1 — %2").arg(qs(library_.meta(folder_).name),
+                                     name.isEmpty() ? tr("Screen %1").arg(index_ + 1) : name));
+}
+
+void ScreenEditor::rename(const QString& name) {
+    try {
+        library_.renameScreen(folder_, filename_, name.toStdString());
+    } catch (const std::exception& e) {
+        showError(this, tr("Couldn’t rename the screen"), qs(e.what()));
+    }
+    showTitle();
 }
 
 bool ScreenEditor::step(int delta) {

@@ -81,6 +81,9 @@ public:
     void pastePixels();
     void setPreset(RedactPreset preset);
     void setComparing(bool comparing);
+    // The screen's display name; blank removes it.
+    void rename(const QString& name);
+    QString screenName() const;
 
 signals:
     // A clip's save ended (true: baked and recorded).
@@ -107,6 +110,7 @@ private:
     void savePins();
     void openThread(const std::string& rootId, const std::optional<std::string>& pinId);
     void flashSaved();
+    void showTitle();
     void setBusy(bool busy);
     std::filesystem::path screenPath() const;
 

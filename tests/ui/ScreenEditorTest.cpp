@@ -191,6 +191,10 @@ TEST_F(ScreenEditorTest, LeavingWithUnsavedEditsAsksFirst) {
     open();
     EXPECT_TRUE(editor->step(1)) << "nothing edited: no question";
     EXPECT_TRUE(questions.empty());
+    editor->rename("  Wallet ");
+    EXPECT_EQ(editor->screenName(), "Wallet");
+    EXPECT_TRUE(editor->windowTitle().endsWith("Wallet"));
+    EXPECT_EQ(library.meta(folder).screens[1].name, "Wallet");
     EXPECT_TRUE(editor->step(-1));
 
     drawZone(EditorMode::rectangle, 0.1, 0.1, 0.5, 0.5);
