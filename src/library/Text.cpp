@@ -1,5 +1,9 @@
 #include "library/Text.h"
 
+#include <QString>
+
+#include <algorithm>
+
 namespace varnel::Text {
 
 std::string trimmed(std::string_view text) {
@@ -18,6 +22,22 @@ std::optional<std::string> nonBlank(const std::optional<std::string>& text) {
     if (t.empty())
         return std::nullopt;
     return t;
+}
+
+std::string lowercased(std::string_view text) {
+    // ASCII, the common case, without a round trip through UTF-16.
+    const bool ascii = std::all_of(text.begin(), text.end(),
+                                   [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+    if (ascii) {
+        std::string lower(text);
+        for (char& c : lower)
+            if (c >= 'A' && c <= 'Z')
+                c = static_cast<char>(c - 'A' + 'a');
+        return lower;
+    }
+    return QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size()))
+        .toLower()
+        .toStdString();
 }
 
 } // namespace varnel::Text
