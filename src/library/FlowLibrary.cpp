@@ -16,7 +16,9 @@ FlowLibrary::FlowLibrary(FlowStore store, QObject* parent)
 
 FlowLibrary::~FlowLibrary() {
     cancelVideo_->store(true);
+    cancelOCR_->store(true);
     videoPool_.waitForDone();
+    ocrPool_.waitForDone();
 }
 
 void FlowLibrary::open() {
@@ -27,6 +29,12 @@ void FlowLibrary::open() {
 }
 
 void FlowLibrary::setRoot(const std::filesystem::path& root) {
+    // A pass over the old library is stopped and its results dropped.
+    cancelOCR_->store(true);
+    ++ocrGeneration_;
+    ocrIndexing_ = ocrRerunRequested_ = false;
+    ocrIndex_.clear();
+    mediaIndex_.clear();
     store_ = FlowStore(root);
     open();
 }
@@ -49,6 +57,8 @@ void FlowLibrary::reload() {
     }
     applications_ = CategorySuggestions::applications(summaries_);
     emit changed();
+    if (automaticText_)
+        refreshOCRIndex();
 }
 
 const FlowMeta& FlowLibrary::meta(const std::string& folderName) {
@@ -275,7 +285,9 @@ void FlowLibrary::saveVideoEdits(const std::string& folderName, const std::strin
             bool saved = baked;
             if (baked) {
                 try {
-                    mutate([&] { ScreenEdits::recordClip(store_, folderName, filename, shapes, style); });
+                    mutate([&] {
+                        ScreenEdits::recordClip(store_, folderName, filename, shapes, style);
+                    });
                 } catch (const std::exception& e) {
                     qWarning("The clip %s/%s was baked but its zones weren't recorded: %s",
                              folderName.c_str(), filename.c_str(), e.what());

@@ -9,6 +9,7 @@
 #include "library/FlowStore.h"
 #include "library/FlowSummary.h"
 #include "library/ThumbEdits.h"
+#include "text/OCRIndex.h"
 
 #include <QObject>
 #include <QThreadPool>
@@ -124,9 +125,34 @@ public:
     // Deletes every flow of the application; returns how many went.
     std::size_t deleteApplication(const std::string& name);
 
+    // Text recognized on the still screens, and how many stills and clips each flow has, by
+    // flow folder; rebuilt by refresh passes.
+    const std::map<std::string, FlowTextIndex>& ocrIndex() const { return ocrIndex_; }
+    const std::map<std::string, MediaCounts>& mediaIndex() const { return mediaIndex_; }
+    bool isIndexingText() const { return ocrIndexing_; }
+    // Brings every flow's "ocr.json" up to date on a worker thread, one flow and one screen at
+    // a time, and rebuilds the indexes. Requests during a pass lead to exactly one more pass.
+    void refreshOCRIndex();
+    // With this on, opening the library and every reload after a change start a pass.
+    void setAutomaticTextRecognition(bool on) { automaticText_ = on; }
+    // Waits for the running pass (tests and the command line).
+    void waitForTextRecognition();
+    std::vector<TextLine> textLines(const std::string& folderName,
+                                    const std::string& filename) const;
+    void saveTextLines(const std::string& folderName, const std::string& filename,
+                       const std::vector<TextLine>& lines);
+    // How the recognizer is made, on the worker thread; Tesseract unless replaced (tests).
+    using RecognizerFactory = std::function<OCRIndex::Recognizer()>;
+    void setRecognizerFactory(RecognizerFactory factory) {
+        recognizerFactory_ = std::move(factory);
+    }
+
 signals:
     // After every reload.
     void changed();
+    // The text index of a flow was updated; `remaining` screens are still to be read.
+    void ocrIndexChanged();
+    void ocrProgress(int remaining);
     // After a screen operation, for the thumbnail cache.
     void thumbnailsChanged(const varnel::ThumbEdits& edits);
 
@@ -145,6 +171,18 @@ private:
     QThreadPool videoPool_;
     std::shared_ptr<std::atomic<bool>> cancelVideo_ = std::make_shared<std::atomic<bool>>(false);
     int videoSaves_ = 0;
+
+    void startOCRPass();
+    void finishOCRPass(unsigned generation);
+    std::map<std::string, FlowTextIndex> ocrIndex_;
+    std::map<std::string, MediaCounts> mediaIndex_;
+    bool ocrIndexing_ = false;
+    bool ocrRerunRequested_ = false;
+    bool automaticText_ = false;
+    unsigned ocrGeneration_ = 0;
+    QThreadPool ocrPool_;
+    std::shared_ptr<std::atomic<bool>> cancelOCR_ = std::make_shared<std::atomic<bool>>(false);
+    RecognizerFactory recognizerFactory_;
 };
 
 } // namespace varnel

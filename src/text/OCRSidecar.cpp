@@ -29,7 +29,8 @@ Json OCRSidecar::toJson() const {
         screensJson[file] =
             Json{{"text", entry.text},
                  {"mtime", entry.mtime},
-                 {"lines", coding::writeArray(entry.lines, [](const TextLine& l) { return l.toJson(); })}};
+                 {"lines",
+                  coding::writeArray(entry.lines, [](const TextLine& l) { return l.toJson(); })}};
     }
     Json json{{"screens", screensJson}};
     if (version)

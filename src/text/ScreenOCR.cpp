@@ -84,9 +84,10 @@ std::vector<TextObservation> ScreenOCR::observe(const cv::Mat& gray) {
         const std::string trimmed = Text::trimmed(text.get());
         if (trimmed.empty())
             continue;
-        found.push_back({trimmed, it->Confidence(level) / 100.0,
-                         {left / width, 1 - bottom / height, (right - left) / width,
-                          (bottom - top) / height}});
+        found.push_back(
+            {trimmed,
+             it->Confidence(level) / 100.0,
+             {left / width, 1 - bottom / height, (right - left) / width, (bottom - top) / height}});
     } while (it->Next(level));
     api_->Clear();
     return found;

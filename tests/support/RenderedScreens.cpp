@@ -41,8 +41,14 @@ const Copy& copyFor(RenderedScreen::Language language, int variant) {
          "Commander"},
     };
     static const Copy korean[] = {
-        {"설정", {"계정 정보", "알림 설정", "개인정보 보호", "결제 수단"}, {"버전 정보", "고객 센터"}, "로그아웃"},
-        {"장바구니", {"배송 주소", "주문 내역", "할인 쿠폰", "결제 하기"}, {"무료 반품", "세금 포함"}, "주문하기"},
+        {"설정",
+         {"계정 정보", "알림 설정", "개인정보 보호", "결제 수단"},
+         {"버전 정보", "고객 센터"},
+         "로그아웃"},
+        {"장바구니",
+         {"배송 주소", "주문 내역", "할인 쿠폰", "결제 하기"},
+         {"무료 반품", "세금 포함"},
+         "주문하기"},
     };
     const Copy* table = language == RenderedScreen::Language::english  ? english
                         : language == RenderedScreen::Language::french ? french
@@ -80,9 +86,9 @@ RenderedScreen renderScreen(RenderedScreen::Language language, bool dark, int va
         font.setBold(bold);
         painter.setFont(font);
         painter.setPen(colour);
-        const QRect box = painter.boundingRect(QRect(x, y, kWidth - 2 * x, size * 2),
-                                               Qt::AlignLeft | Qt::AlignTop,
-                                               QString::fromUtf8(words));
+        const QRect box =
+            painter.boundingRect(QRect(x, y, kWidth - 2 * x, size * 2),
+                                 Qt::AlignLeft | Qt::AlignTop, QString::fromUtf8(words));
         painter.drawText(box, Qt::AlignLeft | Qt::AlignTop, QString::fromUtf8(words));
         addWords(screen.words, words);
         return box;
@@ -114,7 +120,8 @@ RenderedScreen renderScreen(RenderedScreen::Language language, bool dark, int va
 double wordRecall(const std::vector<std::string>& expected, const std::string& text) {
     const QString lower = QString::fromStdString(text).toLower();
     std::set<QString> found;
-    for (const QString& word : lower.split(QRegularExpression("[\\s,.:;!?()]+"), Qt::SkipEmptyParts))
+    for (const QString& word :
+         lower.split(QRegularExpression("[\\s,.:;!?()]+"), Qt::SkipEmptyParts))
         found.insert(word);
     if (expected.empty())
         return 1;

@@ -1,0 +1,118 @@
+// The library's text index: refresh passes over every flow's "ocr.json" on a worker thread.
+#include "library/FlowLibrary.h"
+
+#include "text/ScreenOCR.h"
+
+#include <QCoreApplication>
+#include <QMetaObject>
+
+#include <set>
+
+namespace varnel {
+
+namespace {
+
+// Tesseract is loaded only when a picture needs reading, and once per pass.
+OCRIndex::Recognizer tesseractRecognizer() {
+    auto engine = std::make_shared<std::unique_ptr<ScreenOCR>>();
+    return [engine](const std::filesystem::path& file) -> std::optional<std::vector<TextLine>> {
+        if (!*engine)
+            *engine = std::make_unique<ScreenOCR>();
+        return (*engine)->recognize(file);
+    };
+}
+
+} // namespace
+
+void FlowLibrary::refreshOCRIndex() {
+    if (ocrIndexing_) {
+        ocrRerunRequested_ = true;
+        return;
+    }
+    ocrIndexing_ = true;
+    startOCRPass();
+}
+
+void FlowLibrary::startOCRPass() {
+    std::vector<std::string> folders;
+    for (const auto& summary : summaries_)
+        folders.push_back(summary.folderName);
+    const unsigned generation = ocrGeneration_;
+    cancelOCR_ = std::make_shared<std::atomic<bool>>(false);
+    ocrPool_.setMaxThreadCount(1);
+    ocrPool_.start([this, root = store_.root(), folders, generation, cancel = cancelOCR_,
+                    factory = recognizerFactory_] {
+        const FlowStore store(root);
+        OCRIndex::Recognizer recognize = factory ? factory() : tesseractRecognizer();
+        // Reading each flow's sidecar first tells how much there is to do.
+        int remaining = 0;
+        for (const auto& folder : folders) {
+            try {
+                remaining += static_cast<int>(OCRIndex::staleScreens(store, folder).size());
+            } catch (const std::exception&) {
+            }
+        }
+        const auto post = [this, generation](auto apply) {
+            QMetaObject::invokeMethod(this, [this, generation, apply] {
+                if (generation == ocrGeneration_)
+                    apply();
+            });
+        };
+        post([this, remaining] { emit ocrProgress(remaining); });
+        for (const auto& folder : folders) {
+            if (*cancel)
+                break;
+            try {
+                const auto recognized = [&] {
+                    --remaining;
+                    post([this, left = remaining] { emit ocrProgress(left); });
+                };
+                auto derived = OCRIndex::derive(store, folder, recognize, recognized, cancel.get());
+                post([this, folder, derived = std::move(derived)] {
+                    ocrIndex_[folder] = derived.text;
+                    mediaIndex_[folder] = derived.media;
+                    emit ocrIndexChanged();
+                });
+            } catch (const std::exception&) {
+                // An unreadable flow has no text; the gallery shows why elsewhere.
+            }
+        }
+        post([this, generation] { finishOCRPass(generation); });
+    });
+}
+
+void FlowLibrary::finishOCRPass(unsigned generation) {
+    if (generation != ocrGeneration_)
+        return;
+    ocrIndexing_ = false;
+    // Flows deleted since the pass began.
+    std::set<std::string> present;
+    for (const auto& summary : summaries_)
+        present.insert(summary.folderName);
+    std::erase_if(ocrIndex_, [&](const auto& entry) { return !present.contains(entry.first); });
+    std::erase_if(mediaIndex_, [&](const auto& entry) { return !present.contains(entry.first); });
+    emit ocrProgress(0);
+    if (ocrRerunRequested_) {
+        ocrRerunRequested_ = false;
+        refreshOCRIndex();
+    }
+}
+
+void FlowLibrary::waitForTextRecognition() {
+    while (ocrIndexing_) {
+        ocrPool_.waitForDone();
+        QCoreApplication::processEvents();
+    }
+}
+
+std::vector<TextLine> FlowLibrary::textLines(const std::string& folderName,
+                                             const std::string& filename) const {
+    return OCRIndex::textLines(store_, folderName, filename);
+}
+
+void FlowLibrary::saveTextLines(const std::string& folderName, const std::string& filename,
+                                const std::vector<TextLine>& lines) {
+    OCRIndex::saveTextLines(store_, folderName, filename, lines);
+}
+
+} // namespace varnel

@@ -1,0 +1,103 @@
+#include "text/LibrarySearch.h"
+
+#include "library/ScreenFiles.h"
+#include "library/Text.h"
+
+#include <algorithm>
+
+namespace varnel {
+
+namespace {
+
+bool fits(MediaFilter media, const std::string& filename) {
+    switch (media) {
+    case MediaFilter::all:
+        return true;
+    case MediaFilter::images:
+        return !ScreenFiles::isClip(filename);
+    case MediaFilter::videos:
+        return ScreenFiles::isClip(filename);
+    }
+    return true;
+}
+
+bool contains(const std::string& text, const std::string& query) {
+    return text.find(query) != std::string::npos;
+}
+
+} // namespace
+
+void LibrarySearch::setQuery(std::string_view text) {
+    query_ = Text::lowercased(Text::trimmed(text));
+}
+
+bool LibrarySearch::fitsMedia(const std::string& filename) const {
+    return fits(media_, filename);
+}
+
+bool LibrarySearch::matches(const FlowSummary& flow) const {
+    if (const auto counts = mediaIndex_.find(flow.folderName); counts != mediaIndex_.end()) {
+        if (media_ == MediaFilter::images && counts->second.images < 1)
+            return false;
+        if (media_ == MediaFilter::videos && counts->second.videos < 1)
+            return false;
+    }
+    if (query_.empty())
+        return true;
+    if (contains(Text::lowercased(flow.name), query_))
+        return true;
+    if (flow.categoryL1 && contains(Text::lowercased(*flow.categoryL1), query_))
+        return true;
+    for (const auto& hit : screenHits(flow))
+        if (fitsMedia(hit))
+            return true;
+    return false;
+}
+
+std::set<std::string> LibrarySearch::screenHits(const FlowSummary& flow) const {
+    std::set<std::string> hits;
+    if (query_.empty())
+        return hits;
+    const auto index = ocrIndex_.find(flow.folderName);
+    if (index == ocrIndex_.end())
+        return hits;
+    for (const auto& [file, blob] : index->second)
+        if (contains(blob, query_))
+            hits.insert(file);
+    return hits;
+}
+
+namespace GalleryScreenFilter {
+
+std::vector<VisibleScreen> visible(const std::vector<ScreenRef>& screens, const std::string& folder,
+                                   const std::set<ScreenID>& searchHits, MediaFilter media) {
+    std::vector<VisibleScreen> all;
+    all.reserve(screens.size());
+    for (std::size_t i = 0; i < screens.size(); ++i)
+        all.push_back({i, screens[i]});
+
+    std::vector<VisibleScreen> chosen;
+    if (!searchHits.empty())
+        for (const auto& shown : all)
+            if (searchHits.contains({folder, shown.screen.filename}))
+                chosen.push_back(shown);
+    const bool anyOfKind = std::any_of(chosen.begin(), chosen.end(), [&](const VisibleScreen& s) {
+        return fits(media, s.screen.filename);
+    });
+    if (chosen.empty() || !anyOfKind)
+        chosen = std::move(all);
+    std::erase_if(chosen, [&](const VisibleScreen& s) { return !fits(media, s.screen.filename); });
+    return chosen;
+}
+
+std::size_t insertionIndex(std::size_t boundary, const std::vector<VisibleScreen>& visible,
+                           const std::set<std::string>& dragging) {
+    std::size_t index = 0;
+    for (const auto& shown : visible)
+        if (shown.position < boundary && !dragging.contains(shown.screen.filename))
+            ++index;
+    return index;
+}
+
+} // namespace GalleryScreenFilter
+} // namespace varnel

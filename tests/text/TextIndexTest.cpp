@@ -1,0 +1,267 @@
+// The text sidecar and its indexes with a stand-in recognizer, and the gallery's search rules.
+#include "library/FlowLibrary.h"
+#include "support/TestLibrary.h"
+#include "text/LibrarySearch.h"
+#include "text/OCRIndex.h"
+#include "text/OCRSidecar.h"
+#include "text/ScreenOCR.h"
+
+#include <QCoreApplication>
+#include <QSemaphore>
+
+#include <gtest/gtest.h>
+
+using namespace varnel;
+using namespace varnel::test;
+
+namespace {
+
+// Reads "text" from a picture by its file name, and counts what it was asked to read.
+struct FakeRecognizer {
+    std::map<std::string, int> calls;
+    std::map<std::string, std::string> words; // by file name; missing: unreadable
+
+    OCRIndex::Recognizer function() {
+        return [this](const fs::path& file) -> std::optional<std::vector<TextLine>> {
+            const std::string name = file.filename().string();
+            ++calls[name];
+            const auto it = words.find(name);
+            if (it == words.end())
+                return std::nullopt;
+            return std::vector<TextLine>{{it->second, {0.1, 0.2, 0.3, 0.05}, std::nullopt},
+                                         {"Étape", {0.1, 0.3, 0.3, 0.05}, std::nullopt}};
+        };
+    }
+    int total() const {
+        int sum = 0;
+        for (const auto& [name, count] : calls)
+            sum += count;
+        return sum;
+    }
+};
+
+class TextIndexTest : public ::testing::Test {
+protected:
+    TextIndexTest() {
+        folder = store.createEmptyFlow("Acme", "Sign up", std::nullopt, Date{}).folderName;
+        writePicture(dir / "a.png", 8, 8);
+        writePicture(dir / "b.png", 8, 8);
+        writeClip(dir / "c.mov", 64, 64);
+        store.addScreens(folder, {dir / "a.png", dir / "b.png", dir / "c.mov"}, Date{});
+        recognizer.words = {{"01.png", "Create Account"}, {"02.png", "Verify E-mail"}};
+    }
+    fs::path flow() const { return store.flowURL(folder); }
+    OCRIndex::Derived derive() { return OCRIndex::derive(store, folder, recognizer.function()); }
+    void touch(const std::string& file) {
+        const auto path = flow() / file;
+        fs::last_write_time(path, fs::last_write_time(path) + std::chrono::seconds(5));
+    }
+
+    TempDir dir;
+    FlowStore store{dir / "library"};
+    std::string folder;
+    FakeRecognizer recognizer;
+};
+
+} // namespace
+
+TEST(ScreenOCRRulesTest, ConfidenceThresholdBoxFlipAndBlob) {
+    const auto lines = ScreenOCR::lines({{"Kept", 0.41, {0.1, 0.7, 0.5, 0.2}},
+                                         {"Dropped", 0.4, {0, 0, 1, 1}},
+                                         {"Also dropped", 0.1, {0, 0, 1, 1}}});
+    ASSERT_EQ(lines.size(), 1u);
+    EXPECT_EQ(lines[0].text, "Kept");
+    EXPECT_DOUBLE_EQ(lines[0].box.x, 0.1);
+    EXPECT_NEAR(lines[0].box.y, 0.1, 1e-12) << "1 - (0.7 + 0.2)";
+    EXPECT_DOUBLE_EQ(lines[0].box.width, 0.5);
+    EXPECT_DOUBLE_EQ(lines[0].box.height, 0.2);
+    const Json box = lines[0].toJson()["box"]; // [[x, y], [width, height]]
+    ASSERT_TRUE(box.is_array() && box.size() == 2 && box[0].size() == 2);
+    EXPECT_NEAR(box[0][1].get<double>(), 0.1, 1e-12);
+    EXPECT_DOUBLE_EQ(box[1][0].get<double>(), 0.5);
+
+    EXPECT_EQ(ScreenOCR::searchBlob({{"Réglages DU Compte", {}, {}}, {"ÉTÉ", {}, {}}}),
+              "réglages du compte été");
+    EXPECT_EQ(ScreenOCR::searchBlob({}), "");
+}
+
+TEST_F(TextIndexTest, RecognizesStillsOnceAndCountsClips) {
+    const auto first = derive();
+    EXPECT_EQ(first.media, (MediaCounts{2, 1}));
+    EXPECT_EQ(first.text.at("01.png"), "create account étape");
+    EXPECT_EQ(first.text.size(), 2u) << "the clip gets no entry";
+    EXPECT_EQ(recognizer.calls.count("03.mov"), 0u);
+
+    const auto sidecar = OCRSidecar::read(flow());
+    ASSERT_TRUE(sidecar);
+    EXPECT_EQ(sidecar->version, 2);
+    EXPECT_EQ(sidecar->screens.at("02.png").lines.size(), 2u);
+    EXPECT_EQ(sidecar->screens.at("02.png").mtime, *modificationTime(flow() / "02.png"));
+
+    const std::string bytes = readFile(flow() / "ocr.json");
+    EXPECT_EQ(derive().text, first.text);
+    EXPECT_EQ(recognizer.total(), 2) << "unchanged pictures are not read again";
+    EXPECT_EQ(readFile(flow() / "ocr.json"), bytes) << "nor is the sidecar rewritten";
+    EXPECT_TRUE(OCRIndex::staleScreens(store, folder).empty());
+
+    touch("02.png");
+    EXPECT_EQ(OCRIndex::staleScreens(store, folder), std::vector<std::string>{"02.png"});
+    recognizer.words["02.png"] = "Verified";
+    EXPECT_EQ(derive().text.at("02.png"), "verified étape") << "an edit is read again";
+    EXPECT_EQ(recognizer.calls["02.png"], 2);
+}
+
+TEST_F(TextIndexTest, OtherVersionsAndBrokenSidecarsAreRebuilt) {
+    writeFile(flow() / "ocr.json",
+              R"({"version": 1, "screens": {"01.png": {"text": "old", "mtime": 1}}})");
+    EXPECT_EQ(derive().text.at("01.png"), "create account étape");
+    EXPECT_EQ(OCRSidecar::read(flow())->version, 2);
+
+    writeFile(flow() / "ocr.json", R"({"screens": {}})");
+    derive();
+    EXPECT_EQ(OCRSidecar::read(flow())->version, 2) << "no version is another version";
+
+    writeFile(flow() / "ocr.json", "{ not json");
+    recognizer.calls.clear();
+    EXPECT_EQ(derive().text.size(), 2u);
+    EXPECT_EQ(recognizer.total(), 2);
+
+    // An unreadable picture gets no entry and is tried again next time.
+    recognizer.words.erase("01.png");
+    touch("01.png");
+    EXPECT_FALSE(derive().text.contains("01.png"));
+    derive();
+    EXPECT_EQ(recognizer.calls["01.png"], 3);
+}
+
+TEST_F(TextIndexTest, RemovedAndRenumberedScreensFollowTheFlow) {
+    derive();
+    const std::string secondBlob = derive().text.at("02.png");
+    store.deleteScreens(folder, {"01.png"});
+    recognizer.calls.clear();
+    const auto after = derive();
+    // Renumbering renamed 02.png to 01.png, and its entry with it: nothing is read again.
+    EXPECT_EQ(recognizer.total(), 0);
+    ASSERT_EQ(after.text.size(), 1u);
+    EXPECT_EQ(after.text.at("01.png"), secondBlob);
+    EXPECT_EQ(after.media, (MediaCounts{1, 1}));
+}
+
+TEST_F(TextIndexTest, SavedLinesKeepTheirTranslations) {
+    std::vector<TextLine> lines{{"Bonjour", {0.1, 0.1, 0.2, 0.05}, {{{"en", "Hello"}}}}};
+    OCRIndex::saveTextLines(store, folder, "02.png", lines);
+    EXPECT_EQ(OCRIndex::textLines(store, folder, "02.png"), lines);
+    EXPECT_EQ(OCRIndex::textLines(store, folder, "01.png"), std::vector<TextLine>{});
+    EXPECT_EQ(derive().text.at("02.png"), "bonjour") << "stamped with the picture's time";
+    EXPECT_EQ(recognizer.calls.count("02.png"), 0u);
+}
+
+TEST_F(TextIndexTest, RequestsDuringAPassMakeExactlyOneMore) {
+    FlowLibrary library{FlowStore(dir / "library")};
+    library.open();
+    QSemaphore entered;
+    QSemaphore release;
+    std::atomic<int> passes = 0;
+    library.setRecognizerFactory([&] {
+        ++passes;
+        return OCRIndex::Recognizer([&](const fs::path&) -> std::optional<std::vector<TextLine>> {
+            entered.release();
+            release.acquire();
+            return std::vector<TextLine>{{"Hello", {}, std::nullopt}};
+        });
+    });
+    library.refreshOCRIndex();
+    EXPECT_TRUE(library.isIndexingText());
+    entered.acquire(); // the pass is reading its first picture
+    library.refreshOCRIndex();
+    library.refreshOCRIndex();
+    release.release(2);
+    // The second pass finds everything read already.
+    library.waitForTextRecognition();
+    EXPECT_EQ(passes, 2);
+    EXPECT_FALSE(library.isIndexingText());
+    EXPECT_EQ(library.ocrIndex().at(folder).at("01.png"), "hello");
+    EXPECT_EQ(library.mediaIndex().at(folder), (MediaCounts{2, 1}));
+}
+
+TEST(LibrarySearchTest, FlowsByNameCategoryOrScreenText) {
+    const std::map<std::string, FlowTextIndex> text{
+        {"a", {{"01.png", "welcome back"}, {"03.png", "reset password"}}},
+        {"b", {{"01.png", "password"}}}};
+    const std::map<std::string, MediaCounts> media{{"a", {2, 1}}, {"b", {1, 0}}};
+    FlowSummary a{"1", "Acme", "Log In", "a", "Onboarding", {}, 3};
+    FlowSummary b{"2", "Acme", "Settings", "b", std::nullopt, {}, 1};
+    FlowSummary fresh{"3", "Acme", "New", "c", std::nullopt, {}, 1}; // not indexed yet
+
+    LibrarySearch search(text, media);
+    search.setQuery("   ");
+    EXPECT_TRUE(search.matches(a) && search.matches(b) && search.matches(fresh));
+    EXPECT_TRUE(search.screenHits(a).empty());
+
+    search.setQuery(" LOG ");
+    EXPECT_EQ(search.query(), "log");
+    EXPECT_TRUE(search.matches(a)) << "by name";
+    EXPECT_FALSE(search.matches(b));
+    search.setQuery("boarding");
+    EXPECT_TRUE(search.matches(a)) << "by category";
+    search.setQuery("acme");
+    EXPECT_FALSE(search.matches(a)) << "the application is not searched";
+
+    search.setQuery("Password");
+    EXPECT_TRUE(search.matches(a));
+    EXPECT_EQ(search.screenHits(a), std::set<std::string>{"03.png"});
+    EXPECT_EQ(search.screenHits(fresh), std::set<std::string>{});
+
+    search.setMedia(MediaFilter::videos);
+    EXPECT_FALSE(search.matches(b)) << "no clips at all";
+    EXPECT_FALSE(search.matches(a)) << "its only hit is a still";
+    search.setQuery("");
+    EXPECT_TRUE(search.matches(a));
+    EXPECT_TRUE(search.matches(fresh)) << "not counted yet: passes the gate";
+    search.setMedia(MediaFilter::images);
+    EXPECT_TRUE(search.matches(b));
+}
+
+TEST(GalleryScreenFilterTest, HitsFallBackAndKeepTheirPositions) {
+    std::vector<ScreenRef> screens(4);
+    screens[0].filename = "01.png";
+    screens[1].filename = "02.png";
+    screens[2].filename = "03.png";
+    screens[3].filename = "04.MOV";
+    const auto positions = [](const std::vector<VisibleScreen>& shown) {
+        std::vector<std::size_t> out;
+        for (const auto& s : shown)
+            out.push_back(s.position);
+        return out;
+    };
+    using GalleryScreenFilter::visible;
+    const std::set<ScreenID> third{{"f", "03.png"}};
+    EXPECT_EQ(positions(visible(screens, "f", {}, MediaFilter::all)),
+              (std::vector<std::size_t>{0, 1, 2, 3}));
+    EXPECT_EQ(positions(visible(screens, "f", third, MediaFilter::all)),
+              (std::vector<std::size_t>{2}))
+        << "only the hit, still numbered 3";
+    EXPECT_EQ(positions(visible(screens, "g", third, MediaFilter::all)),
+              (std::vector<std::size_t>{0, 1, 2, 3}))
+        << "hits of another flow don't narrow this one";
+    EXPECT_EQ(positions(visible(screens, "f", third, MediaFilter::videos)),
+              (std::vector<std::size_t>{3}))
+        << "no hit of the kind: all of that kind";
+    EXPECT_EQ(positions(visible(screens, "f", {}, MediaFilter::images)),
+              (std::vector<std::size_t>{0, 1, 2}));
+
+    const auto shown = visible(screens, "f", {}, MediaFilter::images);
+    EXPECT_EQ(GalleryScreenFilter::insertionIndex(0, shown, {}), 0u);
+    EXPECT_EQ(GalleryScreenFilter::insertionIndex(3, shown, {}), 3u);
+    EXPECT_EQ(GalleryScreenFilter::insertionIndex(3, shown, {"01.png"}), 2u)
+        << "the dragged screens leave the list first";
+    EXPECT_EQ(
+        GalleryScreenFilter::insertionIndex(2, visible(screens, "f", third, MediaFilter::all), {}),
+        0u);
+}
+
+int main(int argc, char** argv) {
+    QCoreApplication app(argc, argv); // the library posts a pass's results to this thread
+    ::testing::InitGoogleTest(&argc, argv);
+    return RUN_ALL_TESTS();
+}
