@@ -2,6 +2,7 @@
 #include "cli/CliCapture.h"
 #include "cli/CliEditing.h"
 #include "cli/CliSupport.h"
+#include "cli/CliText.h"
 
 #include "app/AppSettings.h"
 #include "app/LibraryLock.h"
@@ -85,6 +86,10 @@ Commands:
                                               blur zones (normalized, from the top-left) baked
                                               into a still or clip; they replace its zones
   revert FOLDER FILE                          discard a screen's edits, restore its original
+  ocr [FOLDER]                                read the text of the still screens that changed
+                                              since they were last read (all flows, or one)
+  search QUERY [--media images|videos]        the flows and screens whose name, category or
+                                              text holds QUERY, as the gallery shows them
 
 Options:
   --library DIR   the library folder
@@ -249,7 +254,7 @@ int importApp(Invocation& inv, FlowStore& store, std::ostream& out, std::ostream
 
 bool changesLibrary(const std::string& command) {
     return command != "list" && command != "check" && command != "export-app" &&
-           command != "sources";
+           command != "sources" && command != "search";
 }
 
 } // namespace
@@ -282,6 +287,8 @@ int run(const std::vector<std::string>& args, std::ostream& out, std::ostream& e
             {"capture", [&] { return capture(inv, store, out, err); }},
             {"redact", [&] { return redact(inv, store, out, err); }},
             {"revert", [&] { return revert(inv, store, out); }},
+            {"ocr", [&] { return ocr(inv, store, out, err); }},
+            {"search", [&] { return search(inv, store, out); }},
         };
         auto command = commands.find(inv.command);
         if (command == commands.end())

@@ -1,0 +1,123 @@
+#include "cli/CliText.h"
+
+#include "library/FlowStore.h"
+#include "text/LibrarySearch.h"
+#include "text/OCRIndex.h"
+#include "text/OCRSidecar.h"
+#include "text/ScreenOCR.h"
+
+#include <memory>
+#include <ostream>
+
+namespace varnel::cli {
+
+namespace {
+
+constexpr int kSuccess = 0;
+
+std::vector<std::string> folders(const Invocation& inv, const FlowStore& store) {
+    if (!inv.arguments.empty())
+        return {inv.arguments[0]};
+    std::vector<std::string> all;
+    for (const auto& flow : store.readIndex().flows)
+        all.push_back(flow.folderName);
+    return all;
+}
+
+} // namespace
+
+int ocr(Invocation& inv, FlowStore& store, std::ostream& out, std::ostream& err) {
+    if (inv.arguments.size() > 1)
+        throw UsageError("ocr takes at most one FOLDER");
+    const auto chosen = folders(inv, store);
+    std::size_t left = 0;
+    for (const auto& folder : chosen)
+        left += OCRIndex::staleScreens(store, folder).size();
+    err << "Reading text… " << left << (left == 1 ? " screen" : " screens") << " to read\n";
+
+    std::unique_ptr<ScreenOCR> engine; // loaded only when something needs reading
+    const OCRIndex::Recognizer recognize = [&](const fs::path& file) {
+        if (!engine)
+            engine = std::make_unique<ScreenOCR>();
+        return engine->recognize(file);
+    };
+    Json report = Json::array();
+    for (const auto& folder : chosen) {
+        const auto derived = OCRIndex::derive(store, folder, recognize, [&] {
+            --left;
+            err << "Reading text… " << left << " left\n";
+        });
+        if (inv.json)
+            report.push_back({{"folder", folder},
+                              {"screensWithText", derived.text.size()},
+                              {"images", derived.media.images},
+                              {"videos", derived.media.videos}});
+        else
+            out << folder << "\t" << derived.text.size() << " of " << derived.media.images
+                << (derived.media.images == 1 ? " still" : " stills") << " with text\n";
+    }
+    if (inv.json)
+        out << encodeLibraryJson(report);
+    return kSuccess;
+}
+
+int search(Invocation& inv, FlowStore& store, std::ostream& out) {
+    auto opts = options(inv.arguments, {"--media"});
+    if (inv.arguments.size() != 1)
+        throw UsageError("search needs one QUERY");
+    MediaFilter media = MediaFilter::all;
+    if (opts.contains("--media")) {
+        const auto chosen = mediaFilter(opts["--media"]);
+        if (!chosen)
+            throw UsageError("--media is all, images or videos");
+        media = *chosen;
+    }
+
+    // The text read so far, as the sidecars hold it; nothing is read here.
+    const LibraryIndex index = store.readIndex();
+    std::map<std::string, FlowTextIndex> text;
+    std::map<std::string, MediaCounts> counts;
+    std::map<std::string, FlowMeta> metas;
+    for (const auto& flow : index.flows) {
+        try {
+            metas.emplace(flow.folderName, store.meta(flow.folderName));
+        } catch (const std::exception&) {
+            continue;
+        }
+        counts[flow.folderName] = MediaCounts::of(metas.at(flow.folderName).screens);
+        if (const auto sidecar = OCRSidecar::read(store.flowURL(flow.folderName));
+            sidecar && sidecar->version == OCRSidecar::kVersion)
+            for (const auto& [file, entry] : sidecar->screens)
+                text[flow.folderName][file] = entry.text;
+    }
+
+    LibrarySearch search(text, counts);
+    search.setQuery(inv.arguments[0]);
+    search.setMedia(media);
+    Json found = Json::array();
+    for (const auto& flow : index.flows) {
+        if (!metas.contains(flow.folderName) || !search.matches(flow))
+            continue;
+        std::set<ScreenID> hits;
+        for (const auto& file : search.screenHits(flow))
+            hits.insert({flow.folderName, file});
+        const auto shown = GalleryScreenFilter::visible(metas.at(flow.folderName).screens,
+                                                        flow.folderName, hits, media);
+        Json screens = Json::array();
+        for (const auto& screen : shown)
+            screens.push_back(screen.screen.filename);
+        if (inv.json) {
+            found.push_back(
+                {{"folder", flow.folderName}, {"name", flow.name}, {"screens", screens}});
+            continue;
+        }
+        out << flow.folderName << "\t" << flow.name << "\n";
+        for (const auto& screen : shown)
+            out << "  " << screen.screen.filename << "\n";
+    }
+    if (inv.json)
+        out << encodeLibraryJson(found);
+    return kSuccess;
+}
+
+} // namespace varnel::cli
