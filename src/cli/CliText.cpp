@@ -91,7 +91,8 @@ int search(Invocation& inv, FlowStore& store, std::ostream& out) {
                 text[flow.folderName][file] = entry.text;
     }
 
-    LibrarySearch search(text, counts);
+    const TextSearchIndex textIndex(text);
+    LibrarySearch search(textIndex, counts);
     search.setQuery(inv.arguments[0]);
     search.setMedia(media);
     Json found = Json::array();

@@ -9,7 +9,7 @@ namespace varnel {
 
 namespace {
 
-bool fits(MediaFilter media, const std::string& filename) {
+bool fits(MediaFilter media, std::string_view filename) {
     switch (media) {
     case MediaFilter::all:
         return true;
@@ -29,42 +29,32 @@ bool contains(const std::string& text, const std::string& query) {
 
 void LibrarySearch::setQuery(std::string_view text) {
     query_ = Text::lowercased(Text::trimmed(text));
-}
-
-bool LibrarySearch::fitsMedia(const std::string& filename) const {
-    return fits(media_, filename);
+    hits_ = text_.hits(query_);
 }
 
 bool LibrarySearch::matches(const FlowSummary& flow) const {
-    if (const auto counts = mediaIndex_.find(flow.folderName); counts != mediaIndex_.end()) {
-        if (media_ == MediaFilter::images && counts->second.images < 1)
-            return false;
-        if (media_ == MediaFilter::videos && counts->second.videos < 1)
-            return false;
-    }
+    if (media_ != MediaFilter::all)
+        if (const auto counts = mediaIndex_.find(flow.folderName); counts != mediaIndex_.end()) {
+            if (media_ == MediaFilter::images && counts->second.images < 1)
+                return false;
+            if (media_ == MediaFilter::videos && counts->second.videos < 1)
+                return false;
+        }
     if (query_.empty())
         return true;
     if (contains(Text::lowercased(flow.name), query_))
         return true;
     if (flow.categoryL1 && contains(Text::lowercased(*flow.categoryL1), query_))
         return true;
-    for (const auto& hit : screenHits(flow))
-        if (fitsMedia(hit))
-            return true;
-    return false;
+    if (hits_.empty())
+        return false;
+    return text_.anyIn(hits_, flow.folderName,
+                       [this](std::string_view file) { return fits(media_, file); });
 }
 
 std::set<std::string> LibrarySearch::screenHits(const FlowSummary& flow) const {
-    std::set<std::string> hits;
-    if (query_.empty())
-        return hits;
-    const auto index = ocrIndex_.find(flow.folderName);
-    if (index == ocrIndex_.end())
-        return hits;
-    for (const auto& [file, blob] : index->second)
-        if (contains(blob, query_))
-            hits.insert(file);
-    return hits;
+    const auto files = text_.filesIn(hits_, flow.folderName);
+    return {files.begin(), files.end()};
 }
 
 namespace GalleryScreenFilter {

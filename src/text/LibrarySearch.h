@@ -5,6 +5,7 @@
 #include "library/ScreenRef.h"
 #include "text/MediaFilter.h"
 #include "text/OCRIndex.h"
+#include "text/TextSearchIndex.h"
 
 #include <map>
 #include <set>
@@ -18,11 +19,10 @@ namespace varnel {
 // their screens. Plain lower-cased substring search over the names and the recognized text.
 class LibrarySearch {
 public:
-    LibrarySearch(const std::map<std::string, FlowTextIndex>& ocrIndex,
-                  const std::map<std::string, MediaCounts>& mediaIndex)
-        : ocrIndex_(ocrIndex), mediaIndex_(mediaIndex) {}
+    LibrarySearch(const TextSearchIndex& text, const std::map<std::string, MediaCounts>& mediaIndex)
+        : text_(text), mediaIndex_(mediaIndex) {}
 
-    // The query as typed: trimmed and lower-cased once per keystroke.
+    // The query as typed: trimmed and lower-cased, and the text searched, once per keystroke.
     void setQuery(std::string_view text);
     const std::string& query() const { return query_; }
     void setMedia(MediaFilter media) { media_ = media; }
@@ -33,11 +33,10 @@ public:
     std::set<std::string> screenHits(const FlowSummary& flow) const;
 
 private:
-    bool fitsMedia(const std::string& filename) const;
-
-    const std::map<std::string, FlowTextIndex>& ocrIndex_;
+    const TextSearchIndex& text_;
     const std::map<std::string, MediaCounts>& mediaIndex_;
     std::string query_;
+    TextSearchIndex::Hits hits_;
     MediaFilter media_ = MediaFilter::all;
 };
 

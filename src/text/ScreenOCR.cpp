@@ -3,6 +3,7 @@
 #include "editing/ImageRedactor.h"
 #include "library/Text.h"
 
+#include <omp.h>
 #include <opencv2/imgproc.hpp>
 #include <tesseract/baseapi.h>
 #include <tesseract/resultiterator.h>
@@ -44,6 +45,10 @@ std::optional<std::vector<TextLine>> ScreenOCR::recognize(const std::filesystem:
 std::vector<TextLine> ScreenOCR::recognize(const cv::Mat& bgra) {
     if (bgra.empty())
         return {};
+    // Tesseract's parallel loops (which ask for their own thread counts) cost more than they
+    // win on a small machine: a screen reads faster on one thread, and the window keeps a core.
+    // No other part of the app uses OpenMP (OpenCV runs on TBB).
+    omp_set_max_active_levels(0);
     return lines(observe(prepared(bgra)));
 }
 

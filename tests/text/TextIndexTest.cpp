@@ -193,7 +193,8 @@ TEST(LibrarySearchTest, FlowsByNameCategoryOrScreenText) {
     FlowSummary b{"2", "Acme", "Settings", "b", std::nullopt, {}, 1};
     FlowSummary fresh{"3", "Acme", "New", "c", std::nullopt, {}, 1}; // not indexed yet
 
-    LibrarySearch search(text, media);
+    const TextSearchIndex index(text);
+    LibrarySearch search(index, media);
     search.setQuery("   ");
     EXPECT_TRUE(search.matches(a) && search.matches(b) && search.matches(fresh));
     EXPECT_TRUE(search.screenHits(a).empty());
