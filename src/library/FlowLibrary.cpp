@@ -35,6 +35,7 @@ void FlowLibrary::setRoot(const std::filesystem::path& root) {
     ocrIndexing_ = ocrRerunRequested_ = false;
     ocrIndex_.clear();
     mediaIndex_.clear();
+    textSearchStale_ = true;
     store_ = FlowStore(root);
     open();
 }

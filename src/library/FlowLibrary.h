@@ -10,6 +10,7 @@
 #include "library/FlowSummary.h"
 #include "library/ThumbEdits.h"
 #include "text/OCRIndex.h"
+#include "text/TextSearchIndex.h"
 
 #include <QObject>
 #include <QThreadPool>
@@ -130,6 +131,8 @@ public:
     const std::map<std::string, FlowTextIndex>& ocrIndex() const { return ocrIndex_; }
     const std::map<std::string, MediaCounts>& mediaIndex() const { return mediaIndex_; }
     bool isIndexingText() const { return ocrIndexing_; }
+    // The text index laid out for searching; rebuilt on first use after it changed.
+    const TextSearchIndex& textSearchIndex();
     // Brings every flow's "ocr.json" up to date on a worker thread, one flow and one screen at
     // a time, and rebuilds the indexes. Requests during a pass lead to exactly one more pass.
     void refreshOCRIndex();
@@ -177,6 +180,8 @@ private:
     std::map<std::string, FlowTextIndex> ocrIndex_;
     std::map<std::string, MediaCounts> mediaIndex_;
     bool ocrIndexing_ = false;
+    TextSearchIndex textSearch_;
+    bool textSearchStale_ = true;
     bool ocrRerunRequested_ = false;
     bool automaticText_ = false;
     unsigned ocrGeneration_ = 0;

@@ -71,6 +71,7 @@ void FlowLibrary::startOCRPass() {
                 post([this, folder, derived = std::move(derived)] {
                     ocrIndex_[folder] = derived.text;
                     mediaIndex_[folder] = derived.media;
+                    textSearchStale_ = true;
                     emit ocrIndexChanged();
                 });
             } catch (const std::exception&) {
@@ -89,13 +90,23 @@ void FlowLibrary::finishOCRPass(unsigned generation) {
     std::set<std::string> present;
     for (const auto& summary : summaries_)
         present.insert(summary.folderName);
-    std::erase_if(ocrIndex_, [&](const auto& entry) { return !present.contains(entry.first); });
+    textSearchStale_ |= std::erase_if(ocrIndex_, [&](const auto& entry) {
+                            return !present.contains(entry.first);
+                        }) > 0;
     std::erase_if(mediaIndex_, [&](const auto& entry) { return !present.contains(entry.first); });
     emit ocrProgress(0);
     if (ocrRerunRequested_) {
         ocrRerunRequested_ = false;
         refreshOCRIndex();
     }
+}
+
+const TextSearchIndex& FlowLibrary::textSearchIndex() {
+    if (textSearchStale_) {
+        textSearch_ = TextSearchIndex(ocrIndex_);
+        textSearchStale_ = false;
+    }
+    return textSearch_;
 }
 
 void FlowLibrary::waitForTextRecognition() {

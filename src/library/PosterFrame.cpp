@@ -6,7 +6,6 @@
 #include <gst/gst.h>
 #include <gst/video/video.h>
 
-
 namespace varnel::PosterFrame {
 
 namespace {
@@ -32,9 +31,9 @@ QImage toImage(GstSample* sample) {
 
 QImage grab(const std::filesystem::path& clip, std::chrono::milliseconds timeout) {
     // BGRx in memory is Qt's RGB32 on little-endian machines.
-    gst::ElementPtr pipeline = gst::parse(
-        "filesrc name=source ! decodebin ! videoconvert ! video/x-raw,format=BGRx ! "
-        "appsink name=sink sync=false max-buffers=1");
+    gst::ElementPtr pipeline =
+        gst::parse("filesrc name=source ! decodebin ! videoconvert ! video/x-raw,format=BGRx ! "
+                   "appsink name=sink sync=false max-buffers=1");
     if (!pipeline)
         return {};
     g_object_set(gst::child(pipeline.get(), "source").get(), "location", clip.c_str(), nullptr);

@@ -134,15 +134,44 @@ QRect GalleryView::toViewport(QRect contentRect) const {
     return contentRect.translated(0, -offset());
 }
 
+void GalleryView::setScreenFilter(ScreenFilter filter) {
+    filter_ = std::move(filter);
+    visible_.clear();
+    visibleRefs_.clear();
+}
+
 const std::vector<ScreenRef>* GalleryView::screensOf(const std::string& folder) {
     if (unreadable_.contains(folder))
         return nullptr;
+    const std::vector<ScreenRef>* all = nullptr;
     try {
-        return &library_.meta(folder).screens;
+        all = &library_.meta(folder).screens;
     } catch (const std::exception& e) {
         unreadable_[folder] = qs(e.what());
         return nullptr;
     }
+    if (!filter_.active())
+        return all;
+    auto it = visibleRefs_.find(folder);
+    if (it == visibleRefs_.end()) {
+        auto shown = GalleryScreenFilter::visible(*all, folder, filter_.hits, filter_.media);
+        std::vector<ScreenRef> refs;
+        for (const auto& screen : shown)
+            refs.push_back(screen.screen);
+        visible_[folder] = std::move(shown);
+        it = visibleRefs_.emplace(folder, std::move(refs)).first;
+    }
+    return &it->second;
+}
+
+std::size_t GalleryView::positionOf(const std::string& folder, std::size_t shown) {
+    if (!filter_.active() || !screensOf(folder))
+        return shown;
+    const auto& list = visible_[folder];
+    if (shown < list.size())
+        return list[shown].position;
+    // After the last shown screen: after its position.
+    return list.empty() ? 0 : list.back().position + 1;
 }
 
 void GalleryView::resizeEvent(QResizeEvent* event) {
@@ -175,7 +204,7 @@ void GalleryView::paintEvent(QPaintEvent* event) {
         if (const auto row = content_.rowOfFlow(dropTarget_->folder)) {
             painter.setPen(Qt::NoPen);
             painter.setBrush(palette().color(QPalette::Highlight));
-            painter.drawRoundedRect(toViewport(layout_.insertionMarker(*row, dropTarget_->index)),
+            painter.drawRoundedRect(toViewport(layout_.insertionMarker(*row, dropTarget_->shown)),
                                     2, 2);
         }
     }
@@ -270,7 +299,7 @@ void GalleryView::paintBand(QPainter& painter, std::size_t row, const QRect& exp
         if (!tile.adjusted(0, 0, 0, metrics_.caption).intersects(exposed))
             continue;
         paintTile(painter, toViewport(tile), {flow.folderName, (*screens)[i].filename},
-                  (*screens)[i], i + 1);
+                  (*screens)[i], positionOf(flow.folderName, i) + 1);
     }
 }
 
@@ -301,9 +330,15 @@ void GalleryView::paintTile(QPainter& painter, const QRect& tile, const ScreenID
         paintClipBadge(painter, tile);
 
     const bool selected = selection_.contains(screen);
-    QColor edge = selected ? palette().color(QPalette::Highlight) : muted(palette());
+    const bool found = filter_.hits.contains(screen);
+    QColor edge = selected || found ? palette().color(QPalette::Highlight) : muted(palette());
     if (!selected)
-        edge.setAlphaF(0.2f);
+        edge.setAlphaF(found ? 0.8f : 0.2f);
+    if (found && !selected) {
+        // Screens found by their text stand out from those shown for their flow's name.
+        painter.setPen(QPen(edge, 2, Qt::DashLine));
+        painter.drawRoundedRect(QRectF(tile).adjusted(-3, -3, 3, 3), 10, 10);
+    }
     painter.setPen(QPen(edge, selected ? 3 : 1));
     painter.setBrush(Qt::NoBrush);
     painter.drawRoundedRect(QRectF(tile).adjusted(0.5, 0.5, -0.5, -0.5), 8, 8);
@@ -665,8 +700,10 @@ std::optional<GalleryView::DropTarget> GalleryView::dropTargetAt(QPoint point) {
     const auto* screens = screensOf(folder);
     if (!screens)
         return std::nullopt;
-    return DropTarget{folder,
-                      layout_.insertionAt(*row, point + QPoint(0, offset()), screens->size())};
+    // While filtering, a drop between two shown screens lands there in the full flow.
+    const std::size_t shown =
+        layout_.insertionAt(*row, point + QPoint(0, offset()), screens->size());
+    return DropTarget{folder, positionOf(folder, shown), shown};
 }
 
 void GalleryView::dragEnterEvent(QDragEnterEvent* event) {

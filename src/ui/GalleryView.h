@@ -3,6 +3,7 @@
 #ifndef Q_MOC_RUN // moc cannot parse the C++20 standard headers
 #include "library/ScreenID.h"
 #include "library/ScreenRef.h"
+#include "text/LibrarySearch.h"
 #include "ui/GalleryContent.h"
 #include "ui/GalleryLayout.h"
 
@@ -42,8 +43,21 @@ public:
     int thumbnailHeight() const { return metrics_.thumbHeight; }
     void setEmptyText(const QString& title, const QString& hint);
 
-    // The screens of a flow from its meta; none when the meta can't be read.
+    // What a search shows of each flow: its screens that hold the query (highlighted), and the
+    // kind of media asked for. An inactive filter shows every screen.
+    struct ScreenFilter {
+        std::set<ScreenID> hits;
+        MediaFilter media = MediaFilter::all;
+        bool active() const { return !hits.empty() || media != MediaFilter::all; }
+    };
+    // Set before the content it applies to.
+    void setScreenFilter(ScreenFilter filter);
+    const ScreenFilter& screenFilter() const { return filter_; }
+
+    // The screens of a flow that are shown, in order; none when the meta can't be read.
     const std::vector<ScreenRef>* screensOf(const std::string& folder);
+    // A shown screen's position in its flow's full list.
+    std::size_t positionOf(const std::string& folder, std::size_t shown);
 
     // Selection. The current flow is the flow of the current screen or the band picked last.
     std::vector<ScreenID> selectedScreens() const; // in the order of the flow
@@ -67,7 +81,8 @@ public:
     std::optional<Hit> hitAt(QPoint point) const;
     struct DropTarget {
         std::string folder;
-        std::size_t index = 0;
+        std::size_t index = 0; // in the flow's full list
+        std::size_t shown = 0; // among the screens shown, for the marker
     };
     std::optional<DropTarget> dropTargetAt(QPoint point);
     // The drag's data for screens of one flow: their identity and their files.
@@ -121,6 +136,9 @@ private:
     QString emptyTitle_, emptyHint_;
 
     std::map<std::string, QString> unreadable_; // flows whose meta failed, with why
+    ScreenFilter filter_;
+    std::map<std::string, std::vector<VisibleScreen>> visible_; // by folder, while filtering
+    std::map<std::string, std::vector<ScreenRef>> visibleRefs_;
     std::set<ScreenID> selection_;
     std::optional<ScreenID> current_;
     std::optional<std::string> currentFlow_;

@@ -1,6 +1,9 @@
 #include "ui/MainWindow.h"
 #include "ui/ScreenEditor.h"
 
+#include "library/ScreenFiles.h"
+#include "text/LibrarySearch.h"
+
 #include "app/AppSettings.h"
 #include "capture/DeviceManager.h"
 #include "capture/GlobalHotkey.h"
@@ -15,7 +18,9 @@
 
 #include <QAction>
 #include <QApplication>
+#include <QComboBox>
 #include <QLabel>
+#include <QLineEdit>
 #include <QMenu>
 #include <QMenuBar>
 #include <QMessageBox>
@@ -54,13 +59,21 @@ MainWindow::MainWindow(FlowLibrary& library, AppSettings& settings, QWidget* par
     splitter->setSizes({220, 880});
     splitter->setChildrenCollapsible(false);
     setCentralWidget(splitter);
-    gallery_->setEmptyText(tr("No flows yet"),
-                           tr("Capture screens from a phone or an emulator, or bring in an "
-                              "application with File ▸ Import Application…"));
 
     auto* toolbar = addToolBar(tr("Gallery"));
     toolbar->setObjectName("galleryToolbar");
     toolbar->setMovable(false);
+    search_ = new QLineEdit(toolbar);
+    search_->setObjectName("search");
+    search_->setPlaceholderText(tr("Search flows and the text on screens"));
+    search_->setClearButtonEnabled(true);
+    search_->setMinimumWidth(280);
+    toolbar->addWidget(search_);
+    media_ = new QComboBox(toolbar);
+    media_->setObjectName("mediaFilter");
+    media_->addItems({tr("All"), tr("Images"), tr("Videos")});
+    media_->setCurrentIndex(static_cast<int>(settings_.mediaFilter()));
+    toolbar->addWidget(media_);
     auto* spacer = new QWidget(toolbar);
     spacer->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Preferred);
     toolbar->addWidget(spacer);
@@ -86,6 +99,20 @@ MainWindow::MainWindow(FlowLibrary& library, AppSettings& settings, QWidget* par
         }
     });
     connect(&library_, &FlowLibrary::changed, this, &MainWindow::refresh);
+    connect(search_, &QLineEdit::textChanged, this, &MainWindow::rebuildGallery);
+    connect(media_, &QComboBox::currentIndexChanged, this, [this](int index) {
+        settings_.setMediaFilter(static_cast<MediaFilter>(index));
+        rebuildGallery();
+    });
+    // New text can change what a search shows; without a search the gallery stays as it is.
+    connect(&library_, &FlowLibrary::ocrIndexChanged, this, [this] {
+        if (!search_->text().trimmed().isEmpty() || media_->currentIndex() != 0)
+            rebuildGallery();
+    });
+    connect(&library_, &FlowLibrary::ocrProgress, this, [this](int remaining) {
+        textRemaining_ = remaining;
+        showStatus();
+    });
     connect(&library_, &FlowLibrary::thumbnailsChanged, &thumbnails_, &ThumbnailCache::apply);
     connect(sidebar_, &LibrarySidebar::applicationSelected, this, [this](const QString& app) {
         settings_.setSelectedApp(app.isEmpty() ? std::nullopt
@@ -305,8 +332,47 @@ void MainWindow::refresh() {
 }
 
 void MainWindow::rebuildGallery() {
-    gallery_->setContent(GalleryContent::make(library_.summaries(), library_.categoryOrder(),
-                                              sidebar_->selectedApplication()));
+    const auto media = static_cast<MediaFilter>(std::max(0, media_->currentIndex()));
+    LibrarySearch search(library_.textSearchIndex(), library_.mediaIndex());
+    search.setQuery(search_->text().toStdString());
+    search.setMedia(media);
+    if (search.query().empty() && media == MediaFilter::all) {
+        gallery_->setEmptyText(tr("No flows yet"),
+                               tr("Capture screens from a phone or an emulator, or bring in an "
+                                  "application with File ▸ Import Application…"));
+        gallery_->setScreenFilter({});
+        gallery_->setContent(GalleryContent::make(library_.summaries(), library_.categoryOrder(),
+                                                  sidebar_->selectedApplication()));
+        return;
+    }
+    // Each band is laid out for the screens it will show.
+    GalleryView::ScreenFilter filter{{}, media};
+    std::vector<FlowSummary> shown;
+    for (FlowSummary flow : library_.summaries()) {
+        if (!search.matches(flow))
+            continue;
+        const auto hits = search.screenHits(flow);
+        const auto counts = library_.mediaIndex().find(flow.folderName);
+        std::int64_t fitting = 0;
+        for (const auto& file : hits) {
+            filter.hits.insert({flow.folderName, file});
+            fitting += media == MediaFilter::all ||
+                       (media == MediaFilter::videos) == ScreenFiles::isClip(file);
+        }
+        if (fitting == 0 && media != MediaFilter::all && counts != library_.mediaIndex().end())
+            fitting = media == MediaFilter::images ? counts->second.images : counts->second.videos;
+        if (fitting > 0)
+            flow.screenCount = fitting;
+        shown.push_back(std::move(flow));
+    }
+    gallery_->setEmptyText(tr("Nothing found"),
+                           search.query().empty()
+                               ? tr("No flow has screens of this kind.")
+                               : tr("No flow name, category or text on a screen holds “%1”.")
+                                     .arg(search_->text().trimmed()));
+    gallery_->setScreenFilter(std::move(filter));
+    gallery_->setContent(
+        GalleryContent::make(shown, library_.categoryOrder(), sidebar_->selectedApplication()));
 }
 
 void MainWindow::showStatus() {
@@ -321,6 +387,9 @@ void MainWindow::showStatus() {
     QString text = (flows == 1 ? tr("1 flow") : tr("%1 flows").arg(flows)) + ", " +
                    (screens == 1 ? tr("1 screen") : tr("%1 screens").arg(screens)) + " — " +
                    qs(library_.root().string());
+    if (textRemaining_ > 0)
+        text += textRemaining_ == 1 ? tr(" — reading the text of 1 screen")
+                                    : tr(" — reading the text of %1 screens").arg(textRemaining_);
     if (const auto& error = library_.loadError())
         text = tr("Couldn’t read the library: %1").arg(qs(*error));
     const auto& report = library_.recoveryReport();

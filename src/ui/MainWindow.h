@@ -16,7 +16,9 @@
 #include <QPointer>
 
 class QAction;
+class QComboBox;
 class QLabel;
+class QLineEdit;
 class QSlider;
 
 namespace varnel {
@@ -45,6 +47,7 @@ public:
     ThumbnailCache& thumbnails() { return thumbnails_; }
     ScreenPreview* preview() const { return preview_; }
     ScreenEditor* editor() const;
+    QLineEdit* searchField() const { return search_; }
     // The application the commands on a whole application work on: the one selected in the
     // sidebar, or else the current flow's.
     std::optional<std::string> selectedApplication() const;
@@ -116,6 +119,9 @@ private:
     ScreenPreview* preview_ = nullptr;
     QLabel* status_;
     QSlider* sizeSlider_;
+    QLineEdit* search_ = nullptr;
+    QComboBox* media_ = nullptr;
+    int textRemaining_ = 0;
     QString transientStatus_;
 
     QAction* exportAction_ = nullptr;

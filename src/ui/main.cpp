@@ -90,6 +90,7 @@ int main(int argc, char** argv) {
     server.listen(name);
 
     varnel::FlowLibrary library{varnel::FlowStore(root)};
+    library.setAutomaticTextRecognition(true);
     library.open();
     varnel::MainWindow window(library, settings);
     auto showTitle = [&window](const std::filesystem::path& path) {

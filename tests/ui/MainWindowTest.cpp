@@ -2,6 +2,7 @@
 #include "app/AppSettings.h"
 #include "library/FlowLibrary.h"
 #include "support/TestLibrary.h"
+#include "text/OCRIndex.h"
 #include "ui/CategorizeDialog.h"
 #include "ui/GalleryView.h"
 #include "ui/LibrarySidebar.h"
@@ -407,6 +408,46 @@ TEST_F(MainWindowTest, TheEditorOpensOnTheCurrentScreenAndRevertNeedsAnOriginal)
     edit->trigger();
     EXPECT_EQ(window->editor(), editor);
     EXPECT_EQ(editor->filename(), "01.png");
+}
+
+TEST_F(MainWindowTest, SearchShowsMatchingFlowsAndOnlyTheScreensThatHoldTheText) {
+    library.setRecognizerFactory([] {
+        return OCRIndex::Recognizer(
+            [](const fs::path& file) -> std::optional<std::vector<TextLine>> {
+                const bool forgot =
+                    file.parent_path().filename() == "log-in" && file.filename() == "02.png";
+                return std::vector<TextLine>{{forgot ? "Forgot password?" : "Welcome", {}, {}}};
+            });
+    });
+    library.refreshOCRIndex();
+    library.waitForTextRecognition();
+    const auto shown = [&] { return outline(window->gallery().content()); };
+    GalleryView& gallery = window->gallery();
+
+    window->searchField()->setText("PASSWORD ");
+    EXPECT_EQ(shown(), (std::vector<std::string>{"# Acme", "## Onboarding", "Log in"}));
+    ASSERT_TRUE(gallery.screensOf(SampleLibrary::logIn));
+    ASSERT_EQ(gallery.screensOf(SampleLibrary::logIn)->size(), 1u) << "only the screen with it";
+    EXPECT_EQ(gallery.positionOf(SampleLibrary::logIn, 0), 1u) << "still the second screen";
+    EXPECT_EQ(gallery.content().flows[0].screenCount, 1);
+
+    window->searchField()->setText("sign");
+    EXPECT_EQ(shown(), (std::vector<std::string>{"# Acme", "## Onboarding", "Sign up"}));
+    EXPECT_EQ(gallery.screensOf(SampleLibrary::signUp)->size(), 3u) << "found by name: all";
+
+    auto* media = window->findChild<QComboBox*>("mediaFilter");
+    ASSERT_TRUE(media);
+    media->setCurrentIndex(2); // videos
+    EXPECT_EQ(settings->mediaFilter(), MediaFilter::videos);
+    ASSERT_EQ(gallery.screensOf(SampleLibrary::signUp)->size(), 1u);
+    EXPECT_EQ(gallery.screensOf(SampleLibrary::signUp)->front().filename, "03.mov");
+    window->searchField()->setText("password");
+    EXPECT_TRUE(shown().empty()) << "its only hit is a still";
+
+    media->setCurrentIndex(0);
+    window->searchField()->clear();
+    EXPECT_EQ(shown().size(), 7u) << "everything again";
+    EXPECT_EQ(gallery.screensOf(SampleLibrary::logIn)->size(), 2u);
 }
 
 int main(int argc, char** argv) {
