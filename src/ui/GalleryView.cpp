@@ -337,6 +337,7 @@ void GalleryView::paintTile(QPainter& painter, const QRect& tile, const ScreenID
     if (found && !selected) {
         // Screens found by their text stand out from those shown for their flow's name.
         painter.setPen(QPen(edge, 2, Qt::DashLine));
+        painter.setBrush(Qt::NoBrush);
         painter.drawRoundedRect(QRectF(tile).adjusted(-3, -3, 3, 3), 10, 10);
     }
     painter.setPen(QPen(edge, selected ? 3 : 1));

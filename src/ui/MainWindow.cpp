@@ -285,7 +285,14 @@ void MainWindow::buildMenus() {
                     [this] { setThumbnailHeight(sizeSlider_->value() - 30); })
         ->setShortcut(QKeySequence::ZoomOut);
     view->addSeparator();
-    later(view->addAction(tr("Show Recognized Text")));
+    showTextAction_ = view->addAction(tr("Show Recognized Text"));
+    showTextAction_->setCheckable(true);
+    showTextAction_->setShortcut(QKeySequence(tr("Ctrl+T")));
+    connect(showTextAction_, &QAction::toggled, this, [this](bool shows) {
+        showPreview();
+        if (preview_)
+            preview_->setShowsText(shows);
+    });
     later(view->addAction(tr("Show Translation")));
 
     QMenu* help = menuBar()->addMenu(tr("&Help"));
@@ -413,6 +420,7 @@ void MainWindow::updateActions() {
     previewAction_->setEnabled(screen);
     renameScreenAction_->setEnabled(screen);
     editScreenAction_->setEnabled(screen);
+    showTextAction_->setEnabled(screen);
     revertAction_->setEnabled(screen && library_.hasOriginal(gallery_->currentScreen()->folder,
                                                              gallery_->currentScreen()->filename));
     duplicateAction_->setEnabled(screen);

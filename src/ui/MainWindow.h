@@ -130,6 +130,7 @@ private:
     QAction* renameScreenAction_ = nullptr;
     QAction* editScreenAction_ = nullptr;
     QAction* revertAction_ = nullptr;
+    QAction* showTextAction_ = nullptr;
     QAction* duplicateAction_ = nullptr;
     QAction* deleteAction_ = nullptr;
     QAction* selectAllAction_ = nullptr;

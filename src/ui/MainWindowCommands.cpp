@@ -42,8 +42,10 @@ void MainWindow::showPreview() {
     const auto& current = gallery_->currentScreen();
     if (!current)
         return;
-    if (!preview_)
+    if (!preview_) {
         preview_ = new ScreenPreview(library_, thumbnails_, *gallery_, this);
+        preview_->setShowsText(showTextAction_->isChecked());
+    }
     preview_->showScreen(*current);
     preview_->show();
     preview_->raise();

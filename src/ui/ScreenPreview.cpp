@@ -49,8 +49,14 @@ ScreenPreview::ScreenPreview(FlowLibrary& library, ThumbnailCache& thumbnails, G
     setAutoFillBackground(true);
 }
 
+void ScreenPreview::setShowsText(bool shows) {
+    showsText_ = shows;
+    update();
+}
+
 void ScreenPreview::showScreen(const ScreenID& screen) {
     screen_ = screen;
+    lines_ = library_.textLines(screen.folder, screen.filename);
     full_ = false;
     picture_ = thumbnails_.image(screen);
     const std::uint64_t request = ++request_;
@@ -112,6 +118,20 @@ void ScreenPreview::keyPressEvent(QKeyEvent* event) {
     }
 }
 
+void ScreenPreview::paintTextBoxes(QPainter& painter, const QRectF& picture) {
+    QColor edge = palette().color(QPalette::Highlight);
+    QColor fill = edge;
+    fill.setAlphaF(0.18f);
+    painter.setPen(QPen(edge, 1.5));
+    painter.setBrush(fill);
+    for (const auto& line : lines_) {
+        const QRectF box(picture.x() + line.box.x * picture.width(),
+                         picture.y() + line.box.y * picture.height(),
+                         line.box.width * picture.width(), line.box.height * picture.height());
+        painter.drawRoundedRect(box.adjusted(-2, -2, 2, 2), 3, 3);
+    }
+}
+
 void ScreenPreview::paintEvent(QPaintEvent*) {
     QPainter painter(this);
     painter.setRenderHint(QPainter::SmoothPixmapTransform);
@@ -123,6 +143,8 @@ void ScreenPreview::paintEvent(QPaintEvent*) {
         QRectF target(QPointF(0, 0), size);
         target.moveCenter(QRectF(area).center());
         painter.drawImage(target, picture_);
+        if (showsText_)
+            paintTextBoxes(painter, target);
     } else {
         painter.setPen(palette().color(QPalette::WindowText));
         painter.drawText(area, Qt::AlignCenter, tr("Loading…"));

@@ -2,12 +2,14 @@
 
 #ifndef Q_MOC_RUN // moc cannot parse the C++20 standard headers
 #include "library/ScreenID.h"
+#include "text/TextLine.h"
 
 #include <cstdint>
 #include <optional>
 #endif
 
 #include <QImage>
+#include <QPainter>
 #include <QWidget>
 
 namespace varnel {
@@ -31,6 +33,10 @@ public:
     const QImage& picture() const { return picture_; }
     bool showsFullPicture() const { return full_; }
     QString title() const { return title_; }
+    // Draws the boxes of the lines recognized on the screen over it.
+    void setShowsText(bool shows);
+    bool showsText() const { return showsText_; }
+    const std::vector<TextLine>& textLines() const { return lines_; }
 
 protected:
     void paintEvent(QPaintEvent* event) override;
@@ -38,6 +44,7 @@ protected:
 
 private:
     void step(int delta);
+    void paintTextBoxes(QPainter& painter, const QRectF& picture);
 
     FlowLibrary& library_;
     ThumbnailCache& thumbnails_;
@@ -46,6 +53,8 @@ private:
     QImage picture_;
     bool full_ = false;
     QString title_;
+    bool showsText_ = false;
+    std::vector<TextLine> lines_;
     std::uint64_t request_ = 0; // pictures read for an earlier screen are dropped
 };
 

@@ -448,6 +448,15 @@ TEST_F(MainWindowTest, SearchShowsMatchingFlowsAndOnlyTheScreensThatHoldTheText)
     window->searchField()->clear();
     EXPECT_EQ(shown().size(), 7u) << "everything again";
     EXPECT_EQ(gallery.screensOf(SampleLibrary::logIn)->size(), 2u);
+
+    // The recognized lines can be shown over a screen.
+    gallery.selectScreen({SampleLibrary::logIn, "02.png"});
+    window->action("Show Recognized Text")->trigger();
+    ASSERT_TRUE(window->preview());
+    EXPECT_TRUE(window->preview()->isVisible());
+    EXPECT_TRUE(window->preview()->showsText());
+    ASSERT_EQ(window->preview()->textLines().size(), 1u);
+    EXPECT_EQ(window->preview()->textLines()[0].text, "Forgot password?");
 }
 
 int main(int argc, char** argv) {
