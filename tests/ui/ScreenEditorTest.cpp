@@ -85,6 +85,22 @@ protected:
         canvas().setMode(EditorMode::select);
     }
     QRgb shown(double x, double y) { return canvas().grab().toImage().pixel(at(x, y)); }
+    // Saves a clip and waits for the re-encoding's result; `whileSaving` runs once it started.
+    std::optional<bool> saveClip(const std::function<void()>& whileSaving = {}) {
+        QEventLoop loop;
+        std::optional<bool> result;
+        QObject::connect(editor, &ScreenEditor::clipSaveFinished, &loop, [&](bool ok) {
+            result = ok;
+            loop.quit();
+        });
+        editor->save();
+        if (whileSaving)
+            whileSaving();
+        QTimer::singleShot(120'000, &loop, &QEventLoop::quit);
+        if (!result)
+            loop.exec();
+        return result;
+    }
 
     TempDir dir;
     fs::path root = dir / "library";
@@ -411,20 +427,13 @@ TEST_F(ScreenEditorTest, ClipsPlayWithTheirZonesAndSaveByReencoding) {
     ASSERT_EQ(editor->state().shapes().size(), 1u);
     const std::string before = readFile(screen("03.mov"));
 
-    QEventLoop loop;
-    std::optional<bool> result;
-    QObject::connect(editor, &ScreenEditor::clipSaveFinished, &loop, [&](bool ok) {
-        result = ok;
-        loop.quit();
-    });
-    editor->save();
-    EXPECT_TRUE(editor->isSaving());
     bool progressShown = false;
-    for (auto* label : editor->findChildren<QLabel*>())
-        progressShown |= label->isVisible() && label->text() == "Re-encoding the clip…";
+    const auto result = saveClip([&] {
+        EXPECT_TRUE(editor->isSaving());
+        for (auto* label : editor->findChildren<QLabel*>())
+            progressShown |= label->isVisible() && label->text() == "Re-encoding the clip…";
+    });
     EXPECT_TRUE(progressShown);
-    QTimer::singleShot(120'000, &loop, &QEventLoop::quit);
-    loop.exec();
     ASSERT_EQ(result, true);
     EXPECT_FALSE(editor->isSaving());
     EXPECT_FALSE(editor->state().isEdited());
@@ -441,16 +450,7 @@ TEST_F(ScreenEditorTest, AFailedClipSaveKeepsTheZonesAndSaysSo) {
     // The clip breaks on disk while the editor is open.
     writeFile(screen("03.mov"), "no longer a clip");
 
-    QEventLoop loop;
-    std::optional<bool> result;
-    QObject::connect(editor, &ScreenEditor::clipSaveFinished, &loop, [&](bool ok) {
-        result = ok;
-        loop.quit();
-    });
-    editor->save();
-    QTimer::singleShot(60'000, &loop, &QEventLoop::quit);
-    loop.exec();
-    ASSERT_EQ(result, false);
+    ASSERT_EQ(saveClip(), false);
     EXPECT_TRUE(editor->state().isEdited()) << "the zones are still here";
     EXPECT_EQ(editor->state().shapes().size(), 1u);
     EXPECT_TRUE(library.edits(folder, "03.mov").shapes.empty()) << "nothing recorded";
