@@ -2,6 +2,9 @@
 
 #include <algorithm>
 #include <cstring>
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 #include <thread>
 
 namespace varnel {
@@ -10,6 +13,49 @@ namespace {
 
 // Below this a second thread costs more than it saves.
 constexpr std::size_t kParallelSize = 4 << 20;
+
+bool matchesAt(const char* start, std::string_view query) {
+    return std::memcmp(start, query.data(), query.size()) == 0;
+}
+
+// The first place in [from, end) where `query` starts, or null. Sixteen places are tested at
+// once for the query's first and last bytes, so only true candidates are compared in full; the
+// rest goes by memchr on the query's rarest byte (`anchor`).
+const char* nextMatch(const char* from, const char* end, std::string_view query,
+                      std::size_t anchor) {
+    const std::size_t size = query.size();
+    if (static_cast<std::size_t>(end - from) < size)
+        return nullptr;
+    const char* last = end - size; // the last place a match can start
+#if defined(__SSE2__)
+    if (size > 1) {
+        const __m128i first = _mm_set1_epi8(query.front());
+        const __m128i final = _mm_set1_epi8(query.back());
+        for (; from + 16 <= last + 1; from += 16) {
+            const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from));
+            const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from + size - 1));
+            auto mask = static_cast<unsigned>(_mm_movemask_epi8(
+                _mm_and_si128(_mm_cmpeq_epi8(a, first), _mm_cmpeq_epi8(b, final))));
+            while (mask) {
+                const int bit = __builtin_ctz(mask);
+                if (matchesAt(from + bit, query))
+                    return from + bit;
+                mask &= mask - 1;
+            }
+        }
+    }
+#endif
+    while (from <= last) {
+        const auto* at = static_cast<const char*>(
+            std::memchr(from + anchor, query[anchor], static_cast<std::size_t>(last - from) + 1));
+        if (!at)
+            return nullptr;
+        if (matchesAt(at - anchor, query))
+            return at - anchor;
+        from = at - anchor + 1;
+    }
+    return nullptr;
+}
 
 } // namespace
 
@@ -69,19 +115,10 @@ void TextSearchIndex::scan(std::string_view query, std::size_t anchor, std::uint
     if (first >= last)
         return;
     const char* corpus = corpus_.data();
-    const char* from = corpus + (first == 0 ? 0 : screens_[first - 1].end + 1) + anchor;
+    const char* from = corpus + (first == 0 ? 0 : screens_[first - 1].end + 1);
     const char* end = corpus + screens_[last - 1].end;
     std::uint32_t screen = first;
-    while (from < end) {
-        const auto* at = static_cast<const char*>(
-            std::memchr(from, query[anchor], static_cast<std::size_t>(end - from)));
-        if (!at)
-            break;
-        const char* start = at - anchor;
-        if (start + query.size() > end || std::memcmp(start, query.data(), query.size()) != 0) {
-            from = at + 1;
-            continue;
-        }
+    while (const char* start = nextMatch(from, end, query, anchor)) {
         const auto offset = static_cast<std::size_t>(start - corpus);
         while (screens_[screen].end <= offset)
             ++screen;
@@ -89,7 +126,7 @@ void TextSearchIndex::scan(std::string_view query, std::size_t anchor, std::uint
         if (offset + query.size() <= screens_[screen].end)
             found.push_back(screen);
         // One match is enough for a screen: go on after its text.
-        from = corpus + screens_[screen].end + 1 + anchor;
+        from = corpus + screens_[screen].end + 1;
     }
 }
 

@@ -223,6 +223,31 @@ TEST(LibrarySearchTest, FlowsByNameCategoryOrScreenText) {
     EXPECT_TRUE(search.matches(b));
 }
 
+TEST(TextSearchIndexTest, FindsEveryScreenOnceAndNeverAcrossTwo) {
+    // Long enough for the sixteen-at-a-time scan, with matches at its block edges and at the end.
+    const std::string filler(37, 'x');
+    const std::map<std::string, FlowTextIndex> text{
+        {"a", {{"01.png", filler + "needle" + filler}, {"02.png", "nee"}, {"03.png", "dle"}}},
+        {"b", {{"01.png", "needle needle"}, {"02.png", filler + "needle"}}},
+        {"c", {{"01.png", "ab"}, {"02.png", ""}}}};
+    const TextSearchIndex index(text);
+    const auto files = [&](std::string_view query, const std::string& folder) {
+        const auto found = index.filesIn(index.hits(query), folder);
+        return std::vector<std::string>(found.begin(), found.end());
+    };
+    EXPECT_EQ(files("needle", "a"), std::vector<std::string>{"01.png"})
+        << "not from the end of one screen into the next";
+    EXPECT_EQ(files("needle", "b"), (std::vector<std::string>{"01.png", "02.png"}));
+    EXPECT_EQ(index.hits("needle").size(), 3u) << "a screen with two matches counts once";
+    EXPECT_EQ(files("dle", "a"), (std::vector<std::string>{"01.png", "03.png"}));
+    EXPECT_EQ(files("b", "c"), std::vector<std::string>{"01.png"}) << "one byte, at the end";
+    EXPECT_EQ(files(filler + "needle" + filler, "a"), std::vector<std::string>{"01.png"});
+    EXPECT_TRUE(index.hits(filler + filler + filler).empty()) << "longer than any screen";
+    EXPECT_TRUE(index.hits("").empty());
+    EXPECT_TRUE(TextSearchIndex().hits("x").empty());
+    EXPECT_TRUE(index.filesIn(index.hits("needle"), "missing").empty());
+}
+
 TEST(GalleryScreenFilterTest, HitsFallBackAndKeepTheirPositions) {
     std::vector<ScreenRef> screens(4);
     screens[0].filename = "01.png";
