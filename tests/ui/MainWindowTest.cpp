@@ -430,6 +430,19 @@ TEST_F(MainWindowTest, SearchShowsMatchingFlowsAndOnlyTheScreensThatHoldTheText)
     ASSERT_EQ(gallery.screensOf(SampleLibrary::logIn)->size(), 1u) << "only the screen with it";
     EXPECT_EQ(gallery.positionOf(SampleLibrary::logIn, 0), 1u) << "still the second screen";
     EXPECT_EQ(gallery.content().flows[0].screenCount, 1);
+    // A drop before the one screen shown lands before it in the full flow, not at its start.
+    const auto row = gallery.content().rowOfFlow(SampleLibrary::logIn);
+    ASSERT_TRUE(row);
+    const QRect tile = gallery.galleryLayout().tileRect(*row, 0);
+    const auto before = gallery.dropTargetAt(
+        QPoint(tile.left() + 2, tile.center().y() - gallery.verticalScrollBar()->value()));
+    ASSERT_TRUE(before);
+    EXPECT_EQ(before->index, 1u);
+    EXPECT_EQ(before->shown, 0u);
+    const auto after = gallery.dropTargetAt(
+        QPoint(tile.right() - 2, tile.center().y() - gallery.verticalScrollBar()->value()));
+    ASSERT_TRUE(after);
+    EXPECT_EQ(after->index, 2u) << "after it: the end of the flow";
 
     window->searchField()->setText("sign");
     EXPECT_EQ(shown(), (std::vector<std::string>{"# Acme", "## Onboarding", "Sign up"}));
