@@ -369,9 +369,19 @@ void ScreenEditor::load(std::size_t index) {
     updateActions();
 }
 
+const FlowMeta* ScreenEditor::flowMeta() const {
+    // The flow may be deleted or broken from elsewhere while the editor is open.
+    try {
+        return &library_.meta(folder_);
+    } catch (const std::exception&) {
+        return nullptr;
+    }
+}
+
 QString ScreenEditor::screenName() const {
-    if (const ScreenRef* screen = library_.meta(folder_).screen(filename_))
-        return qs(screen->name.value_or(""));
+    if (const FlowMeta* meta = flowMeta())
+        if (const ScreenRef* screen = meta->screen(filename_))
+            return qs(screen->name.value_or(""));
     return {};
 }
 
@@ -380,7 +390,8 @@ void ScreenEditor::showTitle() {
     const QString position = tr("%1 of %2").arg(index_ + 1).arg(screens_.size());
     screenLabel_->setText(name.isEmpty() ? tr("Screen %1").arg(position)
                                          : tr("%1 — %2").arg(name, position));
-    setWindowTitle(tr("%1 — %2").arg(qs(library_.meta(folder_).name),
+    const FlowMeta* meta = flowMeta();
+    setWindowTitle(tr("%1 — %2").arg(meta ? qs(meta->name) : QString(),
                                      name.isEmpty() ? tr("Screen %1").arg(index_ + 1) : name));
 }
 
@@ -710,12 +721,10 @@ void ScreenEditor::setBusy(bool busy) {
 
 void ScreenEditor::loadComments() {
     threads_.clear();
-    if (!clip_) {
-        const FlowMeta& meta = library_.meta(folder_);
-        for (const auto& screen : meta.screens)
+    if (const FlowMeta* meta = flowMeta(); meta && !clip_)
+        for (const auto& screen : meta->screens)
             if (screen.filename == filename_ && screen.figmaThreads)
                 threads_ = *screen.figmaThreads;
-    }
     canvas_->setComments(clip_ ? std::vector<ScreenComment>{}
                                : library_.comments(folder_, filename_),
                          threads_, !clip_);

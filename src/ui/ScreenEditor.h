@@ -33,6 +33,7 @@ class ClipPlayer;
 class EditorCanvas;
 class FlowLibrary;
 class ThreadPanel;
+struct FlowMeta;
 
 // The editor of one flow's screens: blur zones and clone patches on stills, zones on clips,
 // comment pins, and save, revert and compare. It steps through the flow's screens and asks
@@ -111,6 +112,7 @@ private:
     void openThread(const std::string& rootId, const std::optional<std::string>& pinId);
     void flashSaved();
     void showTitle();
+    const FlowMeta* flowMeta() const;
     void setBusy(bool busy);
     std::filesystem::path screenPath() const;
 
