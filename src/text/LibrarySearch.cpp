@@ -1,6 +1,5 @@
 #include "text/LibrarySearch.h"
 
-#include "library/ScreenFiles.h"
 #include "library/Text.h"
 
 #include <algorithm>
@@ -8,18 +7,6 @@
 namespace varnel {
 
 namespace {
-
-bool fits(MediaFilter media, std::string_view filename) {
-    switch (media) {
-    case MediaFilter::all:
-        return true;
-    case MediaFilter::images:
-        return !ScreenFiles::isClip(filename);
-    case MediaFilter::videos:
-        return ScreenFiles::isClip(filename);
-    }
-    return true;
-}
 
 bool contains(const std::string& text, const std::string& query) {
     return text.find(query) != std::string::npos;
@@ -49,7 +36,7 @@ bool LibrarySearch::matches(const FlowSummary& flow) const {
     if (hits_.empty())
         return false;
     return text_.anyIn(hits_, flow.folderName,
-                       [this](std::string_view file) { return fits(media_, file); });
+                       [this](std::string_view file) { return fitsMedia(media_, file); });
 }
 
 std::set<std::string> LibrarySearch::screenHits(const FlowSummary& flow) const {
@@ -72,11 +59,12 @@ std::vector<VisibleScreen> visible(const std::vector<ScreenRef>& screens, const 
             if (searchHits.contains({folder, shown.screen.filename}))
                 chosen.push_back(shown);
     const bool anyOfKind = std::any_of(chosen.begin(), chosen.end(), [&](const VisibleScreen& s) {
-        return fits(media, s.screen.filename);
+        return fitsMedia(media, s.screen.filename);
     });
     if (chosen.empty() || !anyOfKind)
         chosen = std::move(all);
-    std::erase_if(chosen, [&](const VisibleScreen& s) { return !fits(media, s.screen.filename); });
+    std::erase_if(chosen,
+                  [&](const VisibleScreen& s) { return !fitsMedia(media, s.screen.filename); });
     return chosen;
 }
 

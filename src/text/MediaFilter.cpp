@@ -1,5 +1,7 @@
 #include "text/MediaFilter.h"
 
+#include "library/ScreenFiles.h"
+
 namespace varnel {
 
 std::string_view toString(MediaFilter filter) {
@@ -22,6 +24,18 @@ std::optional<MediaFilter> mediaFilter(std::string_view text) {
     if (text == "videos")
         return MediaFilter::videos;
     return std::nullopt;
+}
+
+bool fitsMedia(MediaFilter filter, std::string_view filename) {
+    switch (filter) {
+    case MediaFilter::images:
+        return !ScreenFiles::isClip(filename);
+    case MediaFilter::videos:
+        return ScreenFiles::isClip(filename);
+    case MediaFilter::all:
+        break;
+    }
+    return true;
 }
 
 } // namespace varnel

@@ -11,4 +11,7 @@ enum class MediaFilter { all, images, videos };
 std::string_view toString(MediaFilter filter);
 std::optional<MediaFilter> mediaFilter(std::string_view text);
 
+// Whether a screen file is of the kind the filter shows (clips are ".mov", in any case).
+bool fitsMedia(MediaFilter filter, std::string_view filename);
+
 } // namespace varnel

@@ -1,4 +1,5 @@
 #include "ui/EditorCanvas.h"
+#include "ui/ImageConversion.h"
 
 #include "comments/CommentEditing.h"
 #include "comments/CommentThreadLogic.h"
@@ -33,12 +34,6 @@ QPainterPath shapePath(RedactShape::Kind kind, const QRectF& rect) {
     else
         path.addRect(rect);
     return path;
-}
-
-QImage imageOf(const cv::Mat& bgra) {
-    return QImage(bgra.data, bgra.cols, bgra.rows, static_cast<qsizetype>(bgra.step),
-                  QImage::Format_ARGB32)
-        .copy();
 }
 
 QRectF handleSquare(QPointF centre) {
@@ -764,7 +759,7 @@ void EditorCanvas::paintPins(QPainter& painter) {
 QImage EditorCanvas::patchImage(const EditorPatch& patch) {
     auto it = patchImages_.find(patch.image.data);
     if (it == patchImages_.end())
-        it = patchImages_.emplace(patch.image.data, imageOf(patch.image)).first;
+        it = patchImages_.emplace(patch.image.data, qImageOf(patch.image)).first;
     return it->second;
 }
 

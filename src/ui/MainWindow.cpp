@@ -1,7 +1,6 @@
 #include "ui/MainWindow.h"
 #include "ui/ScreenEditor.h"
 
-#include "library/ScreenFiles.h"
 #include "text/LibrarySearch.h"
 
 #include "app/AppSettings.h"
@@ -363,8 +362,7 @@ void MainWindow::rebuildGallery() {
         std::int64_t fitting = 0;
         for (const auto& file : hits) {
             filter.hits.insert({flow.folderName, file});
-            fitting += media == MediaFilter::all ||
-                       (media == MediaFilter::videos) == ScreenFiles::isClip(file);
+            fitting += fitsMedia(media, file);
         }
         if (fitting == 0 && media != MediaFilter::all && counts != library_.mediaIndex().end())
             fitting = media == MediaFilter::images ? counts->second.images : counts->second.videos;

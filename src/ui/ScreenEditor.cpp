@@ -11,6 +11,7 @@
 #include "library/ScreenFiles.h"
 #include "library/Uuid.h"
 #include "ui/EditorCanvas.h"
+#include "ui/ImageConversion.h"
 #include "ui/Messages.h"
 #include "ui/ThreadPanel.h"
 
@@ -37,14 +38,6 @@
 namespace varnel {
 
 namespace {
-
-QImage imageOf(const cv::Mat& bgra) {
-    if (bgra.empty())
-        return {};
-    return QImage(bgra.data, bgra.cols, bgra.rows, static_cast<qsizetype>(bgra.step),
-                  QImage::Format_ARGB32)
-        .copy();
-}
 
 QString clock(double seconds) {
     const int whole = static_cast<int>(std::floor(std::max(0.0, seconds)));
@@ -494,7 +487,7 @@ void ScreenEditor::refreshFrost() {
     cv::Mat patched = source_.clone();
     for (const auto& patch : state_.patches())
         ImagePatcher::draw(patch.image, patch.rect, patched);
-    canvas_->setPicture(imageOf(source_), imageOf(ImageRedactor::frostedImage(patched, style_)));
+    canvas_->setPicture(qImageOf(source_), qImageOf(ImageRedactor::frostedImage(patched, style_)));
 }
 
 void ScreenEditor::showClipFrame() {
@@ -502,15 +495,15 @@ void ScreenEditor::showClipFrame() {
         return;
     // A playing clip's frames carry their zones; a paused one shows them like a still.
     if (player_->isPlaying() && !canvas_->showsOriginal()) {
-        canvas_->setPicture(imageOf(player_->frame()), {});
+        canvas_->setPicture(qImageOf(player_->frame()), {});
         return;
     }
     const cv::Mat raw = player_->rawFrame();
     if (raw.data == frostedFrame_ && !canvas_->picture().isNull())
         return;
     frostedFrame_ = raw.data;
-    canvas_->setPicture(imageOf(raw),
-                        raw.empty() ? QImage() : imageOf(ImageRedactor::frostedImage(raw, style_)));
+    canvas_->setPicture(
+        qImageOf(raw), raw.empty() ? QImage() : qImageOf(ImageRedactor::frostedImage(raw, style_)));
 }
 
 void ScreenEditor::playPause() {
@@ -623,7 +616,7 @@ void ScreenEditor::setComparing(bool comparing) {
     if (clip_) {
         frostedFrame_ = nullptr;
         if (comparing && player_)
-            canvas_->setPicture(imageOf(player_->rawFrame()), {});
+            canvas_->setPicture(qImageOf(player_->rawFrame()), {});
         else
             showClipFrame();
     }

@@ -2,6 +2,7 @@
 
 #include "editing/ImageRedactor.h"
 
+#include "ui/ImageConversion.h"
 #include "ui/Messages.h"
 
 #include "app/AppSettings.h"
@@ -268,9 +269,7 @@ void SettingsWindow::showPresetStyle() {
 void SettingsWindow::showPreview(bool dark, const RedactStyle& style) {
     const cv::Mat sample =
         ImageRedactor::samplePreview(preview_->width(), preview_->height(), dark, style);
-    const QImage image(sample.data, sample.cols, sample.rows, static_cast<qsizetype>(sample.step),
-                       QImage::Format_ARGB32);
-    preview_->setPixmap(QPixmap::fromImage(image.copy()));
+    preview_->setPixmap(QPixmap::fromImage(qImageOf(sample)));
 }
 
 void SettingsWindow::editPresetStyle() {
