@@ -69,14 +69,6 @@ const FlowMeta& FlowLibrary::meta(const std::string& folderName) {
     return it->second;
 }
 
-template <typename F> auto FlowLibrary::mutate(F&& change) -> decltype(change()) {
-    struct ReloadAtExit {
-        FlowLibrary* library;
-        ~ReloadAtExit() { library->reload(); }
-    } reloadAtExit{this};
-    return change();
-}
-
 ThumbEdits FlowLibrary::screensChanged(ThumbEdits edits) {
     if (!edits.empty())
         emit thumbnailsChanged(edits);

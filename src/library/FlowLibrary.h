@@ -2,6 +2,7 @@
 
 #ifndef Q_MOC_RUN // moc cannot parse the C++20 standard headers
 #include "comments/ScreenComment.h"
+#include "figma/FigmaPublishPersistence.h"
 #include "editing/ScreenEdits.h"
 #include "library/AppArchive.h"
 #include "library/ArchiveImport.h"
@@ -150,6 +151,14 @@ public:
         recognizerFactory_ = std::move(factory);
     }
 
+    // Figma. The export package lives in the flow's own folder.
+    std::filesystem::path exportToFigmaInFlowFolder(const std::string& folderName);
+    std::optional<std::filesystem::path> existingFigmaZip(const std::string& folderName);
+    void removeFigmaZip(const std::string& folderName);
+    void setFigmaFileURL(const std::string& folderName, const std::optional<std::string>& url);
+    // A publish's bookkeeping on this flow, for the thread that owns the library.
+    FigmaPublishPersistence figmaPersistence(const std::string& folderName);
+
 signals:
     // After every reload.
     void changed();
@@ -158,6 +167,8 @@ signals:
     void ocrProgress(int remaining);
     // After a screen operation, for the thumbnail cache.
     void thumbnailsChanged(const varnel::ThumbEdits& edits);
+    // A publish stored the threads it pulled from Figma.
+    void figmaThreadsRefreshed(const QString& folderName);
 
 private:
     void screenFileChanged(const std::string& folderName, const std::string& filename);
@@ -189,5 +200,14 @@ private:
     std::shared_ptr<std::atomic<bool>> cancelOCR_ = std::make_shared<std::atomic<bool>>(false);
     RecognizerFactory recognizerFactory_;
 };
+
+// Every change ends with a reload, also when it throws.
+template <typename F> auto FlowLibrary::mutate(F&& change) -> decltype(change()) {
+    struct ReloadAtExit {
+        FlowLibrary* library;
+        ~ReloadAtExit() { library->reload(); }
+    } reloadAtExit{this};
+    return change();
+}
 
 } // namespace varnel

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <functional>
+#include <map>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -97,6 +98,21 @@ public:
     // "figmaPendingDeletes", so that the next publish deletes them in Figma.
     void setComments(std::string_view folderName, const std::string& filename,
                      std::optional<std::vector<ScreenComment>> pins);
+
+    // Figma bookkeeping of a publish, one meta.json write each. A pin reposted under a new id
+    // queues its old comment for deletion; a pin deleted meanwhile queues the new one.
+    void markFigmaPosted(std::string_view folderName, const std::string& filename,
+                         const std::string& pinId, const std::string& commentId,
+                         const std::string& signature);
+    void clearFigmaPendingDelete(std::string_view folderName, const std::string& commentId);
+    // Removes a pin whose comment was deleted in Figma, without queueing anything.
+    void removePinDeletedInFigma(std::string_view folderName, const std::string& filename,
+                                 const std::string& pinId);
+    // Stores the pulled threads of every screen (none where a screen has none) and the time.
+    void saveFigmaThreads(std::string_view folderName,
+                          const std::map<std::string, std::vector<FigmaThread>>& threads,
+                          Date pulledAt);
+    void setFigmaFileURL(std::string_view folderName, const std::optional<std::string>& url);
 
     // Brings a flow folder from elsewhere (an archive, a staging folder) into the library under
     // a folder name made from its meta; moves the files and returns the new folder name. With

@@ -3,6 +3,7 @@
 #include "library/FlowStore.h"
 #include "library/LibraryLayout.h"
 
+#include <algorithm>
 #include <set>
 
 namespace varnel {
@@ -53,6 +54,73 @@ void FlowStore::setComments(std::string_view folderName, const std::string& file
     screen.comments = nonEmpty(std::move(next));
     writeMeta(folderName, m);
     appendToIndex(m.summary(std::string(folderName)));
+}
+
+} // namespace varnel
+
+namespace varnel {
+
+void FlowStore::markFigmaPosted(std::string_view folderName, const std::string& filename,
+                                const std::string& pinId, const std::string& commentId,
+                                const std::string& signature) {
+    FlowMeta m = meta(folderName);
+    ScreenRef& screen = requireScreen(m, folderName, filename);
+    std::vector<ScreenComment> pins = screen.pins();
+    const auto pin = std::find_if(pins.begin(), pins.end(),
+                                  [&](const ScreenComment& p) { return p.id == pinId; });
+    if (pin == pins.end()) {
+        m.queuePendingDeletes({commentId});
+    } else {
+        if (pin->postedId && *pin->postedId != commentId)
+            m.queuePendingDeletes({*pin->postedId});
+        pin->postedId = commentId;
+        pin->postedSignature = signature;
+        screen.comments = std::move(pins);
+    }
+    writeMeta(folderName, m);
+}
+
+void FlowStore::clearFigmaPendingDelete(std::string_view folderName, const std::string& commentId) {
+    FlowMeta m = meta(folderName);
+    if (!m.figmaPendingDeletes)
+        return;
+    auto& ids = *m.figmaPendingDeletes;
+    const auto end = std::remove(ids.begin(), ids.end(), commentId);
+    if (end == ids.end())
+        return;
+    ids.erase(end, ids.end());
+    if (ids.empty())
+        m.figmaPendingDeletes.reset();
+    writeMeta(folderName, m);
+}
+
+void FlowStore::removePinDeletedInFigma(std::string_view folderName, const std::string& filename,
+                                        const std::string& pinId) {
+    FlowMeta m = meta(folderName);
+    ScreenRef& screen = requireScreen(m, folderName, filename);
+    std::vector<ScreenComment> pins = screen.pins();
+    std::erase_if(pins, [&](const ScreenComment& p) { return p.id == pinId; });
+    screen.comments = nonEmpty(std::move(pins));
+    writeMeta(folderName, m);
+}
+
+void FlowStore::saveFigmaThreads(std::string_view folderName,
+                                 const std::map<std::string, std::vector<FigmaThread>>& threads,
+                                 Date pulledAt) {
+    FlowMeta m = meta(folderName);
+    for (auto& screen : m.screens) {
+        const auto found = threads.find(screen.filename);
+        screen.figmaThreads = found == threads.end() ? std::nullopt : nonEmpty(found->second);
+    }
+    m.figmaLastPulledAt = pulledAt;
+    writeMeta(folderName, m);
+}
+
+void FlowStore::setFigmaFileURL(std::string_view folderName,
+                                const std::optional<std::string>& url) {
+    FlowMeta m = meta(folderName);
+    m.figmaFileURL = url;
+    writeMeta(folderName, m);
 }
 
 } // namespace varnel

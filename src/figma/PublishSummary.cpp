@@ -1,0 +1,27 @@
+#include "figma/PublishSummary.h"
+
+#include <utility>
+
+namespace varnel {
+
+std::string PublishSummary::text() const {
+    const std::pair<int, const char*> parts[] = {
+        {posted, " posted"},
+        {deleted, " deleted"},
+        {removedLocally, " removed — deleted in Figma"},
+        {skipped, " skipped — screen not on the board"},
+        {failures, " failed — publish again to retry"},
+        {commentsElsewhere, " comments elsewhere in the file"},
+    };
+    std::string out;
+    for (const auto& [count, label] : parts) {
+        if (count <= 0)
+            continue;
+        if (!out.empty())
+            out += " · ";
+        out += std::to_string(count) + label;
+    }
+    return out.empty() ? "Nothing to publish" : out;
+}
+
+} // namespace varnel

@@ -1,0 +1,59 @@
+// The library's side of Figma: the export package and a publish's bookkeeping.
+#include "library/FlowLibrary.h"
+
+#include "figma/FigmaExport.h"
+#include "library/FileOps.h"
+
+#include <QtGlobal>
+
+namespace varnel {
+
+std::filesystem::path FlowLibrary::exportToFigmaInFlowFolder(const std::string& folderName) {
+    const FlowMeta m = store_.meta(folderName);
+    const auto folder = store_.flowURL(folderName);
+    const auto destination = folder / FigmaExport::packageName(m);
+    FigmaExport::exportPackage(m, folder, destination);
+    return destination;
+}
+
+std::optional<std::filesystem::path> FlowLibrary::existingFigmaZip(const std::string& folderName) {
+    try {
+        const FlowMeta m = store_.meta(folderName);
+        const auto file = store_.flowURL(folderName) / FigmaExport::packageName(m);
+        if (FileOps::exists(file))
+            return file;
+    } catch (const std::exception&) {
+    }
+    return std::nullopt;
+}
+
+void FlowLibrary::removeFigmaZip(const std::string& folderName) {
+    if (const auto file = existingFigmaZip(folderName))
+        FileOps::remove(*file);
+}
+
+void FlowLibrary::setFigmaFileURL(const std::string& folderName,
+                                  const std::optional<std::string>& url) {
+    mutate([&] { store_.setFigmaFileURL(folderName, url); });
+}
+
+FigmaPublishPersistence FlowLibrary::figmaPersistence(const std::string& folderName) {
+    FigmaPublishPersistence p;
+    p.markPosted = [this, folderName](const std::string& file, const std::string& pin,
+                                      const std::string& id, const std::string& signature) {
+        mutate([&] { store_.markFigmaPosted(folderName, file, pin, id, signature); });
+    };
+    p.clearPendingDelete = [this, folderName](const std::string& id) {
+        mutate([&] { store_.clearFigmaPendingDelete(folderName, id); });
+    };
+    p.removeLocalPin = [this, folderName](const std::string& file, const std::string& pin) {
+        mutate([&] { store_.removePinDeletedInFigma(folderName, file, pin); });
+    };
+    p.saveThreads = [this, folderName](const FigmaPublishPersistence::Threads& threads) {
+        mutate([&] { store_.saveFigmaThreads(folderName, threads, Date::now()); });
+        emit figmaThreadsRefreshed(QString::fromStdString(folderName));
+    };
+    return p;
+}
+
+} // namespace varnel
