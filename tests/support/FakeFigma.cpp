@@ -1,0 +1,552 @@
+#include "support/FakeFigma.h"
+
+#include <httplib.h>
+
+#include <QBuffer>
+#include <QColor>
+#include <QImage>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <functional>
+#include <set>
+#include <sstream>
+
+namespace varnel::test {
+
+namespace {
+
+bool isPositiveInteger(const std::string& text) {
+    return !text.empty() && text[0] != '0' &&
+           std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
+}
+
+bool isNumber(const FakeFigma::Json& json, const char* key) {
+    return json.is_object() && json.contains(key) && json[key].is_number();
+}
+
+// A client_meta of Figma's oneOf: Vector, FrameOffset, Region or FrameOffsetRegion.
+bool isClientMeta(const FakeFigma::Json& meta) {
+    if (!meta.is_object())
+        return false;
+    if (meta.contains("node_id"))
+        return meta["node_id"].is_string() && meta.contains("node_offset") &&
+               isNumber(meta["node_offset"], "x") && isNumber(meta["node_offset"], "y");
+    return isNumber(meta, "x") && isNumber(meta, "y");
+}
+
+} // namespace
+
+FakeFigma::FakeFigma(std::string fileKey, std::string token)
+    : fileKey_(std::move(fileKey)), token_(std::move(token)),
+      server_(std::make_unique<httplib::Server>()) {
+    document_ = {
+        {"id", "0:0"}, {"name", "Document"}, {"type", "DOCUMENT"}, {"children", Json::array()}};
+    route();
+    port_ = server_->bind_to_any_port("127.0.0.1");
+    thread_ = std::thread([this] { server_->listen_after_bind(); });
+    while (!server_->is_running()) // so that stop() in the destructor always finds it running
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+}
+
+FakeFigma::~FakeFigma() {
+    server_->stop();
+    thread_.join();
+}
+
+std::string FakeFigma::baseURL() const {
+    return "http://127.0.0.1:" + std::to_string(port_);
+}
+
+std::string FakeFigma::fileLink(const std::string& nodeId) const {
+    std::string link = "https://www.figma.com/design/" + fileKey_ + "/Flows";
+    if (!nodeId.empty()) {
+        std::string dashed = nodeId;
+        std::replace(dashed.begin(), dashed.end(), ':', '-');
+        link += "?node-id=" + dashed + "&t=abc";
+    }
+    return link;
+}
+
+std::string FakeFigma::newNodeId() {
+    return "1:" + std::to_string(nextNode_++);
+}
+
+std::string FakeFigma::now() {
+    char text[40];
+    const int t = clock_++;
+    std::snprintf(text, sizeof text, "2026-11-22T10:%02d:%02d.%03dZ", (t / 60) % 60, t % 60,
+                  (t * 7) % 1000);
+    return text;
+}
+
+FakeFigma::Json* FakeFigma::findNode(Json& node, const std::string& id) {
+    if (node["id"] == id)
+        return &node;
+    if (node.contains("children"))
+        for (auto& child : node["children"])
+            if (Json* found = findNode(child, id))
+                return found;
+    return nullptr;
+}
+
+const FakeFigma::Json* FakeFigma::findNode(const Json& node, const std::string& id) const {
+    return const_cast<FakeFigma*>(this)->findNode(const_cast<Json&>(node), id);
+}
+
+std::string FakeFigma::addPage(const std::string& name) {
+    std::lock_guard lock(mutex_);
+    const std::string id = "0:" + std::to_string(nextNode_++);
+    document_["children"].push_back(
+        {{"id", id}, {"name", name}, {"type", "CANVAS"}, {"children", Json::array()}});
+    return id;
+}
+
+std::string FakeFigma::addBoard(const std::string& pageId, const std::string& flowId,
+                                const std::optional<std::string>& importedAt, double x, double y,
+                                const std::vector<Screen>& screens) {
+    std::lock_guard lock(mutex_);
+    Json* page = findNode(document_, pageId);
+    if (!page)
+        throw std::invalid_argument("no page " + pageId);
+    double right = 0, bottom = 0;
+    Json children = Json::array();
+    for (const auto& s : screens) {
+        const std::string frame = newNodeId();
+        const Json box{{"x", x + s.x}, {"y", y + s.y}, {"width", s.width}, {"height", s.height}};
+        children.push_back({{"id", frame},
+                            {"name", s.file},
+                            {"type", "FRAME"},
+                            {"absoluteBoundingBox", box},
+                            {"sharedPluginData", {{"varnel", {{"file", s.file}}}}},
+                            {"children",
+                             {{{"id", newNodeId()},
+                               {"name", "picture"},
+                               {"type", "RECTANGLE"},
+                               {"absoluteBoundingBox", box}}}}});
+        right = std::max(right, s.x + s.width);
+        bottom = std::max(bottom, s.y + s.height);
+    }
+    Json tags{{"flowId", flowId}};
+    if (importedAt)
+        tags["importedAt"] = *importedAt;
+    const std::string id = newNodeId();
+    (*page)["children"].push_back(
+        {{"id", id},
+         {"name", "Board"},
+         {"type", "SECTION"},
+         {"absoluteBoundingBox", {{"x", x}, {"y", y}, {"width", right}, {"height", bottom}}},
+         {"sharedPluginData", {{"varnel", tags}, {"other.plugin", {{"k", "v"}}}}},
+         {"children", children}});
+    return id;
+}
+
+std::string FakeFigma::screenNode(const std::string& boardId, const std::string& file) const {
+    std::lock_guard lock(mutex_);
+    const Json* board = findNode(document_, boardId);
+    for (const auto& child : board->at("children"))
+        if (child["name"] == file)
+            return child["id"];
+    throw std::invalid_argument("no screen " + file);
+}
+
+void FakeFigma::removeNode(const std::string& nodeId) {
+    std::lock_guard lock(mutex_);
+    std::function<void(Json&)> prune = [&](Json& node) {
+        if (!node.contains("children"))
+            return;
+        auto& list = node["children"];
+        for (auto it = list.begin(); it != list.end();) {
+            if ((*it)["id"] == nodeId) {
+                it = list.erase(it);
+            } else {
+                prune(*it);
+                ++it;
+            }
+        }
+    };
+    prune(document_);
+}
+
+FakeFigma::Json FakeFigma::userJson(bool self) const {
+    if (self)
+        return {{"id", kUserId},
+                {"handle", kUserHandle},
+                {"img_url", baseURL() + "/avatars/" + kUserId + ".png"}};
+    return {{"id", kForeignId},
+            {"handle", kForeignHandle},
+            {"img_url", baseURL() + "/avatars/" + kForeignId + ".png"}};
+}
+
+FakeFigma::Json FakeFigma::newComment(const std::string& message, const Json& meta, bool self,
+                                      const std::string& createdAt,
+                                      const std::optional<std::string>& parent) {
+    const std::string id = std::to_string(nextComment_++);
+    Json comment{{"id", id},
+                 {"file_key", fileKey_},
+                 {"user", userJson(self)},
+                 {"created_at", createdAt.empty() ? now() : createdAt},
+                 {"resolved_at", nullptr},
+                 {"message", message},
+                 {"reactions", Json::array()},
+                 {"order_id", parent ? Json(nullptr) : Json(std::to_string(comments_.size() + 1))}};
+    if (parent) {
+        comment["parent_id"] = *parent;
+        comment["client_meta"] = Json::object();
+    } else {
+        comment["client_meta"] = meta;
+    }
+    comments_.push_back(comment);
+    return comment;
+}
+
+std::string FakeFigma::addForeignComment(const std::string& message, const std::string& nodeId,
+                                         double x, double y, const std::string& createdAt) {
+    std::lock_guard lock(mutex_);
+    const Json meta{{"node_id", nodeId}, {"node_offset", {{"x", x}, {"y", y}}}};
+    return newComment(message, meta, false, createdAt, std::nullopt)["id"];
+}
+
+std::string FakeFigma::addForeignReply(const std::string& parentId, const std::string& message,
+                                       const std::string& createdAt) {
+    std::lock_guard lock(mutex_);
+    return newComment(message, Json::object(), false, createdAt, parentId)["id"];
+}
+
+void FakeFigma::deleteInFigma(const std::string& commentId) {
+    std::lock_guard lock(mutex_);
+    std::erase_if(comments_, [&](const Json& c) {
+        return c["id"] == commentId || c.value("parent_id", "") == commentId;
+    });
+}
+
+void FakeFigma::reanchor(const std::string& commentId, const std::string& nodeId, double x,
+                         double y) {
+    std::lock_guard lock(mutex_);
+    for (auto& c : comments_)
+        if (c["id"] == commentId)
+            c["client_meta"] = {{"node_id", nodeId}, {"node_offset", {{"x", x}, {"y", y}}}};
+}
+
+void FakeFigma::resolve(const std::string& commentId) {
+    std::lock_guard lock(mutex_);
+    for (auto& c : comments_)
+        if (c["id"] == commentId)
+            c["resolved_at"] = "2026-11-22T11:00:00Z";
+}
+
+std::vector<FakeFigma::Json> FakeFigma::comments() const {
+    std::lock_guard lock(mutex_);
+    return comments_;
+}
+
+std::optional<FakeFigma::Json> FakeFigma::comment(const std::string& id) const {
+    std::lock_guard lock(mutex_);
+    for (const auto& c : comments_)
+        if (c["id"] == id)
+            return c;
+    return std::nullopt;
+}
+
+void FakeFigma::failNext(const std::string& method, const std::string& pathSuffix, int status,
+                         int count) {
+    std::lock_guard lock(mutex_);
+    failures_.push_back({method, pathSuffix, status, count});
+}
+
+std::vector<FakeFigma::Recorded> FakeFigma::requests() const {
+    std::lock_guard lock(mutex_);
+    return log_;
+}
+
+std::vector<std::string> FakeFigma::violations() const {
+    std::lock_guard lock(mutex_);
+    return violations_;
+}
+
+void FakeFigma::clearLog() {
+    std::lock_guard lock(mutex_);
+    log_.clear();
+}
+
+void FakeFigma::violation(const std::string& what) {
+    violations_.push_back(what);
+}
+
+void FakeFigma::error(httplib::Response& res, int status, const std::string& message) const {
+    res.status = status;
+    Json body;
+    if (status == 401 || status == 400)
+        body = {{"error", true}, {"status", status}, {"message", message}};
+    else
+        body = {{"status", status}, {"err", message}};
+    res.set_content(body.dump(), "application/json");
+}
+
+// Logs the request, then answers for the token and for any failure a test asked for. The
+// mutex is held by the caller.
+bool FakeFigma::admit(const httplib::Request& req, httplib::Response& res, const char* method) {
+    Recorded r{method, req.path, {}, {}, req.body, req.get_header_value("X-Figma-Token")};
+    for (const auto& [k, v] : req.params)
+        r.query.emplace(k, v);
+    const auto q = req.target.find('?');
+    r.rawQuery = q == std::string::npos ? "" : req.target.substr(q + 1);
+    log_.push_back(r);
+    if (req.has_header("Authorization") || req.params.count("token"))
+        violation(req.path + ": the token travelled outside X-Figma-Token");
+    if (rejectStatus_) {
+        error(res, rejectStatus_, "Invalid token");
+        return false;
+    }
+    if (r.token != token_) {
+        error(res, 403, "Invalid token");
+        return false;
+    }
+    for (auto& f : failures_) {
+        if (f.remaining > 0 && f.method == method && req.path.ends_with(f.pathSuffix)) {
+            --f.remaining;
+            error(res, f.status, f.status == 429 ? "Rate limit exceeded" : "Failure");
+            return false;
+        }
+    }
+    return true;
+}
+
+bool FakeFigma::checkQuery(const httplib::Request& req, const std::vector<std::string>& allowed,
+                           const std::vector<std::string>& required) {
+    bool ok = true;
+    for (const auto& [k, v] : req.params) {
+        if (std::find(allowed.begin(), allowed.end(), k) == allowed.end()) {
+            violation(req.path + ": unknown query item " + k);
+            ok = false;
+        }
+        if (req.params.count(k) > 1) {
+            violation(req.path + ": query item " + k + " repeated");
+            ok = false;
+        }
+    }
+    for (const auto& k : required)
+        if (!req.has_param(k)) {
+            violation(req.path + ": missing query item " + k);
+            ok = false;
+        }
+    if (req.has_param("depth") && !isPositiveInteger(req.get_param_value("depth"))) {
+        violation(req.path + ": depth is not a positive integer");
+        ok = false;
+    }
+    return ok;
+}
+
+FakeFigma::Json FakeFigma::nodeJson(const Json& node, int depth, bool pluginData) const {
+    Json out = node;
+    out["visible"] = true;
+    if (!pluginData)
+        out.erase("sharedPluginData");
+    if (node.contains("children")) {
+        if (depth == 0) {
+            out.erase("children");
+        } else {
+            out["children"] = Json::array();
+            for (const auto& child : node["children"])
+                out["children"].push_back(nodeJson(child, depth - 1, pluginData));
+        }
+    }
+    return out;
+}
+
+void FakeFigma::route() {
+    auto& s = *server_;
+    const auto fileEnvelope = [this](Json document) {
+        return Json{{"name", "Flows"},
+                    {"role", "owner"},
+                    {"lastModified", "2026-11-22T09:00:00Z"},
+                    {"editorType", "figma"},
+                    {"thumbnailUrl", baseURL() + "/thumb.png"},
+                    {"version", "42"},
+                    {"document", std::move(document)},
+                    {"components", Json::object()},
+                    {"componentSets", Json::object()},
+                    {"schemaVersion", 0},
+                    {"styles", Json::object()}};
+    };
+    const auto keyMatches = [this](const httplib::Request& req, httplib::Response& res) {
+        if (req.matches[1] == fileKey_)
+            return true;
+        error(res, 404, "Not found");
+        return false;
+    };
+    const auto badRequest = [this](httplib::Response& res) { error(res, 400, "Bad request"); };
+
+    s.Get("/v1/me", [=, this](const httplib::Request& req, httplib::Response& res) {
+        std::lock_guard lock(mutex_);
+        if (!admit(req, res, "GET"))
+            return;
+        if (!checkQuery(req, {}, {}))
+            return badRequest(res);
+        Json me = userJson(true);
+        me["email"] = "mina@example.com";
+        res.set_content(me.dump(), "application/json");
+    });
+
+    s.Get(R"(/v1/files/([^/]+))", [=, this](const httplib::Request& req, httplib::Response& res) {
+        std::lock_guard lock(mutex_);
+        if (!admit(req, res, "GET") || !keyMatches(req, res))
+            return;
+        if (!checkQuery(req, {"depth", "ids", "plugin_data"}, {"plugin_data"}))
+            return badRequest(res);
+        if (req.has_param("depth") == req.has_param("ids")) {
+            violation(req.path + ": the file asked for without a bound (depth or ids)");
+            return badRequest(res);
+        }
+        const bool plugin = req.get_param_value("plugin_data") == "shared";
+        if (req.has_param("depth")) {
+            const int depth = std::stoi(req.get_param_value("depth"));
+            res.set_content(fileEnvelope(nodeJson(document_, depth, plugin)).dump(),
+                            "application/json");
+            return;
+        }
+        std::set<std::string> ids;
+        std::stringstream list(req.get_param_value("ids"));
+        for (std::string id; std::getline(list, id, ',');)
+            ids.insert(id);
+        // The chains down to each asked node with its whole subtree; pages always.
+        std::function<std::optional<Json>(const Json&, int)> prune =
+            [&](const Json& node, int level) -> std::optional<Json> {
+            if (ids.contains(node["id"].get<std::string>()))
+                return nodeJson(node, 1000, plugin);
+            Json out = nodeJson(node, 0, plugin);
+            Json kept = Json::array();
+            if (node.contains("children"))
+                for (const auto& child : node["children"])
+                    if (auto pruned = prune(child, level + 1))
+                        kept.push_back(*pruned);
+            if (kept.empty() && level > 1)
+                return std::nullopt;
+            out["children"] = kept;
+            return out;
+        };
+        res.set_content(fileEnvelope(*prune(document_, 0)).dump(), "application/json");
+    });
+
+    s.Get(R"(/v1/files/([^/]+)/nodes)",
+          [=, this](const httplib::Request& req, httplib::Response& res) {
+              std::lock_guard lock(mutex_);
+              if (!admit(req, res, "GET") || !keyMatches(req, res))
+                  return;
+              if (!checkQuery(req, {"ids", "plugin_data", "depth"}, {"ids"}))
+                  return badRequest(res);
+              const bool plugin = req.get_param_value("plugin_data") == "shared";
+              Json nodes = Json::object();
+              std::stringstream list(req.get_param_value("ids"));
+              for (std::string id; std::getline(list, id, ',');) {
+                  const Json* node = findNode(document_, id);
+                  nodes[id] = node ? Json{{"document", nodeJson(*node, 1000, plugin)},
+                                          {"components", Json::object()},
+                                          {"componentSets", Json::object()},
+                                          {"schemaVersion", 0},
+                                          {"styles", Json::object()}}
+                                   : Json(nullptr);
+              }
+              Json body = fileEnvelope(Json::object());
+              body.erase("document");
+              body["nodes"] = nodes;
+              res.set_content(body.dump(), "application/json");
+          });
+
+    s.Get(R"(/v1/files/([^/]+)/comments)",
+          [=, this](const httplib::Request& req, httplib::Response& res) {
+              std::lock_guard lock(mutex_);
+              if (!admit(req, res, "GET") || !keyMatches(req, res))
+                  return;
+              if (!checkQuery(req, {"as_md"}, {}))
+                  return badRequest(res);
+              res.set_content(Json{{"comments", comments_}}.dump(), "application/json");
+          });
+
+    s.Post(R"(/v1/files/([^/]+)/comments)", [=, this](const httplib::Request& req,
+                                                      httplib::Response& res) {
+        std::lock_guard lock(mutex_);
+        if (!admit(req, res, "POST") || !keyMatches(req, res))
+            return;
+        if (!checkQuery(req, {}, {}))
+            return badRequest(res);
+        if (req.get_header_value("Content-Type") != "application/json")
+            violation("POST comments: Content-Type is not application/json");
+        Json body = Json::parse(req.body, nullptr, false);
+        if (!body.is_object() || !body.contains("message") || !body["message"].is_string()) {
+            violation("POST comments: the body is not a comment");
+            return badRequest(res);
+        }
+        if (req.body.rfind("{\"message\":", 0) != 0)
+            violation("POST comments: \"message\" is not the body's first key");
+        for (const auto& [k, v] : body.items())
+            if (k != "message" && k != "comment_id" && k != "client_meta")
+                violation("POST comments: unknown key " + k);
+        if (body.contains("comment_id") == body.contains("client_meta"))
+            violation("POST comments: neither a reply nor a placed comment");
+        if (body.contains("comment_id")) {
+            const std::string parent = body["comment_id"].is_string() ? body["comment_id"] : "";
+            const auto root = std::find_if(comments_.begin(), comments_.end(),
+                                           [&](const Json& c) { return c["id"] == parent; });
+            if (root == comments_.end())
+                return error(res, 404, "Not found");
+            if (root->contains("parent_id"))
+                return badRequest(res);
+            res.set_content(newComment(body["message"], {}, true, {}, parent).dump(),
+                            "application/json");
+            return;
+        }
+        if (!isClientMeta(body["client_meta"])) {
+            violation("POST comments: client_meta has none of Figma's shapes");
+            return badRequest(res);
+        }
+        if (body["client_meta"].contains("node_id") &&
+            !findNode(document_, body["client_meta"]["node_id"]))
+            return badRequest(res);
+        res.set_content(
+            newComment(body["message"], body["client_meta"], true, {}, std::nullopt).dump(),
+            "application/json");
+    });
+
+    s.Delete(R"(/v1/files/([^/]+)/comments/([^/]+))", [=, this](const httplib::Request& req,
+                                                                httplib::Response& res) {
+        std::lock_guard lock(mutex_);
+        if (!admit(req, res, "DELETE") || !keyMatches(req, res))
+            return;
+        if (!checkQuery(req, {}, {}))
+            return badRequest(res);
+        const std::string id = req.matches[2];
+        const auto found = std::find_if(comments_.begin(), comments_.end(),
+                                        [&](const Json& c) { return c["id"] == id; });
+        if (found == comments_.end())
+            return error(res, 404, "Not found");
+        if ((*found)["user"]["id"] != kUserId)
+            return error(res, 403, "Only the author may delete a comment");
+        std::erase_if(comments_, [&](const Json& c) {
+            return c["id"] == id || c.value("parent_id", "") == id;
+        });
+        res.set_content(Json{{"status", 200}, {"error", false}}.dump(), "application/json");
+    });
+
+    s.Get(R"(/avatars/(\d+)\.png)", [](const httplib::Request& req, httplib::Response& res) {
+        // A 2×2 PNG whose colour tells the two users apart.
+        QImage image(2, 2, QImage::Format_RGB32);
+        image.fill(req.matches[1] == kUserId ? QColor(13, 153, 255) : QColor(240, 80, 40));
+        QByteArray bytes;
+        QBuffer buffer(&bytes);
+        buffer.open(QIODevice::WriteOnly);
+        image.save(&buffer, "PNG");
+        res.set_content(bytes.toStdString(), "image/png");
+    });
+
+    s.set_error_handler([this](const httplib::Request& req, httplib::Response& res) {
+        if (res.status == 404 && res.body.empty()) {
+            std::lock_guard lock(mutex_);
+            violation(req.method + " " + req.path + ": no such endpoint");
+            error(res, 404, "Not found");
+        }
+    });
+}
+
+} // namespace varnel::test

@@ -1,0 +1,133 @@
+#pragma once
+
+#include <nlohmann/json.hpp>
+
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace httplib {
+class Server;
+struct Request;
+struct Response;
+} // namespace httplib
+
+namespace varnel::test {
+
+// A Figma REST API on 127.0.0.1 for one file. It keeps the file's nodes and comments in memory,
+// answers with the shapes of Figma's OpenAPI description (errors included), and records every
+// request, with what was wrong with it, so that tests can check what the client sent.
+class FakeFigma {
+public:
+    using Json = nlohmann::json;
+
+    struct Screen {
+        std::string file;
+        double x, y, width, height;
+    };
+    struct Recorded {
+        std::string method;
+        std::string path;
+        std::multimap<std::string, std::string> query;
+        std::string rawQuery;
+        std::string body;
+        std::string token;
+    };
+
+    FakeFigma(std::string fileKey, std::string token);
+    ~FakeFigma();
+    FakeFigma(const FakeFigma&) = delete;
+    FakeFigma& operator=(const FakeFigma&) = delete;
+
+    std::string baseURL() const;
+    const std::string& fileKey() const { return fileKey_; }
+    // A file link as the user copies it from Figma.
+    std::string fileLink(const std::string& nodeId = {}) const;
+
+    // The file: one page per call of addPage, boards on pages. Returns node ids.
+    std::string addPage(const std::string& name);
+    // A board as the import plugin lays it out: a root tagged with the flow, one frame per
+    // screen tagged with its file, each frame holding a picture node.
+    std::string addBoard(const std::string& pageId, const std::string& flowId,
+                         const std::optional<std::string>& importedAt, double x, double y,
+                         const std::vector<Screen>& screens);
+    // The id of the frame that holds `file` on the board.
+    std::string screenNode(const std::string& boardId, const std::string& file) const;
+    void removeNode(const std::string& nodeId);
+
+    // Comments made in Figma by someone else.
+    std::string addForeignComment(const std::string& message, const std::string& nodeId, double x,
+                                  double y, const std::string& createdAt);
+    std::string addForeignReply(const std::string& parentId, const std::string& message,
+                                const std::string& createdAt);
+    void deleteInFigma(const std::string& commentId);
+    void reanchor(const std::string& commentId, const std::string& nodeId, double x, double y);
+    void resolve(const std::string& commentId);
+    std::vector<Json> comments() const;
+    std::optional<Json> comment(const std::string& id) const;
+
+    // The next `count` requests whose method and path match answer with `status` instead.
+    void failNext(const std::string& method, const std::string& pathSuffix, int status,
+                  int count = 1);
+    // Every request is refused as a bad token, with 401 or 403.
+    void rejectToken(int status) {
+        std::lock_guard lock(mutex_);
+        rejectStatus_ = status;
+    }
+
+    std::vector<Recorded> requests() const;
+    // Requests that broke the API's rules; empty when the client behaved.
+    std::vector<std::string> violations() const;
+    void clearLog();
+
+    static constexpr const char* kUserId = "1001";
+    static constexpr const char* kUserHandle = "Mina Kerr";
+    static constexpr const char* kForeignId = "2002";
+    static constexpr const char* kForeignHandle = "Ola Brandt";
+
+private:
+    struct Failure {
+        std::string method;
+        std::string pathSuffix;
+        int status;
+        int remaining;
+    };
+
+    void route();
+    bool admit(const httplib::Request& req, httplib::Response& res, const char* method);
+    void violation(const std::string& what);
+    void error(httplib::Response& res, int status, const std::string& message) const;
+    bool checkQuery(const httplib::Request& req, const std::vector<std::string>& allowed,
+                    const std::vector<std::string>& required);
+    Json nodeJson(const Json& node, int depth, bool pluginData) const;
+    Json userJson(bool self) const;
+    Json newComment(const std::string& message, const Json& meta, bool self,
+                    const std::string& createdAt, const std::optional<std::string>& parent);
+    std::string newNodeId();
+    Json* findNode(Json& node, const std::string& id);
+    const Json* findNode(const Json& node, const std::string& id) const;
+    std::string now();
+
+    std::string fileKey_;
+    std::string token_;
+    std::unique_ptr<httplib::Server> server_;
+    std::thread thread_;
+    int port_ = 0;
+
+    mutable std::mutex mutex_;
+    Json document_;
+    std::vector<Json> comments_;
+    std::vector<Recorded> log_;
+    std::vector<std::string> violations_;
+    std::vector<Failure> failures_;
+    int rejectStatus_ = 0;
+    int nextNode_ = 10;
+    int nextComment_ = 500;
+    int clock_ = 0;
+};
+
+} // namespace varnel::test
