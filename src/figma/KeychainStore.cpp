@@ -1,5 +1,7 @@
 #include "figma/KeychainStore.h"
 
+#include "library/Utf8.h"
+
 #include <qt6keychain/keychain.h>
 
 #include <QEventLoop>
@@ -35,7 +37,11 @@ void KeychainStore::set(const std::string& data, const std::string& key) {
     remove(key);
     QKeychain::WritePasswordJob job(QString::fromStdString(service_));
     job.setKey(QString::fromStdString(key));
-    job.setBinaryData(QByteArray(data.data(), static_cast<qsizetype>(data.size())));
+    // Text is kept as text, so the desktop's own tools show the token as it is.
+    if (Utf8::isValid(data))
+        job.setTextData(QString::fromStdString(data));
+    else
+        job.setBinaryData(QByteArray(data.data(), static_cast<qsizetype>(data.size())));
     finish(job);
 }
 
