@@ -158,6 +158,10 @@ public:
     void setFigmaFileURL(const std::string& folderName, const std::optional<std::string>& url);
     // A publish's bookkeeping on this flow, for the thread that owns the library.
     FigmaPublishPersistence figmaPersistence(const std::string& folderName);
+    void addFigmaReply(const std::string& folderName, const std::string& filename,
+                       const std::string& rootId, const FigmaReply& reply);
+    void removeFigmaThread(const std::string& folderName, const std::string& filename,
+                           const std::string& rootId);
 
 signals:
     // After every reload.

@@ -56,4 +56,16 @@ FigmaPublishPersistence FlowLibrary::figmaPersistence(const std::string& folderN
     return p;
 }
 
+void FlowLibrary::addFigmaReply(const std::string& folderName, const std::string& filename,
+                                const std::string& rootId, const FigmaReply& reply) {
+    mutate([&] { store_.addFigmaReply(folderName, filename, rootId, reply); });
+    emit figmaThreadsRefreshed(QString::fromStdString(folderName));
+}
+
+void FlowLibrary::removeFigmaThread(const std::string& folderName, const std::string& filename,
+                                    const std::string& rootId) {
+    mutate([&] { store_.removeFigmaThread(folderName, filename, rootId); });
+    emit figmaThreadsRefreshed(QString::fromStdString(folderName));
+}
+
 } // namespace varnel

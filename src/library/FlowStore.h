@@ -113,6 +113,12 @@ public:
                           const std::map<std::string, std::vector<FigmaThread>>& threads,
                           Date pulledAt);
     void setFigmaFileURL(std::string_view folderName, const std::optional<std::string>& url);
+    // A reply sent from the app, shown at once, before the next pull.
+    void addFigmaReply(std::string_view folderName, const std::string& filename,
+                       const std::string& rootId, const FigmaReply& reply);
+    // A thread deleted from the app: it goes, and so does the local pin it was posted from.
+    void removeFigmaThread(std::string_view folderName, const std::string& filename,
+                           const std::string& rootId);
 
     // Brings a flow folder from elsewhere (an archive, a staging folder) into the library under
     // a folder name made from its meta; moves the files and returns the new folder name. With

@@ -123,4 +123,32 @@ void FlowStore::setFigmaFileURL(std::string_view folderName,
     writeMeta(folderName, m);
 }
 
+void FlowStore::addFigmaReply(std::string_view folderName, const std::string& filename,
+                              const std::string& rootId, const FigmaReply& reply) {
+    FlowMeta m = meta(folderName);
+    ScreenRef& screen = requireScreen(m, folderName, filename);
+    if (!screen.figmaThreads)
+        return;
+    for (auto& thread : *screen.figmaThreads)
+        if (thread.rootId == rootId)
+            thread.replies.push_back(reply);
+    writeMeta(folderName, m);
+}
+
+void FlowStore::removeFigmaThread(std::string_view folderName, const std::string& filename,
+                                  const std::string& rootId) {
+    FlowMeta m = meta(folderName);
+    ScreenRef& screen = requireScreen(m, folderName, filename);
+    if (screen.figmaThreads) {
+        std::erase_if(*screen.figmaThreads,
+                      [&](const FigmaThread& t) { return t.rootId == rootId; });
+        if (screen.figmaThreads->empty())
+            screen.figmaThreads.reset();
+    }
+    std::vector<ScreenComment> pins = screen.pins();
+    std::erase_if(pins, [&](const ScreenComment& p) { return p.postedId == rootId; });
+    screen.comments = nonEmpty(std::move(pins));
+    writeMeta(folderName, m);
+}
+
 } // namespace varnel

@@ -1,9 +1,15 @@
 // Publish and pull end to end: a flow of the library, the sync run and a Figma on 127.0.0.1.
 #include "figma/FigmaAPI.h"
+#include "figma/FigmaAccountCache.h"
+#include "figma/FigmaAuth.h"
+#include "figma/FigmaAvatarCache.h"
 #include "figma/FigmaCommentSync.h"
 #include "figma/FigmaPublishableWork.h"
+#include "figma/FigmaSyncService.h"
+#include "figma/FigmaThreadActions.h"
 #include "library/FlowLibrary.h"
 #include "support/FakeFigma.h"
+#include "support/MemorySecrets.h"
 #include "support/TestLibrary.h"
 
 #include <QCoreApplication>
@@ -262,6 +268,128 @@ TEST_F(FigmaSyncTest, AFailureMidRunIsRedoneByTheNextRun) {
     EXPECT_FALSE(figma.comment(old));
     EXPECT_EQ(figma.comments().size(), 3u);
     EXPECT_EQ(FigmaPublishableWork::count(meta()), 0);
+}
+
+class FigmaServicesTest : public FigmaSyncTest {
+protected:
+    FigmaServicesTest() { FigmaAuth::setToken("secret-token", secrets); }
+
+    FigmaAPIFactory factory() {
+        return [base = figma.baseURL()](const std::string& token) {
+            return std::make_unique<FigmaAPI>(token, base);
+        };
+    }
+    template <typename Done> void waitFor(Done done) {
+        while (!done())
+            QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+    }
+
+    test::MemorySecrets secrets;
+};
+
+TEST_F(FigmaServicesTest, PublishRunsOffTheMainThreadAndRecordsOnIt) {
+    FigmaSyncService service(library, secrets, factory());
+    QSignalSpy state(&service, &FigmaSyncService::stateChanged);
+    addPin("01.png", "p", 0.5, 0.5, "Hello");
+
+    service.publish(folder);
+    EXPECT_TRUE(service.isSyncing(folder));
+    service.publish(folder); // ignored while the first runs
+    service.waitForIdle();
+    EXPECT_EQ(state.count(), 2); // started, finished
+    ASSERT_TRUE(service.lastOutcome(folder));
+    EXPECT_EQ(service.lastOutcome(folder)->text, "1 posted");
+    EXPECT_FALSE(service.lastOutcome(folder)->failed);
+    EXPECT_TRUE(postedId("01.png", "p"));
+    EXPECT_EQ(countRequests("POST"), 1);
+
+    figma.rejectToken(403);
+    service.publish(folder);
+    service.waitForIdle();
+    EXPECT_EQ(service.lastOutcome(folder)->text,
+              "Figma refused the token — check Settings → Figma");
+    EXPECT_TRUE(service.lastOutcome(folder)->failed);
+
+    // Without a token nothing is sent at all.
+    figma.clearLog();
+    FigmaAuth::setToken("", secrets);
+    service.publish(folder);
+    EXPECT_FALSE(service.isSyncing(folder));
+    EXPECT_EQ(service.lastOutcome(folder)->text, "Add your Figma token in Settings → Figma first");
+    EXPECT_TRUE(figma.requests().empty());
+}
+
+TEST_F(FigmaServicesTest, ReplyAndDeleteFromTheThreadPanel) {
+    addPin("01.png", "p", 0.5, 0.5, "Hello");
+    ASSERT_EQ(publishText(), "1 posted");
+    const std::string root = *postedId("01.png", "p");
+    FigmaThreadActions actions(library, secrets, factory());
+    QSignalSpy done(&actions, &FigmaThreadActions::finished);
+    QSignalSpy refreshed(&library, &FlowLibrary::figmaThreadsRefreshed);
+
+    actions.reply(folder, "01.png", root, "Thanks");
+    waitFor([&] { return done.count() == 1; });
+    EXPECT_EQ(done[0][2].toString(), "");
+    ASSERT_EQ(threads("01.png")[0].replies.size(), 1u);
+    EXPECT_EQ(threads("01.png")[0].replies[0].text, "Thanks");
+    EXPECT_EQ(threads("01.png")[0].replies[0].authorHandle, FakeFigma::kUserHandle);
+    EXPECT_EQ(figma.comments().size(), 2u);
+    EXPECT_EQ(refreshed.count(), 1);
+    EXPECT_EQ(actions.threadURL(folder, root), "https://www.figma.com/design/FILEKEY#" + root);
+
+    // A thread someone deleted in Figma meanwhile answers 404.
+    const std::string theirs = figma.addForeignComment("Theirs", board, 10, 10, "");
+    figma.deleteInFigma(theirs);
+    actions.reply(folder, "01.png", theirs, "Too late");
+    waitFor([&] { return done.count() == 2; });
+    EXPECT_EQ(done[1][2].toString(), "This thread was deleted in Figma");
+
+    actions.deleteThread(folder, "01.png", root);
+    waitFor([&] { return done.count() == 3; });
+    EXPECT_EQ(done[2][2].toString(), "");
+    EXPECT_TRUE(figma.comments().empty());
+    EXPECT_TRUE(threads("01.png").empty());
+    EXPECT_TRUE(pins("01.png").empty()); // the pin went with its thread, queueing nothing
+    EXPECT_FALSE(meta().figmaPendingDeletes);
+}
+
+TEST_F(FigmaServicesTest, AccountAndAvatarsAreFetchedOnce) {
+    FigmaAvatarCache avatars;
+    FigmaAccountCache account(secrets, avatars, factory());
+    QSignalSpy changed(&account, &FigmaAccountCache::changed);
+    account.ensureLoaded();
+    EXPECT_TRUE(account.loading());
+    account.ensureLoaded(); // no second request while one is under way
+    waitFor([&] { return !account.avatar().isNull(); });
+    ASSERT_TRUE(account.account());
+    EXPECT_EQ(account.account()->handle, FakeFigma::kUserHandle);
+    EXPECT_EQ(account.avatar().pixelColor(0, 0), QColor(13, 153, 255));
+    account.ensureLoaded(); // known: nothing asked
+    int meRequests = 0;
+    for (const auto& r : figma.requests())
+        meRequests += r.path == "/v1/me";
+    EXPECT_EQ(meRequests, 1);
+
+    // Many rows with one author: one fetch.
+    const std::string url = figma.baseURL() + "/avatars/2002.png";
+    avatars.ensureLoaded(url);
+    avatars.ensureLoaded(url);
+    EXPECT_TRUE(avatars.isInFlight(url));
+    avatars.ensureLoaded(std::nullopt);
+    avatars.ensureLoaded("http://example.com/a.png"); // not fetched in clear from elsewhere
+    EXPECT_EQ(avatars.fetchesStarted(), 2);           // the account's and this one
+    waitFor([&] { return !avatars.isInFlight(url); });
+    EXPECT_EQ(avatars.image(url).pixelColor(0, 0), QColor(240, 80, 40));
+    avatars.ensureLoaded(url);
+    EXPECT_EQ(avatars.fetchesStarted(), 2); // the account's and this one
+
+    // A refused token leaves no account, and says why.
+    account.clear();
+    figma.rejectToken(403);
+    account.ensureLoaded();
+    waitFor([&] { return !account.loading(); });
+    EXPECT_FALSE(account.account());
+    EXPECT_EQ(account.lastError(), "Figma refused the token — check Settings → Figma");
 }
 
 } // namespace
