@@ -1,6 +1,7 @@
 #include "cli/Cli.h"
 #include "cli/CliCapture.h"
 #include "cli/CliEditing.h"
+#include "cli/CliFigma.h"
 #include "cli/CliSupport.h"
 #include "cli/CliText.h"
 
@@ -90,6 +91,11 @@ Commands:
                                               since they were last read (all flows, or one)
   search QUERY [--media images|videos]        the flows and screens whose name, category or
                                               text holds QUERY, as the gallery shows them
+  figma export FOLDER                         write the package for the Figma import plugin;
+                                              prints its path
+  figma link FOLDER URL                       link a flow to the Figma file it was imported into
+  figma publish FOLDER                        send the flow's comment pins to the linked file
+                                              and pull its threads back (token from Settings)
 
 Options:
   --library DIR   the library folder
@@ -260,6 +266,11 @@ bool changesLibrary(const std::string& command) {
 } // namespace
 
 int run(const std::vector<std::string>& args, std::ostream& out, std::ostream& err) {
+    return run(args, out, err, FigmaAccess{});
+}
+
+int run(const std::vector<std::string>& args, std::ostream& out, std::ostream& err,
+        const FigmaAccess& figmaAccess) {
     Invocation inv;
     try {
         if (std::find(args.begin(), args.end(), "--help") != args.end() ||
@@ -289,6 +300,7 @@ int run(const std::vector<std::string>& args, std::ostream& out, std::ostream& e
             {"revert", [&] { return revert(inv, store, out); }},
             {"ocr", [&] { return ocr(inv, store, out, err); }},
             {"search", [&] { return search(inv, store, out); }},
+            {"figma", [&] { return figma(inv, store, figmaAccess, out); }},
         };
         auto command = commands.find(inv.command);
         if (command == commands.end())

@@ -13,7 +13,12 @@ enum ExitCode : int {
     kCheckFailed = 3 // `check` found broken invariants
 };
 
+struct FigmaAccess;
+
 // Runs one varnel-cli command (arguments without the program name).
 int run(const std::vector<std::string>& args, std::ostream& out, std::ostream& err);
+// The same, reaching Figma where `figmaAccess` says.
+int run(const std::vector<std::string>& args, std::ostream& out, std::ostream& err,
+        const FigmaAccess& figmaAccess);
 
 } // namespace varnel::cli

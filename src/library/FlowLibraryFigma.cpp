@@ -38,19 +38,21 @@ void FlowLibrary::setFigmaFileURL(const std::string& folderName,
 }
 
 FigmaPublishPersistence FlowLibrary::figmaPersistence(const std::string& folderName) {
+    // The store's bookkeeping, each step followed by a reload so the views see it.
+    const FigmaPublishPersistence store = store_.figmaPersistence(folderName);
     FigmaPublishPersistence p;
-    p.markPosted = [this, folderName](const std::string& file, const std::string& pin,
-                                      const std::string& id, const std::string& signature) {
-        mutate([&] { store_.markFigmaPosted(folderName, file, pin, id, signature); });
+    p.markPosted = [this, store](const std::string& file, const std::string& pin,
+                                 const std::string& id, const std::string& signature) {
+        mutate([&] { store.markPosted(file, pin, id, signature); });
     };
-    p.clearPendingDelete = [this, folderName](const std::string& id) {
-        mutate([&] { store_.clearFigmaPendingDelete(folderName, id); });
+    p.clearPendingDelete = [this, store](const std::string& id) {
+        mutate([&] { store.clearPendingDelete(id); });
     };
-    p.removeLocalPin = [this, folderName](const std::string& file, const std::string& pin) {
-        mutate([&] { store_.removePinDeletedInFigma(folderName, file, pin); });
+    p.removeLocalPin = [this, store](const std::string& file, const std::string& pin) {
+        mutate([&] { store.removeLocalPin(file, pin); });
     };
-    p.saveThreads = [this, folderName](const FigmaPublishPersistence::Threads& threads) {
-        mutate([&] { store_.saveFigmaThreads(folderName, threads, Date::now()); });
+    p.saveThreads = [this, store, folderName](const FigmaPublishPersistence::Threads& threads) {
+        mutate([&] { store.saveThreads(threads); });
         emit figmaThreadsRefreshed(QString::fromStdString(folderName));
     };
     return p;

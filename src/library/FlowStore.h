@@ -1,6 +1,7 @@
 #pragma once
 
 #include "library/Date.h"
+#include "figma/FigmaPublishPersistence.h"
 #include "library/FlowMeta.h"
 #include "library/FlowSummary.h"
 #include "library/LibraryIndex.h"
@@ -113,6 +114,8 @@ public:
                           const std::map<std::string, std::vector<FigmaThread>>& threads,
                           Date pulledAt);
     void setFigmaFileURL(std::string_view folderName, const std::optional<std::string>& url);
+    // The four above as a publish's bookkeeping on one flow; threads are stamped with now.
+    FigmaPublishPersistence figmaPersistence(const std::string& folderName);
     // A reply sent from the app, shown at once, before the next pull.
     void addFigmaReply(std::string_view folderName, const std::string& filename,
                        const std::string& rootId, const FigmaReply& reply);

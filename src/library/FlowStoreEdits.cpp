@@ -151,4 +151,22 @@ void FlowStore::removeFigmaThread(std::string_view folderName, const std::string
     writeMeta(folderName, m);
 }
 
+FigmaPublishPersistence FlowStore::figmaPersistence(const std::string& folderName) {
+    FigmaPublishPersistence p;
+    p.markPosted = [this, folderName](const std::string& file, const std::string& pin,
+                                      const std::string& id, const std::string& signature) {
+        markFigmaPosted(folderName, file, pin, id, signature);
+    };
+    p.clearPendingDelete = [this, folderName](const std::string& id) {
+        clearFigmaPendingDelete(folderName, id);
+    };
+    p.removeLocalPin = [this, folderName](const std::string& file, const std::string& pin) {
+        removePinDeletedInFigma(folderName, file, pin);
+    };
+    p.saveThreads = [this, folderName](const FigmaPublishPersistence::Threads& threads) {
+        saveFigmaThreads(folderName, threads, Date::now());
+    };
+    return p;
+}
+
 } // namespace varnel

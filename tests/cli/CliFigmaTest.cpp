@@ -1,0 +1,109 @@
+// `varnel-cli figma export|link|publish` end to end, publishing to a Figma on 127.0.0.1.
+#include "cli/CliFigma.h"
+#include "figma/FigmaAuth.h"
+#include "library/FlowStore.h"
+#include "library/Zip.h"
+#include "support/CliRun.h"
+#include "support/FakeFigma.h"
+#include "support/MemorySecrets.h"
+#include "support/TestLibrary.h"
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+using namespace varnel;
+using namespace varnel::test;
+
+namespace {
+
+class CliFigmaTest : public ::testing::Test {
+protected:
+    CliFigmaTest() : figma("CLIKEY", "cli-token") {
+        FlowStore store(root);
+        folder = store.createEmptyFlow("Acme", "Sign/Up", std::nullopt, Date{}).folderName;
+        writePicture(dir / "a.png", 39, 84);
+        writeClip(dir / "b.mov", 64, 64);
+        store.addScreens(folder, {dir / "a.png", dir / "b.mov"}, Date{});
+        ScreenComment pin;
+        pin.id = "p";
+        pin.x = pin.y = 0.5;
+        pin.text = "From the command line";
+        store.setComments(folder, "01.png", std::vector{pin});
+        flowId = store.meta(folder).id;
+        board = figma.addBoard(figma.addPage("Flows"), flowId, "2026-11-22T09:00:00Z", 0, 0,
+                               {{"01.png", 0, 0, 390, 844}});
+    }
+    CliResult publish() {
+        std::ostringstream out, err;
+        const cli::FigmaAccess access{&secrets, figma.baseURL()};
+        const int code =
+            cli::run({"--library", root.string(), "figma", "publish", folder}, out, err, access);
+        return {code, out.str(), err.str()};
+    }
+    CliResult cli(std::vector<std::string> args) { return runCli(std::move(args), root.string()); }
+
+    TempDir dir;
+    fs::path root = dir / "library";
+    std::string folder, flowId, board;
+    FakeFigma figma;
+    MemorySecrets secrets;
+};
+
+} // namespace
+
+TEST_F(CliFigmaTest, ExportWritesThePackageAndPrintsItsPath) {
+    const auto result = cli({"figma", "export", folder});
+    ASSERT_EQ(result.code, 0) << result.err;
+    const fs::path zip = root / folder / "Sign-Up.figflow.zip";
+    EXPECT_EQ(result.out, zip.string() + "\n");
+    TempDir unpacked;
+    Zip::extract(zip, unpacked.path());
+    EXPECT_TRUE(fs::exists(unpacked / "flow.json"));
+    EXPECT_TRUE(fs::exists(unpacked / "01.png"));
+    EXPECT_FALSE(fs::exists(unpacked / "02.mov"));
+    EXPECT_EQ(cli({"figma", "export", "no/such/flow"}).code, 1);
+}
+
+TEST_F(CliFigmaTest, LinkStoresTheCanonicalLinkOrRefuses) {
+    const auto bad = cli({"figma", "link", folder, "https://example.com/file/ABC"});
+    EXPECT_EQ(bad.code, 1);
+    EXPECT_NE(bad.err.find("Not a Figma file URL"), std::string::npos);
+    EXPECT_FALSE(FlowStore(root).meta(folder).figmaFileURL);
+
+    const auto good =
+        cli({"figma", "link", folder, "https://figma.com/file/CLIKEY/Flows?node-id=1-2"});
+    ASSERT_EQ(good.code, 0) << good.err;
+    EXPECT_EQ(good.out, "https://www.figma.com/design/CLIKEY?node-id=1:2\n");
+    EXPECT_EQ(FlowStore(root).meta(folder).figmaFileURL,
+              "https://www.figma.com/design/CLIKEY?node-id=1:2");
+    EXPECT_EQ(cli({"figma", "link", folder}).code, 2);
+    EXPECT_EQ(cli({"figma", "frobnicate", folder}).code, 2);
+}
+
+TEST_F(CliFigmaTest, PublishPrintsTheSummaryOrTheError) {
+    const auto noToken = publish();
+    EXPECT_EQ(noToken.code, 1);
+    EXPECT_NE(noToken.err.find("Add your Figma token in Settings → Figma first"),
+              std::string::npos);
+    EXPECT_TRUE(figma.requests().empty());
+
+    FigmaAuth::setToken("cli-token", secrets);
+    const auto unlinked = publish();
+    EXPECT_EQ(unlinked.code, 1);
+    EXPECT_EQ(unlinked.out, "Check the Figma file link\n");
+
+    ASSERT_EQ(cli({"figma", "link", folder, figma.fileLink()}).code, 0);
+    const auto first = publish();
+    EXPECT_EQ(first.code, 0) << first.err;
+    EXPECT_EQ(first.out, "1 posted\n");
+    EXPECT_EQ(figma.comments().size(), 1u);
+    EXPECT_TRUE(FlowStore(root).meta(folder).figmaLastPulledAt);
+    EXPECT_EQ(publish().out, "Nothing to publish\n");
+
+    figma.rejectToken(401);
+    const auto refused = publish();
+    EXPECT_EQ(refused.code, 1);
+    EXPECT_EQ(refused.out, "Figma refused the token — check Settings → Figma\n");
+    EXPECT_EQ(figma.violations(), std::vector<std::string>{});
+}
