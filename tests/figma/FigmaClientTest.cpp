@@ -1,9 +1,11 @@
 // The REST client against a Figma on 127.0.0.1: what it sends and how it reads every answer.
 #include "figma/FigmaAPI.h"
 #include "figma/FigmaAPIError.h"
+#include "figma/FigmaPluginDownload.h"
 #include "figma/FigmaSyncError.h"
 #include "figma/HttpClient.h"
 #include "support/FakeFigma.h"
+#include "support/TestLibrary.h"
 
 #include <gtest/gtest.h>
 
@@ -162,6 +164,29 @@ TEST_F(FigmaClientTest, CommentsWithoutPlacesOrDates) {
     EXPECT_EQ(refs[0].createdAt, parseFigmaDate("2024-05-01T10:20:30Z"));
     EXPECT_EQ(refs[1].createdAt, std::nullopt); // kept, with no date
     EXPECT_EQ(refs[1].authorHandle, FakeFigma::kForeignHandle);
+}
+
+TEST_F(FigmaClientTest, DownloadsThePluginPackage) {
+    namespace D = FigmaPluginDownload;
+    EXPECT_EQ(D::packageURL("https://x.test/d/", "1.2.3"),
+              "https://x.test/d/Varnel-figma-plugin-v1.2.3.zip");
+    EXPECT_EQ(D::packageURL("https://x.test/d/", ""), "https://x.test/d/Varnel-figma-plugin.zip");
+    EXPECT_EQ(std::string(D::kBaseURL).rfind("https://", 0), 0u);
+
+    test::TempDir dir;
+    const std::string base = figma.baseURL() + "/downloads/";
+    const auto file = D::download(D::packageURL(base, "1.2.3"), dir / "Downloads");
+    EXPECT_EQ(file, dir / "Downloads" / FakeFigma::kPluginFile);
+    EXPECT_EQ(test::readFile(file), FakeFigma::kPluginBytes);
+    try {
+        D::download(D::packageURL(base, "9.9"), dir / "Downloads");
+        FAIL() << "no error";
+    } catch (const std::runtime_error& e) {
+        EXPECT_STREQ(e.what(), "server returned HTTP 404");
+    }
+    EXPECT_FALSE(std::filesystem::exists(dir / "Downloads" / "Varnel-figma-plugin-v9.9.zip"));
+    EXPECT_THROW(D::download("http://127.0.0.1:1/Varnel-figma-plugin.zip", dir.path()),
+                 Http::TransportError);
 }
 
 } // namespace

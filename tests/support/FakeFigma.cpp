@@ -540,6 +540,16 @@ void FakeFigma::route() {
         res.set_content(bytes.toStdString(), "image/png");
     });
 
+    // The app's download site, for the plugin package.
+    s.Get(R"(/downloads/(.+))", [](const httplib::Request& req, httplib::Response& res) {
+        if (req.matches[1] == kPluginFile) {
+            res.set_content(kPluginBytes, "application/zip");
+            return;
+        }
+        res.status = 404;
+        res.set_content("missing", "text/plain");
+    });
+
     s.set_error_handler([this](const httplib::Request& req, httplib::Response& res) {
         if (res.status == 404 && res.body.empty()) {
             std::lock_guard lock(mutex_);

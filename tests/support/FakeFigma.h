@@ -84,6 +84,8 @@ public:
     std::vector<std::string> violations() const;
     void clearLog();
 
+    static constexpr const char* kPluginFile = "Varnel-figma-plugin-v1.2.3.zip";
+    static constexpr const char* kPluginBytes = "PK plugin package";
     static constexpr const char* kUserId = "1001";
     static constexpr const char* kUserHandle = "Mina Kerr";
     static constexpr const char* kForeignId = "2002";

@@ -1,0 +1,18 @@
+#pragma once
+
+#include <filesystem>
+#include <string>
+
+// The Varnel Import plugin for Figma, downloaded from the app's web site.
+namespace varnel::FigmaPluginDownload {
+
+inline constexpr const char* kBaseURL = "https://varnel.app/downloads/figma/";
+
+// base + "Varnel-figma-plugin-v<version>.zip", or "Varnel-figma-plugin.zip" without a version.
+std::string packageURL(const std::string& base, const std::string& version);
+
+// Downloads `url` into `folder` under its last path segment, written whole or not at all, and
+// returns the file. Throws std::runtime_error: "server returned HTTP <code>", or what failed.
+std::filesystem::path download(const std::string& url, const std::filesystem::path& folder);
+
+} // namespace varnel::FigmaPluginDownload
