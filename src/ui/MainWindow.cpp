@@ -6,8 +6,10 @@
 #include "app/AppSettings.h"
 #include "capture/DeviceManager.h"
 #include "capture/GlobalHotkey.h"
+#include "figma/FigmaServices.h"
 #include "library/FlowLibrary.h"
 #include "ui/CaptureWindow.h"
+#include "ui/FigmaFlowBar.h"
 #include "ui/GalleryContent.h"
 #include "ui/GalleryView.h"
 #include "ui/LibrarySidebar.h"
@@ -23,20 +25,25 @@
 #include <QMenu>
 #include <QMenuBar>
 #include <QMessageBox>
+#include <QPushButton>
 #include <QScrollBar>
 #include <QSlider>
 #include <QSplitter>
 #include <QStatusBar>
 #include <QTimer>
 #include <QToolBar>
+#include <QVBoxLayout>
 
 namespace varnel {
 
-MainWindow::MainWindow(FlowLibrary& library, AppSettings& settings, QWidget* parent)
+MainWindow::MainWindow(FlowLibrary& library, AppSettings& settings, QWidget* parent,
+                       FigmaServices* figma)
     : QMainWindow(parent), library_(library), settings_(settings), thumbnails_(library.root()),
       shownRoot_(library.root()), sidebar_(new LibrarySidebar(this)),
       gallery_(new GalleryView(library, thumbnails_, this)), status_(new QLabel(this)),
-      sizeSlider_(new QSlider(Qt::Horizontal, this)), hotkey_(std::make_unique<GlobalHotkey>()) {
+      sizeSlider_(new QSlider(Qt::Horizontal, this)),
+      ownFigma_(figma ? nullptr : std::make_unique<FigmaServices>(library)),
+      figma_(figma ? figma : ownFigma_.get()), hotkey_(std::make_unique<GlobalHotkey>()) {
     // Device discovery costs tens of milliseconds: after the first paint, not before.
     QTimer::singleShot(0, this, [this] { devices(); });
     setWindowTitle("Varnel");
@@ -53,7 +60,14 @@ MainWindow::MainWindow(FlowLibrary& library, AppSettings& settings, QWidget* par
         registerHotkey();
     auto* splitter = new QSplitter(this);
     splitter->addWidget(sidebar_);
-    splitter->addWidget(gallery_);
+    auto* galleryColumn = new QWidget(splitter);
+    auto* column = new QVBoxLayout(galleryColumn);
+    column->setContentsMargins(0, 0, 0, 0);
+    column->setSpacing(0);
+    column->addWidget(gallery_, 1);
+    figmaBar_ = new FigmaFlowBar(library_, *figma_, galleryColumn);
+    column->addWidget(figmaBar_);
+    splitter->addWidget(galleryColumn);
     splitter->setStretchFactor(1, 1);
     splitter->setSizes({220, 880});
     splitter->setChildrenCollapsible(false);
@@ -229,8 +243,9 @@ void MainWindow::buildMenus() {
     deleteApplicationAction_ =
         file->addAction(tr("Delete Application…"), this, &MainWindow::deleteApplication);
     file->addSeparator();
-    later(file->addAction(tr("Export for Figma…")));
-    later(file->addAction(tr("Download Figma Plugin…")));
+    exportFigmaAction_ =
+        file->addAction(tr("Export for Figma…"), this, &MainWindow::exportForFigma);
+    file->addAction(tr("Download Figma Plugin…"), this, &MainWindow::downloadFigmaPlugin);
     file->addSeparator();
     QAction* preferences = file->addAction(tr("Settings…"), this, &MainWindow::showSettings);
     preferences->setShortcut(QKeySequence(tr("Ctrl+,")));
@@ -269,7 +284,9 @@ void MainWindow::buildMenus() {
     deleteFlowAction_ = flow->addAction(tr("Delete Flow…"), this, &MainWindow::deleteFlow);
     deleteFlowAction_->setShortcut(QKeySequence(tr("Ctrl+Shift+Del")));
     flow->addSeparator();
-    later(flow->addAction(tr("Publish Comments to Figma")));
+    publishFigmaAction_ =
+        flow->addAction(tr("Publish Comments to Figma"), this, &MainWindow::publishToFigma);
+    publishFigmaAction_->setShortcut(QKeySequence(tr("Ctrl+Shift+P")));
 
     QMenu* view = menuBar()->addMenu(tr("&View"));
     previewAction_ = view->addAction(tr("Quick Look"), this, &MainWindow::showPreview);
@@ -429,6 +446,9 @@ void MainWindow::updateActions() {
     categorizeAction_->setEnabled(!library_.summaries().empty());
     revealAction_->setEnabled(flow);
     deleteFlowAction_->setEnabled(flow);
+    exportFigmaAction_->setEnabled(flow);
+    figmaBar_->setFlow(gallery_->currentFlow());
+    publishFigmaAction_->setEnabled(flow && figmaBar_->publishButton()->isEnabled());
 }
 
 void MainWindow::showContextMenu(const QPoint& globalPosition) {
@@ -453,7 +473,7 @@ void MainWindow::showContextMenu(const QPoint& globalPosition) {
 void MainWindow::showSettings() {
     auto* window = findChild<SettingsWindow*>();
     if (!window) {
-        window = new SettingsWindow(settings_, this);
+        window = new SettingsWindow(settings_, this, figma_);
         connect(window, &SettingsWindow::libraryFolderChosen, this,
                 &MainWindow::libraryFolderChosen);
     }

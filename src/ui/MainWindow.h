@@ -26,6 +26,8 @@ namespace varnel {
 class AppSettings;
 class CaptureWindow;
 class DeviceManager;
+class FigmaFlowBar;
+class FigmaServices;
 class FlowLibrary;
 class GlobalHotkey;
 class GalleryView;
@@ -39,7 +41,9 @@ class MainWindow : public QMainWindow {
     Q_OBJECT
 
 public:
-    MainWindow(FlowLibrary& library, AppSettings& settings, QWidget* parent = nullptr);
+    // Without `figma`, the window reaches Figma through the desktop keychain and Figma's API.
+    MainWindow(FlowLibrary& library, AppSettings& settings, QWidget* parent = nullptr,
+               FigmaServices* figma = nullptr);
     ~MainWindow() override;
 
     GalleryView& gallery() const { return *gallery_; }
@@ -65,6 +69,13 @@ public:
     void importApplication();
     void deleteApplication();
     void showSettings();
+
+    // Figma.
+    FigmaServices& figma() { return *figma_; }
+    FigmaFlowBar& figmaBar() const { return *figmaBar_; }
+    void exportForFigma();
+    void downloadFigmaPlugin();
+    void publishToFigma();
 
     // Screens.
     void showPreview();
@@ -139,6 +150,12 @@ private:
     QAction* revealAction_ = nullptr;
     QAction* deleteFlowAction_ = nullptr;
     QAction* addScreensAction_ = nullptr;
+    QAction* exportFigmaAction_ = nullptr;
+    QAction* publishFigmaAction_ = nullptr;
+
+    std::unique_ptr<FigmaServices> ownFigma_;
+    FigmaServices* figma_;
+    FigmaFlowBar* figmaBar_ = nullptr;
 
     std::unique_ptr<DeviceManager> devices_;
     std::unique_ptr<GlobalHotkey> hotkey_;

@@ -2,15 +2,21 @@
 #include "ui/CategorizeDialog.h"
 #include "ui/GalleryView.h"
 #include "ui/MainWindow.h"
+
+#include "figma/Background.h"
+#include "figma/FigmaPluginDownload.h"
+#include "ui/FigmaFlowBar.h"
 #include "ui/Messages.h"
 #include "ui/ScreenEditor.h"
 #include "ui/ScreenPreview.h"
 
+#include <QCoreApplication>
 #include <QDesktopServices>
 #include <QInputDialog>
 #include <QUrl>
 
 #include <algorithm>
+#include <variant>
 
 // The commands on screens and flows, and what a drop on the gallery does.
 namespace varnel {
@@ -88,8 +94,8 @@ void MainWindow::editScreen() {
         if (editor_ && !editor_->close())
             return;
         attempt(tr("Couldn’t open the editor"), [&] {
-            editor_ =
-                new ScreenEditor(library_, settings_, current->folder, current->filename, this);
+            editor_ = new ScreenEditor(library_, settings_, current->folder, current->filename,
+                                       this, figma_);
             editor_->setWindowFlag(Qt::Window);
         });
     }
@@ -271,6 +277,49 @@ void MainWindow::dropFiles(const std::vector<std::filesystem::path>& files,
         }))
         showTransient(screens.size() == 1 ? tr("Added a screen")
                                           : tr("Added %1 screens").arg(screens.size()));
+}
+
+// --- Figma ---
+
+void MainWindow::exportForFigma() {
+    if (!gallery_->currentFlow())
+        return;
+    figmaBar_->exportPackage();
+    if (const auto zip = library_.existingFigmaZip(*gallery_->currentFlow()))
+        showTransient(tr("Wrote %1 — drag it onto the Varnel Import plugin window in Figma")
+                          .arg(qs(zip->filename().string())));
+}
+
+void MainWindow::publishToFigma() {
+    if (gallery_->currentFlow())
+        figmaBar_->publish();
+}
+
+void MainWindow::downloadFigmaPlugin() {
+    const std::string url = FigmaPluginDownload::packageURL(
+        FigmaPluginDownload::kBaseURL, QCoreApplication::applicationVersion().toStdString());
+    const std::filesystem::path folder =
+        startFolder(QStandardPaths::DownloadLocation).toStdString();
+    showTransient(tr("Downloading the Figma plugin…"));
+    using Result = std::variant<std::filesystem::path, std::string>;
+    runInBackground(
+        this,
+        [url, folder]() -> Result {
+            try {
+                return FigmaPluginDownload::download(url, folder);
+            } catch (const std::exception& e) {
+                return std::string(e.what());
+            }
+        },
+        [this](const Result& result) {
+            if (const auto* file = std::get_if<std::filesystem::path>(&result)) {
+                showTransient(tr("Saved the Figma plugin to %1").arg(qs(file->string())));
+                return;
+            }
+            showTransient({});
+            showError(this, tr("Couldn’t download the Figma plugin"),
+                      qs(std::get<std::string>(result)));
+        });
 }
 
 } // namespace varnel

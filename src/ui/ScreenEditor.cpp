@@ -1,5 +1,7 @@
 #include "ui/ScreenEditor.h"
 
+#include "figma/FigmaServices.h"
+
 #include "app/AppSettings.h"
 #include "comments/CommentThreadLogic.h"
 #include "editing/ClipPlayer.h"
@@ -17,6 +19,7 @@
 
 #include <QButtonGroup>
 #include <QCloseEvent>
+#include <QDesktopServices>
 #include <QHBoxLayout>
 #include <QInputDialog>
 #include <QLabel>
@@ -30,6 +33,7 @@
 #include <QStatusBar>
 #include <QTimer>
 #include <QToolButton>
+#include <QUrl>
 #include <QVBoxLayout>
 
 #include <algorithm>
@@ -55,10 +59,11 @@ QToolButton* toolButton(const QString& text, QWidget* parent, bool checkable = f
 } // namespace
 
 ScreenEditor::ScreenEditor(FlowLibrary& library, AppSettings& settings, std::string folder,
-                           const std::string& filename, QWidget* parent)
-    : QMainWindow(parent), library_(library), settings_(settings), folder_(std::move(folder)),
-      style_(settings.redactStyle()), canvas_(new EditorCanvas(state_, this)),
-      threadPanel_(new ThreadPanel(this)), savedTimer_(new QTimer(this)) {
+                           const std::string& filename, QWidget* parent, FigmaServices* figma)
+    : QMainWindow(parent), library_(library), settings_(settings), figma_(figma),
+      folder_(std::move(folder)), style_(settings.redactStyle()),
+      canvas_(new EditorCanvas(state_, this)), threadPanel_(new ThreadPanel(this)),
+      savedTimer_(new QTimer(this)) {
     setAttribute(Qt::WA_DeleteOnClose);
     resize(1100, 860);
 
@@ -117,6 +122,8 @@ ScreenEditor::ScreenEditor(FlowLibrary& library, AppSettings& settings, std::str
         if (threadPin_)
             canvas_->editPin(*threadPin_);
     });
+
+    connectFigma();
 
     const FlowMeta& meta = library_.meta(folder_);
     for (const auto& screen : meta.screens)
@@ -741,6 +748,51 @@ void ScreenEditor::openThread(const std::string& rootId, const std::optional<std
     threadPanel_->showThread(*thread, pinId.has_value(), locked);
     threadPin_ = pinId;
     threadPanel_->show();
+}
+
+void ScreenEditor::connectFigma() {
+    // Threads pulled or changed elsewhere (a publish, a reply) show at once.
+    connect(&library_, &FlowLibrary::figmaThreadsRefreshed, this, [this](const QString& folder) {
+        if (folder.toStdString() != folder_)
+            return;
+        loadComments();
+        if (!threadPanel_->isVisible())
+            return;
+        const std::string root = threadPanel_->rootId();
+        if (std::none_of(threads_.begin(), threads_.end(),
+                         [&](const FigmaThread& t) { return t.rootId == root; }))
+            threadPanel_->hide();
+        else
+            openThread(root, threadPin_);
+    });
+    if (!figma_)
+        return;
+    FigmaThreadActions& actions = figma_->threads();
+    threadPanel_->setFigmaActions(
+        {[this, &actions](const std::string& root, const std::string& text) {
+             threadPanel_->setNote(tr("Sending…"));
+             actions.reply(folder_, filename_, root, text);
+         },
+         [this, &actions](const std::string& root) {
+             threadPanel_->setNote(tr("Deleting…"));
+             actions.deleteThread(folder_, filename_, root);
+         },
+         [this, &actions](const std::string& root) {
+             const std::string url = actions.threadURL(folder_, root);
+             if (!url.empty())
+                 QDesktopServices::openUrl(QUrl(QString::fromStdString(url)));
+         }});
+    connect(&actions, &FigmaThreadActions::finished, this,
+            [this](const QString& folder, const QString& root, const QString& error) {
+                if (folder.toStdString() == folder_ && root.toStdString() == threadPanel_->rootId())
+                    threadPanel_->setNote(error);
+            });
+    FigmaAvatarCache& avatars = figma_->avatars();
+    threadPanel_->setAvatarSource([&avatars](const std::optional<std::string>& url) {
+        avatars.ensureLoaded(url);
+        return url ? avatars.image(*url) : QImage();
+    });
+    connect(&avatars, &FigmaAvatarCache::imageLoaded, threadPanel_, &ThreadPanel::refreshAvatars);
 }
 
 } // namespace varnel

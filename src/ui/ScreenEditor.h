@@ -31,6 +31,7 @@ namespace varnel {
 class AppSettings;
 class ClipPlayer;
 class EditorCanvas;
+class FigmaServices;
 class FlowLibrary;
 class ThreadPanel;
 struct FlowMeta;
@@ -42,8 +43,10 @@ class ScreenEditor : public QMainWindow {
     Q_OBJECT
 
 public:
+    // With `figma`, threads can be answered, deleted and opened in Figma.
     ScreenEditor(FlowLibrary& library, AppSettings& settings, std::string folder,
-                 const std::string& filename, QWidget* parent = nullptr);
+                 const std::string& filename, QWidget* parent = nullptr,
+                 FigmaServices* figma = nullptr);
     ~ScreenEditor() override;
 
     // What the unsaved-changes question was answered with; tests answer it themselves.
@@ -116,8 +119,11 @@ private:
     void setBusy(bool busy);
     std::filesystem::path screenPath() const;
 
+    void connectFigma();
+
     FlowLibrary& library_;
     AppSettings& settings_;
+    FigmaServices* figma_;
     std::string folder_;
     std::vector<std::string> screens_;
     std::size_t index_ = 0;

@@ -1,4 +1,5 @@
 #include "ui/SettingsWindow.h"
+#include "ui/FigmaSettingsPane.h"
 
 #include "editing/ImageRedactor.h"
 
@@ -78,8 +79,8 @@ QLabel* note(const QString& text, QWidget* parent) {
 
 } // namespace
 
-SettingsWindow::SettingsWindow(AppSettings& settings, QWidget* parent)
-    : QDialog(parent), settings_(settings), tabs_(new QTabWidget(this)),
+SettingsWindow::SettingsWindow(AppSettings& settings, QWidget* parent, FigmaServices* figma)
+    : QDialog(parent), settings_(settings), figma_(figma), tabs_(new QTabWidget(this)),
       sound_(std::make_unique<ShutterSound>()) {
     setWindowTitle(tr("Settings"));
     tabs_->addTab(flowsTab(), tr("Flows"));
@@ -316,11 +317,11 @@ QWidget* SettingsWindow::storageTab() {
 }
 
 QWidget* SettingsWindow::figmaTab() {
+    if (figma_)
+        return new FigmaSettingsPane(*figma_, this);
     auto* tab = new QWidget(this);
     auto* layout = new QVBoxLayout(tab);
-    layout->addWidget(note(tr("Your Figma token and account appear here once the Figma "
-                              "integration is available."),
-                           tab));
+    layout->addWidget(note(tr("Figma isn't available in this window."), tab));
     layout->addStretch();
     return tab;
 }

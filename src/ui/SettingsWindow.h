@@ -17,6 +17,7 @@ class QButtonGroup;
 namespace varnel {
 
 class AppSettings;
+class FigmaServices;
 class ShutterSound;
 
 // Preferences, in the tabs "flows", "appearance", "redaction", "storage" and "figma"; the
@@ -27,7 +28,9 @@ class SettingsWindow : public QDialog {
 public:
     static constexpr const char* kTabs[] = {"flows", "appearance", "redaction", "storage", "figma"};
 
-    explicit SettingsWindow(AppSettings& settings, QWidget* parent = nullptr);
+    // Without `figma`, the Figma tab only says that Figma isn't available.
+    explicit SettingsWindow(AppSettings& settings, QWidget* parent = nullptr,
+                            FigmaServices* figma = nullptr);
     ~SettingsWindow() override;
 
     QTabWidget* tabs() const { return tabs_; }
@@ -47,6 +50,7 @@ private:
     void showPreview(bool dark, const RedactStyle& style);
 
     AppSettings& settings_;
+    FigmaServices* figma_;
     QTabWidget* tabs_;
     QButtonGroup* preset_ = nullptr;
     QSlider* blur_ = nullptr;

@@ -6,6 +6,8 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QMessageBox>
+#include <QPainter>
+#include <QPainterPath>
 #include <QPushButton>
 #include <QVBoxLayout>
 
@@ -13,14 +15,42 @@ namespace varnel {
 
 namespace {
 
-QLabel* messageLabel(const std::string& author, const std::string& text, QWidget* parent) {
-    auto* label = new QLabel(parent);
+constexpr int kAvatarSize = 22;
+
+QPixmap roundAvatar(const QImage& image) {
+    QPixmap pixmap(kAvatarSize, kAvatarSize);
+    pixmap.fill(Qt::transparent);
+    QPainter painter(&pixmap);
+    painter.setRenderHint(QPainter::Antialiasing);
+    QPainterPath circle;
+    circle.addEllipse(0, 0, kAvatarSize, kAvatarSize);
+    painter.setClipPath(circle);
+    painter.drawImage(QRect(0, 0, kAvatarSize, kAvatarSize), image);
+    return pixmap;
+}
+
+// One message: the author's avatar when there is one, the author, then the text.
+QWidget* messageRow(const std::string& author, const std::string& text, const QImage& avatar,
+                    int indent, QWidget* parent) {
+    auto* row = new QWidget(parent);
+    auto* layout = new QHBoxLayout(row);
+    layout->setContentsMargins(indent, 0, 0, 0);
+    layout->setSpacing(6);
+    auto* picture = new QLabel(row);
+    picture->setObjectName("avatar");
+    picture->setFixedSize(kAvatarSize, kAvatarSize);
+    if (!avatar.isNull())
+        picture->setPixmap(roundAvatar(avatar));
+    layout->addWidget(picture, 0, Qt::AlignTop);
+    auto* label = new QLabel(row);
     label->setWordWrap(true);
     label->setTextFormat(Qt::RichText);
     const QString who = author.empty() ? QObject::tr("You") : qs(author).toHtmlEscaped();
     label->setText(QStringLiteral("<b>%1</b><br>%2").arg(who, qs(text).toHtmlEscaped()));
     label->setTextInteractionFlags(Qt::TextSelectableByMouse);
-    return label;
+    layout->addWidget(label, 1);
+    row->setVisible(true); // at once, not on the next turn of the event loop
+    return row;
 }
 
 } // namespace
@@ -106,18 +136,31 @@ void ThreadPanel::clearMessages() {
 }
 
 void ThreadPanel::showThread(const FigmaThread& thread, bool editable, bool editLocked) {
+    shown_ = thread;
+    shownEditable_ = editable;
+    shownLocked_ = editLocked;
     rootId_ = thread.rootId;
     hasReplies_ = !thread.replies.empty();
     clearMessages();
-    messages_->addWidget(messageLabel(thread.authorHandle, thread.text, this));
-    for (const auto& reply : thread.replies) {
-        QLabel* label = messageLabel(reply.authorHandle, reply.text, this);
-        label->setContentsMargins(14, 0, 0, 0);
-        messages_->addWidget(label);
-    }
+    const auto avatar = [this](const std::optional<std::string>& url) {
+        return avatars_ ? avatars_(url) : QImage();
+    };
+    messages_->addWidget(
+        messageRow(thread.authorHandle, thread.text, avatar(thread.authorImgURL), 0, this));
+    for (const auto& reply : thread.replies)
+        messages_->addWidget(
+            messageRow(reply.authorHandle, reply.text, avatar(reply.authorImgURL), 14, this));
     edit_->setVisible(editable && !editLocked);
     locked_->setVisible(editable && editLocked);
     note_->hide();
+}
+
+void ThreadPanel::refreshAvatars() {
+    if (shown_ && isVisible()) {
+        const QString note = note_->text();
+        showThread(*shown_, shownEditable_, shownLocked_);
+        setNote(note);
+    }
 }
 
 void ThreadPanel::setNote(const QString& note) {

@@ -4,10 +4,12 @@
 #include "figma/FigmaThread.h"
 
 #include <functional>
+#include <optional>
 #include <string>
 #endif
 
 #include <QFrame>
+#include <QImage>
 
 class QLabel;
 class QLineEdit;
@@ -35,6 +37,12 @@ public:
     // `editable`: the thread is this screen's own pin, so its text may be edited unless locked.
     void showThread(const FigmaThread& thread, bool editable, bool editLocked);
     const std::string& rootId() const { return rootId_; }
+    // Where authors' pictures come from: the picture of an address, or none yet.
+    void setAvatarSource(std::function<QImage(const std::optional<std::string>&)> source) {
+        avatars_ = std::move(source);
+    }
+    // Shows the thread again, with the pictures that arrived since.
+    void refreshAvatars();
     // A line under the thread, for what Figma answered.
     void setNote(const QString& note);
     // Asked before deleting a thread with replies; tests answer it themselves.
@@ -60,6 +68,10 @@ private:
     std::string rootId_;
     bool hasReplies_ = false;
     std::function<bool()> confirm_;
+    std::function<QImage(const std::optional<std::string>&)> avatars_;
+    std::optional<FigmaThread> shown_;
+    bool shownEditable_ = false;
+    bool shownLocked_ = false;
 };
 
 } // namespace varnel

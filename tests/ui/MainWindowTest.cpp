@@ -364,8 +364,9 @@ TEST_F(MainWindowTest, MenusNameEveryCommandAndDisableWhatIsNotBuiltYet) {
         EXPECT_TRUE(window->action(text)) << text;
     EXPECT_TRUE(window->action("New Capture…")->isEnabled());
     EXPECT_FALSE(window->action("Add Screens to Flow…")->isEnabled()) << "no flow picked yet";
-    for (const char* text :
-         {"Download Figma Plugin…", "Check for Updates…", "Edit Screen…", "Show Recognized Text"}) {
+    EXPECT_TRUE(window->action("Download Figma Plugin…")->isEnabled());
+    for (const char* text : {"Export for Figma…", "Publish Comments to Figma", "Check for Updates…",
+                             "Edit Screen…", "Show Recognized Text"}) {
         ASSERT_TRUE(window->action(text)) << text;
         EXPECT_FALSE(window->action(text)->isEnabled()) << text;
     }
