@@ -150,6 +150,7 @@ void FigmaFlowBar::refresh() {
         }
     }
     status_->setText(text);
+    status_->setVisible(!text.isEmpty());
     status_->setStyleSheet(failed ? QStringLiteral("color: #e5484d;") : QString());
 }
 
