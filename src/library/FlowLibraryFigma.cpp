@@ -18,8 +18,7 @@ std::filesystem::path FlowLibrary::exportToFigmaInFlowFolder(const std::string& 
 
 std::optional<std::filesystem::path> FlowLibrary::existingFigmaZip(const std::string& folderName) {
     try {
-        const FlowMeta m = store_.meta(folderName);
-        const auto file = store_.flowURL(folderName) / FigmaExport::packageName(m);
+        const auto file = store_.flowURL(folderName) / FigmaExport::packageName(meta(folderName));
         if (FileOps::exists(file))
             return file;
     } catch (const std::exception&) {

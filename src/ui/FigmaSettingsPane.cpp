@@ -2,12 +2,11 @@
 
 #include "figma/FigmaAuth.h"
 #include "figma/FigmaServices.h"
+#include "ui/Avatar.h"
 
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QLineEdit>
-#include <QPainter>
-#include <QPainterPath>
 #include <QPushButton>
 #include <QVBoxLayout>
 
@@ -16,18 +15,6 @@ namespace varnel {
 namespace {
 
 constexpr int kAvatarSize = 36;
-
-QPixmap roundAvatar(const QImage& image) {
-    QPixmap pixmap(kAvatarSize, kAvatarSize);
-    pixmap.fill(Qt::transparent);
-    QPainter painter(&pixmap);
-    painter.setRenderHint(QPainter::Antialiasing);
-    QPainterPath circle;
-    circle.addEllipse(0, 0, kAvatarSize, kAvatarSize);
-    painter.setClipPath(circle);
-    painter.drawImage(QRect(0, 0, kAvatarSize, kAvatarSize), image);
-    return pixmap;
-}
 
 } // namespace
 
@@ -93,7 +80,7 @@ void FigmaSettingsPane::showAccount() {
                                       : tr("Paste your token here"));
     const FigmaAccountCache& cache = figma_.account();
     const QImage avatar = cache.avatar();
-    avatar_->setPixmap(avatar.isNull() ? QPixmap() : roundAvatar(avatar));
+    avatar_->setPixmap(avatar.isNull() ? QPixmap() : roundAvatar(avatar, kAvatarSize));
     avatar_->setVisible(!avatar.isNull());
     if (cache.account()) {
         QString text = tr("Signed in as <b>%1</b>")

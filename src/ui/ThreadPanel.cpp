@@ -1,13 +1,12 @@
 #include "ui/ThreadPanel.h"
 
+#include "ui/Avatar.h"
 #include "ui/Messages.h"
 
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMessageBox>
-#include <QPainter>
-#include <QPainterPath>
 #include <QPushButton>
 #include <QVBoxLayout>
 
@@ -16,18 +15,6 @@ namespace varnel {
 namespace {
 
 constexpr int kAvatarSize = 22;
-
-QPixmap roundAvatar(const QImage& image) {
-    QPixmap pixmap(kAvatarSize, kAvatarSize);
-    pixmap.fill(Qt::transparent);
-    QPainter painter(&pixmap);
-    painter.setRenderHint(QPainter::Antialiasing);
-    QPainterPath circle;
-    circle.addEllipse(0, 0, kAvatarSize, kAvatarSize);
-    painter.setClipPath(circle);
-    painter.drawImage(QRect(0, 0, kAvatarSize, kAvatarSize), image);
-    return pixmap;
-}
 
 // One message: the author's avatar when there is one, the author, then the text.
 QWidget* messageRow(const std::string& author, const std::string& text, const QImage& avatar,
@@ -40,7 +27,7 @@ QWidget* messageRow(const std::string& author, const std::string& text, const QI
     picture->setObjectName("avatar");
     picture->setFixedSize(kAvatarSize, kAvatarSize);
     if (!avatar.isNull())
-        picture->setPixmap(roundAvatar(avatar));
+        picture->setPixmap(roundAvatar(avatar, kAvatarSize));
     layout->addWidget(picture, 0, Qt::AlignTop);
     auto* label = new QLabel(row);
     label->setWordWrap(true);
