@@ -1,16 +1,9 @@
 #include "figma/FigmaAuth.h"
 
+#include "library/Text.h"
 #include "library/Utf8.h"
 
 namespace varnel::FigmaAuth {
-
-namespace {
-
-bool isBlank(char c) {
-    return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\v' || c == '\f';
-}
-
-} // namespace
 
 std::optional<std::string> token(SecretStore& store) {
     auto bytes = store.data(kAccount);
@@ -20,15 +13,11 @@ std::optional<std::string> token(SecretStore& store) {
 }
 
 void setToken(const std::string& text, SecretStore& store) {
-    std::size_t begin = 0, end = text.size();
-    while (begin < end && isBlank(text[begin]))
-        ++begin;
-    while (end > begin && isBlank(text[end - 1]))
-        --end;
-    if (begin == end)
+    const std::string token = Text::trimmed(text);
+    if (token.empty())
         store.remove(kAccount);
     else
-        store.set(text.substr(begin, end - begin), kAccount);
+        store.set(token, kAccount);
 }
 
 } // namespace varnel::FigmaAuth

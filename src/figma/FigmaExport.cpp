@@ -3,6 +3,7 @@
 #include "library/Errors.h"
 #include "library/FileOps.h"
 #include "library/LibraryLayout.h"
+#include "library/ScreenFiles.h"
 #include "library/Uuid.h"
 #include "library/Zip.h"
 
@@ -10,19 +11,10 @@
 
 namespace varnel::FigmaExport {
 
-namespace {
-
-bool isClip(const ScreenRef& screen) {
-    const std::string& name = screen.filename;
-    return name.size() >= 4 && name.compare(name.size() - 4, 4, ".mov") == 0;
-}
-
-} // namespace
-
 Json manifest(const FlowMeta& meta) {
     Json screens = Json::array();
     for (const auto& screen : meta.screens) {
-        if (isClip(screen))
+        if (ScreenFiles::isClip(screen.filename))
             continue;
         Json entry{{"file", screen.filename}};
         if (screen.name && !screen.name->empty())
