@@ -1,8 +1,8 @@
 // Exporting and importing an application of 1,000 screens (about 1.5 GB of PNG-like,
 // incompressible data), each against a plain recursive copy of the same flows in the same run.
 // The counter "vs_copy" is the copy's time divided by the operation's: 1 is as fast as a copy.
-#include "library/AppArchive.h"
-#include "library/ArchiveImport.h"
+#include "archive/AppArchive.h"
+#include "archive/ArchiveImport.h"
 #include "library/FileOps.h"
 #include "library/FlowStore.h"
 #include "library/Uuid.h"

@@ -4,7 +4,7 @@
 #include "editing/GaussianBlur.h"
 #include "editing/ImageRedactor.h"
 #include "editing/VideoRedactor.h"
-#include "library/GstSupport.h"
+#include "media/GstSupport.h"
 #include "support/MediaProbe.h"
 
 #include <QGuiApplication>

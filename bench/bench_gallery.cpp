@@ -2,7 +2,7 @@
 #include "app/AppSettings.h"
 #include "library/FileOps.h"
 #include "library/FlowLibrary.h"
-#include "library/ThumbnailFiles.h"
+#include "thumbnails/ThumbnailFiles.h"
 #include "library/Uuid.h"
 #include "ui/GalleryView.h"
 #include "ui/MainWindow.h"

@@ -1,5 +1,5 @@
 // Thumbnail generation for phone-sized screenshots, on one thread.
-#include "library/ThumbnailFiles.h"
+#include "thumbnails/ThumbnailFiles.h"
 #include "library/Uuid.h"
 
 #include <QCoreApplication>

@@ -1,9 +1,9 @@
 // Feeds arbitrary bytes to the archive extractor and the manifest reader. Besides crashes and
 // sanitizer reports, it aborts when an extraction leaves anything outside its folder or
 // creates a link.
-#include "library/AppArchive.h"
+#include "archive/AppArchive.h"
 #include "library/Uuid.h"
-#include "library/Zip.h"
+#include "archive/Zip.h"
 
 #include <cstdint>
 #include <cstdlib>

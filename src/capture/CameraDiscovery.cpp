@@ -1,6 +1,6 @@
 #include "capture/CameraDiscovery.h"
 
-#include "library/GstSupport.h"
+#include "media/GstSupport.h"
 
 #include <filesystem>
 #include <set>

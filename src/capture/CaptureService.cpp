@@ -1,8 +1,8 @@
 #include "capture/CaptureService.h"
 
-#include "library/PngWriter.h"
+#include "media/PngWriter.h"
 #include "capture/WindowWatch.h"
-#include "library/GstSupport.h"
+#include "media/GstSupport.h"
 
 #include <X11/Xlib.h>
 #include <gst/app/gstappsink.h>

@@ -1,6 +1,6 @@
 #include "capture/MovieWriter.h"
 
-#include "library/GstSupport.h"
+#include "media/GstSupport.h"
 
 #include <gst/app/gstappsrc.h>
 #include <gst/video/video.h>

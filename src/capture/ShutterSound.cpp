@@ -1,6 +1,6 @@
 #include "capture/ShutterSound.h"
 
-#include "library/GstSupport.h"
+#include "media/GstSupport.h"
 
 #include <algorithm>
 #include <array>

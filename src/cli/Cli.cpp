@@ -7,8 +7,8 @@
 
 #include "app/AppSettings.h"
 #include "app/LibraryLock.h"
-#include "library/AppArchive.h"
-#include "library/ArchiveImport.h"
+#include "archive/AppArchive.h"
+#include "archive/ArchiveImport.h"
 #include "library/Errors.h"
 #include "library/FileOps.h"
 #include "library/FlowStore.h"

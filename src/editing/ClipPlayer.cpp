@@ -1,6 +1,6 @@
 #include "editing/ClipPlayer.h"
 
-#include "library/GstSupport.h"
+#include "media/GstSupport.h"
 
 #include <gst/app/gstappsink.h>
 #include <gst/video/video.h>

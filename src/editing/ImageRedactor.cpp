@@ -3,7 +3,7 @@
 #include "editing/GaussianBlur.h"
 #include "library/Errors.h"
 #include "library/FileOps.h"
-#include "library/PngWriter.h"
+#include "media/PngWriter.h"
 
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>

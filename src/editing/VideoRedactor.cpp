@@ -1,7 +1,7 @@
 #include "editing/VideoRedactor.h"
 
 #include "editing/ImageRedactor.h"
-#include "library/GstSupport.h"
+#include "media/GstSupport.h"
 #include "library/Uuid.h"
 
 #include <gst/video/video.h>

@@ -5,7 +5,7 @@
 #include "library/LibraryLayout.h"
 #include "library/ScreenFiles.h"
 #include "library/Uuid.h"
-#include "library/Zip.h"
+#include "archive/Zip.h"
 
 #include <algorithm>
 

@@ -5,7 +5,7 @@
 #include "library/FlowMeta.h"
 #include "library/FlowSummary.h"
 #include "library/LibraryIndex.h"
-#include "library/ThumbEdits.h"
+#include "thumbnails/ThumbEdits.h"
 
 #include <cstdint>
 #include <filesystem>

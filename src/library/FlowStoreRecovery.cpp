@@ -1,11 +1,11 @@
 // Bringing flow folders into the library: adoption, and recovery of what a crash left behind.
 #include "library/FlowStore.h"
 
-#include "library/AppArchive.h"
+#include "archive/AppArchive.h"
 #include "library/Errors.h"
 #include "library/FileOps.h"
 #include "library/LibraryLayout.h"
-#include "library/PngSize.h"
+#include "media/PngSize.h"
 #include "library/ScreenFiles.h"
 #include "library/Slug.h"
 #include "library/UndoLog.h"

@@ -4,7 +4,7 @@
 #include "library/Errors.h"
 #include "library/FileOps.h"
 #include "library/LibraryLayout.h"
-#include "library/PngSize.h"
+#include "media/PngSize.h"
 #include "library/ScreenFiles.h"
 #include "library/Text.h"
 #include "library/UndoLog.h"

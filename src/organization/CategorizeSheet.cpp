@@ -1,6 +1,6 @@
 #include "organization/CategorizeSheet.h"
 
-#include "library/AppArchive.h"
+#include "archive/AppArchive.h"
 #include "library/Errors.h"
 #include "library/FlowLibrary.h"
 #include "library/Text.h"

@@ -3,7 +3,7 @@
 #include "app/AppSettings.h"
 #include "capture/DeviceManager.h"
 #include "library/FlowLibrary.h"
-#include "library/PosterFrame.h"
+#include "media/PosterFrame.h"
 #include "library/ScreenFiles.h"
 #include "ui/FinishCaptureDialog.h"
 #include "ui/LivePreview.h"

@@ -1,7 +1,7 @@
 #include "ui/CategorizeDialog.h"
 #include "ui/Messages.h"
 
-#include "library/AppArchive.h"
+#include "archive/AppArchive.h"
 
 #include <QComboBox>
 #include <QCompleter>

@@ -1,6 +1,6 @@
 #include "ui/GalleryContent.h"
 
-#include "library/AppArchive.h"
+#include "archive/AppArchive.h"
 #include "organization/LibraryGrouping.h"
 
 #include <algorithm>

@@ -3,7 +3,7 @@
 
 #include "library/FlowLibrary.h"
 #include "library/ScreenFiles.h"
-#include "library/ThumbnailCache.h"
+#include "thumbnails/ThumbnailCache.h"
 
 #include <QApplication>
 #include <QContextMenuEvent>

@@ -2,7 +2,7 @@
 
 #ifndef Q_MOC_RUN // moc cannot parse the C++20 standard headers
 #include "library/ScreenID.h"
-#include "library/ThumbnailCache.h"
+#include "thumbnails/ThumbnailCache.h"
 
 #include <filesystem>
 #include <functional>

@@ -1,4 +1,4 @@
-#include "library/AppArchive.h"
+#include "archive/AppArchive.h"
 #include "library/FlowLibrary.h"
 #include "ui/MainWindow.h"
 #include "ui/Messages.h"

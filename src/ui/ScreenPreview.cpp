@@ -2,9 +2,9 @@
 #include "ui/Messages.h"
 
 #include "library/FlowLibrary.h"
-#include "library/PosterFrame.h"
+#include "media/PosterFrame.h"
 #include "library/ScreenFiles.h"
-#include "library/ThumbnailCache.h"
+#include "thumbnails/ThumbnailCache.h"
 #include "ui/GalleryView.h"
 
 #include <QFutureWatcher>

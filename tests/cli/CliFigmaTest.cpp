@@ -2,7 +2,7 @@
 #include "cli/CliFigma.h"
 #include "figma/FigmaAuth.h"
 #include "library/FlowStore.h"
-#include "library/Zip.h"
+#include "archive/Zip.h"
 #include "support/CliRun.h"
 #include "support/FakeFigma.h"
 #include "support/MemorySecrets.h"

@@ -10,7 +10,7 @@
 #include "figma/FigmaThreadAssembler.h"
 #include "figma/HttpClient.h"
 #include "figma/PublishSummary.h"
-#include "library/Zip.h"
+#include "archive/Zip.h"
 #include "support/TestLibrary.h"
 
 #include <gtest/gtest.h>

@@ -1,5 +1,5 @@
 #include "library/FileOps.h"
-#include "library/PngSize.h"
+#include "media/PngSize.h"
 #include "support/TestLibrary.h"
 
 #include <gtest/gtest.h>

@@ -1,6 +1,6 @@
 #include "support/MediaProbe.h"
 
-#include "library/GstSupport.h"
+#include "media/GstSupport.h"
 
 #include <gst/app/gstappsink.h>
 #include <gst/pbutils/pbutils.h>

@@ -1,6 +1,6 @@
 #include "support/TestCamera.h"
 
-#include "library/GstSupport.h"
+#include "media/GstSupport.h"
 
 #include <gst/gst.h>
 

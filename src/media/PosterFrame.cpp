@@ -1,6 +1,6 @@
-#include "library/PosterFrame.h"
+#include "media/PosterFrame.h"
 
-#include "library/GstSupport.h"
+#include "media/GstSupport.h"
 
 #include <gst/app/gstappsink.h>
 #include <gst/gst.h>

@@ -1,4 +1,4 @@
-#include "library/Zip.h"
+#include "archive/Zip.h"
 
 #include <zip.h>
 

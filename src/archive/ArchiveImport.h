@@ -1,6 +1,6 @@
 #pragma once
 
-#include "library/AppArchive.h"
+#include "archive/AppArchive.h"
 #include "library/FlowStore.h"
 
 #include <string>

@@ -1,4 +1,4 @@
-#include "library/ArchiveImport.h"
+#include "archive/ArchiveImport.h"
 
 #include "library/FileOps.h"
 #include "library/LibraryLayout.h"

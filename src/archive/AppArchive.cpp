@@ -1,9 +1,9 @@
-#include "library/AppArchive.h"
+#include "archive/AppArchive.h"
 
 #include "library/FileOps.h"
 #include "library/LibraryLayout.h"
 #include "library/Uuid.h"
-#include "library/Zip.h"
+#include "archive/Zip.h"
 
 #include <algorithm>
 

@@ -1,4 +1,4 @@
-#include "library/GstSupport.h"
+#include "media/GstSupport.h"
 
 #include <mutex>
 

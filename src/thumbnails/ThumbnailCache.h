@@ -2,7 +2,7 @@
 
 #ifndef Q_MOC_RUN // moc cannot parse the C++20 standard headers
 #include "library/ScreenID.h"
-#include "library/ThumbEdits.h"
+#include "thumbnails/ThumbEdits.h"
 
 #include <cstdint>
 #include <filesystem>

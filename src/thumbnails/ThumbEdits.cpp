@@ -1,4 +1,4 @@
-#include "library/ThumbEdits.h"
+#include "thumbnails/ThumbEdits.h"
 
 #include <algorithm>
 #include <unordered_map>

@@ -1,6 +1,6 @@
-#include "library/PosterFrame.h"
-#include "library/ThumbnailCache.h"
-#include "library/ThumbnailFiles.h"
+#include "media/PosterFrame.h"
+#include "thumbnails/ThumbnailCache.h"
+#include "thumbnails/ThumbnailFiles.h"
 #include "support/TestLibrary.h"
 
 #include <QCoreApplication>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "library/ThumbEdits.h"
+#include "thumbnails/ThumbEdits.h"
 
 #include <filesystem>
 #include <string_view>

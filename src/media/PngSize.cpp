@@ -1,4 +1,4 @@
-#include "library/PngSize.h"
+#include "media/PngSize.h"
 
 #include <array>
 #include <cstring>

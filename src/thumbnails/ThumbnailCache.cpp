@@ -1,7 +1,7 @@
-#include "library/ThumbnailCache.h"
+#include "thumbnails/ThumbnailCache.h"
 
 #include "library/LibraryLayout.h"
-#include "library/ThumbnailFiles.h"
+#include "thumbnails/ThumbnailFiles.h"
 
 #include <QCoreApplication>
 #include <QImageReader>

@@ -1,7 +1,7 @@
-#include "library/ThumbnailFiles.h"
+#include "thumbnails/ThumbnailFiles.h"
 
 #include "library/LibraryLayout.h"
-#include "library/PosterFrame.h"
+#include "media/PosterFrame.h"
 #include "library/ScreenFiles.h"
 #include "library/Uuid.h"
 

@@ -1,7 +1,7 @@
-#include "library/AppArchive.h"
+#include "archive/AppArchive.h"
 #include "library/FlowLibrary.h"
 #include "library/LibraryCheck.h"
-#include "library/Zip.h"
+#include "archive/Zip.h"
 #include "support/TestLibrary.h"
 
 #include <zip.h>

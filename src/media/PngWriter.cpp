@@ -1,4 +1,4 @@
-#include "library/PngWriter.h"
+#include "media/PngWriter.h"
 
 #include <zlib.h>
 
