@@ -6,6 +6,7 @@
 #include "archive/Zip.h"
 
 #include <algorithm>
+#include <optional>
 
 namespace varnel {
 
@@ -25,8 +26,9 @@ const char* message(ArchiveError::Case c) {
 
 } // namespace
 
-ArchiveError::ArchiveError(Case c, std::string detail)
-    : LibraryError(message(c)), case_(c), detail_(std::move(detail)) {}
+ArchiveError::ArchiveError(Case c, std::string detail, const std::string& reason)
+    : LibraryError(reason.empty() ? std::string(message(c)) : message(c) + (" " + reason)),
+      case_(c), detail_(std::move(detail)) {}
 
 namespace AppArchive {
 
@@ -58,6 +60,18 @@ void collect(const fs::path& folder, const fs::path& relative, std::vector<fs::p
             files.push_back(item);
         }
     }
+}
+
+// Why the archive can't go to `destination`, when something other than a regular file is there.
+std::optional<std::string> destinationProblem(const fs::path& destination) {
+    std::error_code ec;
+    const auto status = fs::symlink_status(destination, ec);
+    if (ec || !fs::exists(status) || fs::is_regular_file(status))
+        return std::nullopt;
+    const std::string kind = fs::is_directory(status) ? "a folder"
+                             : fs::is_symlink(status) ? "a link"
+                                                      : "not a regular file";
+    return "“" + destination.string() + "” is " + kind + "; choose a file name instead.";
 }
 
 } // namespace
@@ -104,6 +118,8 @@ std::size_t exportApplication(const std::string& application, const FlowStore& s
     const auto flows = flowsOf(index, application);
     if (flows.empty())
         return 0;
+    if (auto problem = destinationProblem(destination))
+        throw ArchiveError(ArchiveError::Case::zipFailed, *problem, *problem);
     const fs::path temp = destination.parent_path() /
                           ("." + destination.filename().string() + "." + newUUIDString() + ".tmp");
     try {
@@ -126,7 +142,10 @@ std::size_t exportApplication(const std::string& application, const FlowStore& s
         writer.addBytes(payload + std::string(kManifestFile), encodeLibraryJson(manifest.toJson()),
                         true);
         writer.close(progress);
-        FileOps::remove(destination);
+        // Checked again: something may have appeared there while the zip was written. A rename
+        // replaces a file atomically and never a folder.
+        if (auto problem = destinationProblem(destination))
+            throw LibraryError(*problem);
         std::error_code ec;
         fs::rename(temp, destination, ec);
         if (ec)
@@ -134,7 +153,7 @@ std::size_t exportApplication(const std::string& application, const FlowStore& s
     } catch (const std::exception& e) {
         std::error_code ignored;
         fs::remove(temp, ignored);
-        throw ArchiveError(ArchiveError::Case::zipFailed, e.what());
+        throw ArchiveError(ArchiveError::Case::zipFailed, e.what(), e.what());
     }
     return flows.size();
 }

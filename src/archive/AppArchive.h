@@ -16,8 +16,9 @@ namespace varnel {
 class ArchiveError : public LibraryError {
 public:
     enum class Case { zipFailed, unzipFailed, notAnExport };
-    // `detail` says what went wrong underneath, for the log; the description is fixed.
-    explicit ArchiveError(Case c, std::string detail = {});
+    // `detail` says what went wrong underneath, for the log. The description is the case's
+    // fixed message, followed by `reason` when the user can act on it.
+    explicit ArchiveError(Case c, std::string detail = {}, const std::string& reason = {});
     Case errorCase() const { return case_; }
     const std::string& detail() const { return detail_; }
 
@@ -60,7 +61,8 @@ struct Extracted {
 // The flows of an application in index order; flows without one belong to "Sans application".
 std::vector<FlowSummary> flowsOf(const LibraryIndex& index, const std::string& application);
 
-// Writes the archive of one application to `destination`, replacing any file there. Returns
+// Writes the archive of one application to `destination`, atomically replacing a regular file
+// there; anything else at the destination (a folder, a link) is refused and left as it is. Returns
 // how many flows it holds; with none, nothing is written. `progress` gets 0..1.
 std::size_t exportApplication(const std::string& application, const FlowStore& store,
                               const LibraryIndex& index, const fs::path& destination,

@@ -119,6 +119,34 @@ TEST_F(CliTest, ExportAndImportApplications) {
               "varnel-cli: Couldn’t import the archive: The file couldn’t be unzipped.\n");
 }
 
+TEST_F(CliTest, ExportReplacesOnlyARegularFileAtItsDestination) {
+    SampleLibrary sample(root);
+    const fs::path folder = dir / "dest";
+    writeFile(folder / "keep.txt", "precious");
+    const fs::path elsewhere = dir / "elsewhere.txt";
+    writeFile(elsewhere, "linked");
+    const fs::path link = dir / "link.varnel.zip";
+    fs::create_symlink(elsewhere, link);
+    for (const fs::path& taken : {folder, link}) {
+        SCOPED_TRACE(taken.string());
+        Result refused = cli({"export-app", "Acme", taken.string()});
+        EXPECT_EQ(refused.code, cli::kFailed);
+        EXPECT_NE(refused.err.find("The archive couldn’t be created. “" + taken.string() + "” is"),
+                  std::string::npos)
+            << refused.err;
+    }
+    EXPECT_EQ(readFile(folder / "keep.txt"), "precious");
+    EXPECT_TRUE(fs::is_symlink(link));
+    EXPECT_EQ(readFile(elsewhere), "linked");
+    EXPECT_EQ(FileOps::list(dir.path()).size(), 4u) << "no temporary zip is left beside them";
+
+    const fs::path file = dir / "old.varnel.zip";
+    writeFile(file, "an older export");
+    Result replaced = cli({"export-app", "Acme", file.string()});
+    ASSERT_EQ(replaced.code, cli::kSuccess) << replaced.err;
+    EXPECT_EQ(readFile(file).substr(0, 2), "PK");
+}
+
 TEST_F(CliTest, ChangesWaitForTheAppToLetGoOfTheLibrary) {
     SampleLibrary sample(root);
     {
