@@ -4,6 +4,7 @@
 #include "library/FlowStore.h"
 #include "library/FlowSummary.h"
 #include "library/LibraryIndex.h"
+#include "library/LibraryLayout.h"
 
 #include <filesystem>
 #include <functional>
@@ -37,7 +38,7 @@ inline constexpr std::string_view kPayloadFolder = "QuillaneExport";
 inline constexpr std::string_view kManifestFile = "quillane-export.json";
 inline constexpr std::string_view kSansApplication = "Sans application";
 inline constexpr std::string_view kExtension = ".varnel.zip";
-inline constexpr std::string_view kExtractionPrefix = "quillane-import-";
+inline constexpr std::string_view kExtractionPrefix = LibraryLayout::kExtractionPrefix.substr(1);
 
 struct Manifest {
     std::int64_t version = 1;

@@ -76,6 +76,9 @@ Commands:
   add-screens FOLDER FILE...                  copy PNG/MOV files into a flow as new screens
   renumber FOLDER                             renumber a flow's screen files 1 to N
   check                                       verify the library; prints what is broken
+  recover                                     repair what interrupted changes left behind (as
+                                              Varnel does when it opens the library); prints
+                                              what it repaired
   export-app NAME FILE                        write application NAME as an archive (.varnel.zip)
   import-app FILE [--replace|--duplicate]     import an application archive; when some of its
                                               flows are already in the library, say which way
@@ -258,6 +261,42 @@ int importApp(Invocation& inv, FlowStore& store, std::ostream& out, std::ostream
     }
 }
 
+// Every line of a recovery, as the user reads it.
+std::vector<std::string> recoveryLines(const RecoveryReport& report) {
+    std::vector<std::string> lines;
+    for (const auto& folder : report.recoveredFlows)
+        lines.push_back("Recovered an interrupted capture as “" + folder + "”.");
+    for (const auto& folder : report.finishedRenumbering)
+        lines.push_back("Finished renumbering the screens of “" + folder + "”.");
+    lines.insert(lines.end(), report.repairs.begin(), report.repairs.end());
+    return lines;
+}
+
+std::vector<std::string> unresolvedLines(const RecoveryReport& report) {
+    std::vector<std::string> lines = report.problems;
+    for (const auto& quarantine : report.leftoverQuarantines)
+        lines.push_back("Data of an interrupted deletion remains at " + quarantine.string() + ".");
+    return lines;
+}
+
+int recover(const Invocation& inv, FlowStore& store, std::ostream& out, std::ostream& err) {
+    expectCount(inv, 0, 0);
+    const RecoveryReport report = store.recover();
+    const auto repaired = recoveryLines(report);
+    const auto unresolved = unresolvedLines(report);
+    if (inv.json) {
+        out << encodeLibraryJson(Json{{"repaired", repaired}, {"problems", unresolved}});
+    } else {
+        if (repaired.empty() && unresolved.empty())
+            out << "Nothing to repair in " << store.root().string() << ".\n";
+        for (const auto& line : repaired)
+            out << line << "\n";
+    }
+    for (const auto& line : unresolved)
+        err << "varnel-cli: " << line << "\n";
+    return unresolved.empty() ? kSuccess : kFailed;
+}
+
 bool changesLibrary(const std::string& command) {
     return command != "list" && command != "check" && command != "export-app" &&
            command != "sources" && command != "search";
@@ -292,6 +331,7 @@ int run(const std::vector<std::string>& args, std::ostream& out, std::ostream& e
             {"add-screens", [&] { return addScreens(inv, store, out); }},
             {"renumber", [&] { return renumber(inv, store, out); }},
             {"check", [&] { return check(inv, store, out); }},
+            {"recover", [&] { return recover(inv, store, out, err); }},
             {"export-app", [&] { return exportApp(inv, store, out); }},
             {"import-app", [&] { return importApp(inv, store, out, err); }},
             {"sources", [&] { return sources(inv, out); }},
@@ -313,6 +353,13 @@ int run(const std::vector<std::string>& args, std::ostream& out, std::ostream& e
                 throw LibraryError("The library at " + store.root().string() +
                                    " is open in Varnel; make the change there, or quit Varnel "
                                    "first.");
+            // A change starts from a library whose interrupted changes are settled, as the app
+            // does when it opens it.
+            if (inv.command != "recover") {
+                const RecoveryReport report = store.recover();
+                for (const auto& line : recoveryLines(report))
+                    err << "varnel-cli: repaired: " << line << "\n";
+            }
         }
         return command->second();
     } catch (const UsageError& e) {

@@ -266,7 +266,7 @@ void FlowStore::deleteFlow(std::string_view folderName) {
     }
     if (quarantine) {
         try {
-            ops_.folderRemover(*quarantine);
+            removeQuarantine(*quarantine);
         } catch (const std::exception& cleanupError) {
             throw FlowDeletionCleanupError(*quarantine, cleanupError.what());
         }

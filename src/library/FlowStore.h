@@ -3,6 +3,7 @@
 #include "library/Date.h"
 #include "figma/FigmaPublishPersistence.h"
 #include "library/FlowMeta.h"
+#include "library/JsonCoding.h"
 #include "library/FlowSummary.h"
 #include "library/LibraryIndex.h"
 #include "thumbnails/ThumbEdits.h"
@@ -38,12 +39,15 @@ struct IndexSnapshot {
     std::optional<std::string> bytes;
 };
 
-// What opening the library found left over from an interrupted run.
+// What opening the library found left over from an interrupted run, and what it did.
 struct RecoveryReport {
     std::vector<std::string> recoveredFlows;      // flows made from crash-left staging folders
-    std::vector<fs::path> leftoverQuarantines;    // ".deleting-" folders still holding data
+    std::vector<fs::path> leftoverQuarantines;    // ".deleting-" folders it could not place
     std::vector<std::string> finishedRenumbering; // flows whose renumbering was completed
+    std::vector<std::string> repairs;             // what else it repaired, naming the folder
     std::vector<std::string> problems;            // what could not be recovered, and why
+
+    bool empty() const;
 };
 
 // Performs every change to the library folder. Each multi-step change writes index.json last
@@ -146,8 +150,9 @@ public:
     std::vector<std::string> addScreens(std::string_view folderName,
                                         const std::vector<fs::path>& files, Date capturedAt);
 
-    // Turns crash-left staging folders into flows, finishes interrupted renumberings and lists
-    // leftover quarantine folders.
+    // Repairs what interrupted changes left: each flow ends as its old or its new version,
+    // complete and listed; set-aside data goes back or, once its change was written, goes;
+    // crash-left captures become flows. Never writes over an unreadable index.
     RecoveryReport recover();
     // The same findings without changing anything.
     RecoveryReport inspectLeftovers() const;
@@ -162,17 +167,36 @@ private:
     // Leaves a marker that makes the next renumbering, or the next opening of the library,
     // renumber the flow, in case the change that follows cannot.
     void markRenumberingOwed(std::string_view folderName, UndoLog& undo);
+    // Registers a change under way (which flows it touches, what it set aside or planned) and
+    // removes the registration once the change is complete (endIntent, which says so when it
+    // can't) or undone (dropIntent, on the way out of a failure).
+    fs::path beginIntent(const Json& intent);
+    void endIntent(const fs::path& file);
+    void dropIntent(const fs::path& file) noexcept;
+    // Removes a set-aside folder so that it says what it held until the end: meta.json last.
+    void removeQuarantine(const fs::path& quarantine);
     void rewriteOCRKeys(const fs::path& flowDir,
                         const std::vector<std::pair<std::string, std::string>>& renames,
                         const std::vector<ScreenRef>& screens);
     ThumbEdits commitScreenList(std::string_view folderName, const FlowMeta& meta);
-    struct Leftovers {
-        std::vector<fs::path> quarantines;
-        std::vector<std::string> owedRenumbering;
+    struct Survey {
+        std::vector<std::string> flowFolders; // folders at flow depth, listed or not
+        std::vector<fs::path> quarantines, assemblies, extractions, writeLeftovers, intents;
     };
-    Leftovers scanLeftovers(const LibraryIndex& index) const;
+    Survey survey() const;
+    struct Settle {
+        std::vector<std::string> created; // files an interrupted change made in the flow
+    };
     std::optional<std::string> recoverStagingFolder(const fs::path& staging);
-    void removeLeftoverExtractions();
+    void replayIntent(const fs::path& file, std::map<std::string, Settle>& settle,
+                      RecoveryReport& report);
+    void rollForward(const Json& transfer);
+    void settleScreenQuarantine(const Json& entry, RecoveryReport& report);
+    void recoverAssembly(const fs::path& assembly, RecoveryReport& report);
+    void adoptUnindexed(const std::vector<std::string>& flowFolders, RecoveryReport& report);
+    void recoverQuarantine(const fs::path& quarantine, RecoveryReport& report);
+    void settleSummary(const std::string& folderName);
+    void settleFlow(const std::string& folderName, const Settle& settle, RecoveryReport& report);
 
     // The last index read or written, with the identity of the file it matches, so that a
     // change does not decode an index that has not changed on disk since.

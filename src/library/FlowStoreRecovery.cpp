@@ -1,19 +1,19 @@
-// Bringing flow folders into the library: adoption, and recovery of what a crash left behind.
+// Bringing flow folders into the library, and repairing what an interrupted change left behind.
 #include "library/FlowStore.h"
 
-#include "archive/AppArchive.h"
 #include "library/Errors.h"
 #include "library/FileOps.h"
 #include "library/LibraryLayout.h"
-#include "media/PngSize.h"
 #include "library/ScreenFiles.h"
 #include "library/Slug.h"
 #include "library/UndoLog.h"
 #include "library/Uuid.h"
+#include "media/PngSize.h"
 
 #include <algorithm>
 #include <chrono>
 #include <ctime>
+#include <set>
 
 namespace varnel {
 
@@ -53,7 +53,77 @@ std::vector<fs::path> visibleSubfolders(const fs::path& folder) {
     return out;
 }
 
+// The entries of a folder with their kind as the listing gives it, without a stat each, so
+// that surveying a large library stays quick.
+struct Entry {
+    std::string name;
+    bool directory = false;
+};
+
+std::vector<Entry> entriesOf(const fs::path& folder) {
+    std::vector<Entry> out;
+    std::error_code ec;
+    for (fs::directory_iterator it(folder, ec), end; !ec && it != end; it.increment(ec)) {
+        std::error_code typeError;
+        const bool link = it->is_symlink(typeError);
+        out.push_back({it->path().filename().string(), !link && it->is_directory(typeError)});
+    }
+    std::sort(out.begin(), out.end(),
+              [](const Entry& a, const Entry& b) { return a.name < b.name; });
+    return out;
+}
+
+// What an atomic write leaves when it is cut short: ".<name>.<UUID>.tmp".
+bool isWriteLeftover(std::string_view name) {
+    return name.starts_with(".") && name.ends_with(".tmp");
+}
+
+std::optional<FlowMeta> readableMeta(const fs::path& folder) {
+    try {
+        auto bytes = FileOps::readIfExists(folder / LibraryLayout::kMetaFile);
+        if (!bytes)
+            return std::nullopt;
+        return FlowMeta::fromJson(parseLibraryJson(*bytes));
+    } catch (const std::exception&) {
+        return std::nullopt;
+    }
+}
+
+std::vector<std::string> filenamesOf(const FlowMeta& meta) {
+    std::vector<std::string> names;
+    for (const auto& screen : meta.screens)
+        names.push_back(screen.filename);
+    return names;
+}
+
+// Every file of the flow folder that its meta refers to.
+std::set<std::string> referencedFiles(const FlowMeta& meta) {
+    std::set<std::string> names;
+    for (const auto& screen : meta.screens) {
+        names.insert(screen.filename);
+        names.insert(ScreenFiles::originalFilename(screen.filename));
+        for (const auto& patch : screen.patches.value_or(std::vector<RedactPatch>{}))
+            names.insert(patch.file);
+    }
+    return names;
+}
+
+std::vector<std::string> stringsAt(const Json& json, const char* key) {
+    std::vector<std::string> out;
+    if (!json.contains(key) || !json[key].is_array())
+        return out;
+    for (const auto& item : json[key])
+        if (item.is_string())
+            out.push_back(item.get<std::string>());
+    return out;
+}
+
 } // namespace
+
+bool RecoveryReport::empty() const {
+    return recoveredFlows.empty() && leftoverQuarantines.empty() && finishedRenumbering.empty() &&
+           repairs.empty() && problems.empty();
+}
 
 std::string FlowStore::adopt(const FlowMeta& meta, const fs::path& from,
                              const std::optional<std::string>& replacing) {
@@ -74,11 +144,36 @@ std::string FlowStore::adopt(const FlowMeta& meta, const fs::path& from,
                                summary.folderName + "”.");
     }
 
+    // The flow is put together in a hidden folder beside its place and appears under its name
+    // in one rename; the index write that follows is the commit. Until the meta is in place
+    // the assembly names its source, so that a crash gives the files back.
     const std::string parentPath = Slug::parentPath(meta.application, meta.categoryL1);
     UndoLog undo;
     std::string folderName = parentPath;
     std::optional<fs::path> quarantine;
     try {
+        const auto created = createParents(parentPath);
+        undo.add([this, created] { removeCreatedParents(created); });
+        const fs::path parent = root_ / parentPath;
+        const fs::path assembly =
+            parent / (std::string(LibraryLayout::kAssemblyPrefix) + newUUIDString());
+        ops_.directoryCreator(assembly, false);
+        undo.add([this, assembly] { removeOwnFolder(assembly, LibraryLayout::kAssemblySource); });
+        ops_.indexWriter(assembly / LibraryLayout::kAssemblySource,
+                         encodeLibraryJson(Json{{"source", from.string()}}));
+        for (const auto& name : FileOps::list(from)) {
+            if (name == LibraryLayout::kMetaFile || name == LibraryLayout::kRenumberFolder ||
+                name == LibraryLayout::kAssemblySource ||
+                name.starts_with(LibraryLayout::kQuarantinePrefix) || isSymlink(from / name))
+                continue;
+            ops_.folderMover(from / name, assembly / name);
+            undo.add(
+                [this, from, assembly, name] { ops_.folderMover(assembly / name, from / name); });
+        }
+        ops_.indexWriter(assembly / LibraryLayout::kMetaFile, encodeLibraryJson(meta.toJson()));
+        undo.add([this, assembly] { ops_.folderRemover(assembly / LibraryLayout::kMetaFile); });
+        ops_.folderRemover(assembly / LibraryLayout::kAssemblySource);
+
         if (replacing && FileOps::exists(flowURL(*replacing))) {
             const fs::path old = flowURL(*replacing);
             quarantine = old.parent_path() /
@@ -86,25 +181,13 @@ std::string FlowStore::adopt(const FlowMeta& meta, const fs::path& from,
             ops_.folderMover(old, *quarantine);
             undo.add([this, old, q = *quarantine] { ops_.folderMover(q, old); });
         }
-        const auto created = createParents(parentPath);
-        undo.add([this, created] { removeCreatedParents(created); });
         std::set<std::string> entries;
-        for (const auto& name : FileOps::list(root_ / parentPath))
+        for (const auto& name : FileOps::list(parent))
             entries.insert(name);
         folderName = parentPath + "/" + Slug::uniqueFolderName(Slug::make(meta.name), entries);
         const fs::path flowDir = root_ / folderName;
-        ops_.directoryCreator(flowDir, false);
-        undo.add([this, flowDir] { removeOwnFolder(flowDir); });
-        for (const auto& name : FileOps::list(from)) {
-            if (name == LibraryLayout::kMetaFile || name == LibraryLayout::kRenumberFolder ||
-                name.starts_with(LibraryLayout::kQuarantinePrefix) || isSymlink(from / name))
-                continue;
-            ops_.folderMover(from / name, flowDir / name);
-            undo.add(
-                [this, from, flowDir, name] { ops_.folderMover(flowDir / name, from / name); });
-        }
-        writeMeta(folderName, meta);
-        undo.add([this, flowDir] { ops_.folderRemover(flowDir / LibraryLayout::kMetaFile); });
+        ops_.folderMover(assembly, flowDir);
+        undo.add([this, assembly, flowDir] { ops_.folderMover(flowDir, assembly); });
         if (replacing)
             snapshot.index.removeFolder(*replacing);
         snapshot.index.upsert(meta.summary(folderName));
@@ -116,9 +199,9 @@ std::string FlowStore::adopt(const FlowMeta& meta, const fs::path& from,
     }
     if (quarantine) {
         try {
-            ops_.folderRemover(*quarantine);
+            removeQuarantine(*quarantine);
         } catch (const std::exception&) {
-            // The replaced flow's old files stay aside; opening the library reports them.
+            // The replaced flow's old files stay aside; opening the library removes them.
         }
         pruneEmptyParents(*replacing);
     }
@@ -173,109 +256,444 @@ std::optional<std::string> FlowStore::recoverStagingFolder(const fs::path& stagi
     return folderName;
 }
 
-RecoveryReport FlowStore::recover() {
-    RecoveryReport report;
-    const fs::path stagingRoot = root_ / LibraryLayout::kStagingFolder;
-    for (const auto& staging : visibleSubfolders(stagingRoot)) {
-        try {
-            if (auto folder = recoverStagingFolder(staging))
-                report.recoveredFlows.push_back(*folder);
-        } catch (const std::exception& e) {
-            report.problems.push_back("The capture left at " + staging.string() +
-                                      " couldn’t be recovered: " + e.what());
+// Application and category folders are few and listed whole; flow folders are named by the
+// listing of their category and not opened, so that a library of thousands of flows is
+// surveyed in a few milliseconds.
+FlowStore::Survey FlowStore::survey() const {
+    Survey found;
+    auto hidden = [&](const fs::path& folder, const Entry& entry, bool atRoot) {
+        const fs::path path = folder / entry.name;
+        if (entry.directory && entry.name.starts_with(LibraryLayout::kQuarantinePrefix))
+            found.quarantines.push_back(path);
+        else if (entry.directory && entry.name.starts_with(LibraryLayout::kAssemblyPrefix))
+            found.assemblies.push_back(path);
+        else if (atRoot && entry.directory &&
+                 entry.name.starts_with(LibraryLayout::kExtractionPrefix))
+            found.extractions.push_back(path);
+        else if (!entry.directory && isWriteLeftover(entry.name))
+            found.writeLeftovers.push_back(path);
+    };
+    for (const auto& application : entriesOf(root_)) {
+        if (application.name.starts_with(".")) {
+            hidden(root_, application, true);
+            continue;
         }
-    }
-    try {
-        if (FileOps::isDirectory(stagingRoot) && FileOps::list(stagingRoot).empty())
-            ops_.folderRemover(stagingRoot);
-    } catch (const std::exception&) {
-    }
-
-    try {
-        const Leftovers leftovers = scanLeftovers(readIndex());
-        for (const auto& folderName : leftovers.owedRenumbering) {
-            try {
-                renumberScreens(folderName);
-                report.finishedRenumbering.push_back(folderName);
-            } catch (const std::exception& e) {
-                report.problems.push_back(e.what());
+        if (!application.directory)
+            continue;
+        const fs::path appDir = root_ / application.name;
+        for (const auto& category : entriesOf(appDir)) {
+            if (category.name.starts_with(".")) {
+                hidden(appDir, category, false);
+                continue;
+            }
+            if (!category.directory)
+                continue;
+            const fs::path categoryDir = appDir / category.name;
+            for (const auto& flow : entriesOf(categoryDir)) {
+                if (flow.name.starts_with("."))
+                    hidden(categoryDir, flow, false);
+                else if (flow.directory)
+                    found.flowFolders.push_back(application.name + "/" + category.name + "/" +
+                                                flow.name);
             }
         }
-        report.leftoverQuarantines = leftovers.quarantines;
-    } catch (const std::exception& e) {
-        report.problems.push_back(e.what());
     }
-    removeLeftoverExtractions();
-    return report;
+    for (const auto& entry : entriesOf(root_ / LibraryLayout::kJournalFolder)) {
+        const fs::path path = root_ / LibraryLayout::kJournalFolder / entry.name;
+        if (isWriteLeftover(entry.name))
+            found.writeLeftovers.push_back(path);
+        else if (!entry.directory && entry.name.ends_with(".json"))
+            found.intents.push_back(path);
+    }
+    return found;
 }
 
-// Unpacked archives left by an interrupted import are copies of a zip that still exists.
-void FlowStore::removeLeftoverExtractions() {
-    std::vector<std::string> names;
+fs::path FlowStore::beginIntent(const Json& intent) {
+    const fs::path folder = root_ / LibraryLayout::kJournalFolder;
+    if (!FileOps::isDirectory(folder))
+        ops_.directoryCreator(folder, true);
+    const fs::path file = folder / (newUUIDString() + ".json");
+    ops_.indexWriter(file, encodeLibraryJson(intent));
+    return file;
+}
+
+void FlowStore::endIntent(const fs::path& file) {
     try {
-        names = FileOps::list(root_);
-    } catch (const FileError&) {
-        return;
+        ops_.folderRemover(file);
+    } catch (const std::exception& e) {
+        throw LibraryError("The change was made, but its note at " + file.string() +
+                           " couldn’t be removed; Varnel clears it when it next opens the "
+                           "library. Error: " + e.what());
     }
-    const std::string prefix = "." + std::string(AppArchive::kExtractionPrefix);
-    for (const auto& name : names) {
-        if (!name.starts_with(prefix) || isSymlink(root_ / name))
-            continue;
-        try {
-            ops_.folderRemover(root_ / name);
-        } catch (const std::exception&) {
+}
+
+void FlowStore::dropIntent(const fs::path& file) noexcept {
+    try {
+        ops_.folderRemover(file);
+    } catch (const std::exception&) {
+        // Found again at the next opening, it only settles its flows once more.
+    }
+}
+
+void FlowStore::removeQuarantine(const fs::path& quarantine) {
+    for (const auto& name : FileOps::list(quarantine)) {
+        if (name != LibraryLayout::kMetaFile)
+            ops_.folderRemover(quarantine / name);
+    }
+    if (FileOps::exists(quarantine / LibraryLayout::kMetaFile))
+        ops_.folderRemover(quarantine / LibraryLayout::kMetaFile);
+    ops_.folderRemover(quarantine);
+}
+
+// Finishes a change whose files and metas were planned in its intent: every move not yet made
+// is made, and each meta is written as planned.
+void FlowStore::rollForward(const Json& transfer) {
+    const Json& moves = transfer.at("moves");
+    const Json& metas = transfer.at("metas");
+    for (const auto& move : moves) {
+        const auto part = [&](std::size_t i) { return move.at(i).get<std::string>(); };
+        LibraryLayout::validateFolderName(part(0));
+        LibraryLayout::validateFileName(part(1));
+        LibraryLayout::validateFolderName(part(2));
+        LibraryLayout::validateFileName(part(3));
+        const fs::path from = flowURL(part(0)) / part(1);
+        const fs::path to = flowURL(part(2)) / part(3);
+        if (FileOps::exists(from) && !FileOps::exists(to))
+            ops_.folderMover(from, to);
+    }
+    // A meta is written only while it still lists the screens it had: once the change was
+    // written, later renumbering may have moved on from the plan.
+    for (const auto& [folderName, plan] : metas.items()) {
+        const auto current = readableMeta(flowURL(folderName));
+        if (current && filenamesOf(*current) == stringsAt(plan, "before"))
+            writeMeta(folderName, FlowMeta::fromJson(plan.at("meta")));
+    }
+}
+
+void FlowStore::replayIntent(const fs::path& file, std::map<std::string, Settle>& settle,
+                             RecoveryReport& report) {
+    const Json intent = parseLibraryJson(FileOps::read(file));
+    for (const auto& folderName : stringsAt(intent, "flows")) {
+        LibraryLayout::validateFolderName(folderName);
+        settle[folderName];
+    }
+    if (intent.contains("created")) {
+        for (const auto& [folderName, names] : intent["created"].items()) {
+            LibraryLayout::validateFolderName(folderName);
+            for (const auto& name : names) {
+                LibraryLayout::validateFileName(name.get<std::string>());
+                settle[folderName].created.push_back(name.get<std::string>());
+            }
         }
     }
+    if (intent.contains("transfer")) {
+        rollForward(intent["transfer"]);
+        report.repairs.push_back("Finished moving screens between “" +
+                                 stringsAt(intent, "flows").front() + "” and “" +
+                                 stringsAt(intent, "flows").back() + "”.");
+    }
+    if (intent.contains("quarantine"))
+        settleScreenQuarantine(intent["quarantine"], report);
+}
+
+// Screens being deleted wait beside their flow; the flow's meta tells whether the deletion
+// was written: with the screens still listed they go back, without them they go.
+void FlowStore::settleScreenQuarantine(const Json& entry, RecoveryReport& report) {
+    const std::string folderName = entry.at("folder").get<std::string>();
+    const std::string leaf = entry.at("path").get<std::string>();
+    LibraryLayout::validateFolderName(folderName);
+    if (!leaf.starts_with(LibraryLayout::kQuarantinePrefix) || leaf.find('/') != std::string::npos)
+        throw UnsafeNameError(leaf, "it is not a quarantine of this library");
+    const fs::path flowDir = flowURL(folderName);
+    const fs::path quarantine = flowDir.parent_path() / leaf;
+    if (!FileOps::exists(quarantine))
+        return;
+    const auto meta = readableMeta(flowDir);
+    const auto listed = meta ? filenamesOf(*meta) : std::vector<std::string>{};
+    if (meta && listed == stringsAt(entry, "before")) {
+        for (const auto& name : FileOps::list(quarantine)) {
+            LibraryLayout::validateFileName(name);
+            if (!FileOps::exists(flowDir / name))
+                ops_.folderMover(quarantine / name, flowDir / name);
+        }
+        removeOwnFolder(quarantine);
+        report.repairs.push_back("Put back the screens of “" + folderName +
+                                 "” whose deletion was interrupted.");
+    } else if (meta && listed == stringsAt(entry, "after")) {
+        removeQuarantine(quarantine);
+        report.repairs.push_back("Removed the deleted screens of “" + folderName +
+                                 "” that an interrupted deletion left at " + quarantine.string() +
+                                 ".");
+    } else {
+        report.leftoverQuarantines.push_back(quarantine);
+    }
+}
+
+// A flow put together for the library but not yet in place: with its meta written it is
+// complete and is brought in; before that its files go back where they came from.
+void FlowStore::recoverAssembly(const fs::path& assembly, RecoveryReport& report) {
+    if (!FileOps::exists(assembly))
+        return;
+    if (auto meta = readableMeta(assembly)) {
+        if (FileOps::exists(assembly / LibraryLayout::kAssemblySource))
+            ops_.folderRemover(assembly / LibraryLayout::kAssemblySource);
+        std::optional<std::string> replacing;
+        const LibraryIndex index = readIndex();
+        if (const FlowSummary* indexed = index.findId(meta->id))
+            replacing = indexed->folderName;
+        const std::string folderName = adopt(*meta, assembly, replacing);
+        removeOwnFolder(assembly, LibraryLayout::kMetaFile);
+        report.repairs.push_back("Finished adding the flow “" + meta->name + "” at “" +
+                                 folderName + "”.");
+        return;
+    }
+    const auto names = FileOps::list(assembly);
+    std::optional<fs::path> source;
+    if (auto bytes = FileOps::readIfExists(assembly / LibraryLayout::kAssemblySource)) {
+        const Json marker = parseLibraryJson(*bytes);
+        source = fs::path(marker.at("source").get<std::string>());
+    }
+    const bool onlyMarker =
+        names.empty() || (names.size() == 1 && names[0] == LibraryLayout::kAssemblySource);
+    if (!onlyMarker && (!source || !FileOps::isDirectory(*source))) {
+        report.problems.push_back("Files of a flow that was being added remain at " +
+                                  assembly.string() + ".");
+        return;
+    }
+    for (const auto& name : names) {
+        if (name != LibraryLayout::kAssemblySource && !FileOps::exists(*source / name))
+            ops_.folderMover(assembly / name, *source / name);
+    }
+    removeOwnFolder(assembly, LibraryLayout::kAssemblySource);
+    if (!onlyMarker)
+        report.repairs.push_back("Undid an interrupted addition of a flow; its files are back at " +
+                                 source->string() + ".");
+}
+
+// A flow folder the index does not list is a change whose index write never happened: a flow
+// being made, moved or imported. A complete one is listed (in place of its entry when the
+// entry's folder is gone), an empty one removed, and anything else reported.
+void FlowStore::adoptUnindexed(const std::vector<std::string>& flowFolders,
+                               RecoveryReport& report) {
+    std::set<std::string> listedFolders;
+    for (const auto& summary : readIndex().flows)
+        listedFolders.insert(summary.folderName);
+    for (const auto& folderName : flowFolders) {
+        if (listedFolders.contains(folderName) || !LibraryLayout::isSafeFolderName(folderName))
+            continue;
+        const fs::path folder = root_ / folderName;
+        if (!FileOps::isDirectory(folder))
+            continue; // gone since the survey: an earlier repair placed it
+        const auto meta = readableMeta(folder);
+        if (!meta) {
+            if (FileOps::list(folder).empty()) {
+                ops_.folderRemover(folder);
+                pruneEmptyParents(folderName);
+            } else {
+                report.problems.push_back("The folder " + folder.string() +
+                                          " holds files but no flow the library can read.");
+            }
+            continue;
+        }
+        const LibraryIndex index = readIndex();
+        if (const FlowSummary* listed = index.findId(meta->id);
+            listed && readableMeta(root_ / listed->folderName)) {
+            report.problems.push_back("The folder " + folder.string() + " holds a copy of “" +
+                                      listed->folderName + "”, which the library lists instead.");
+            continue;
+        }
+        appendToIndex(meta->summary(folderName));
+        report.repairs.push_back("Listed the flow “" + meta->name + "” at “" + folderName +
+                                 "”, whose change was interrupted.");
+    }
+}
+
+// A whole flow set aside: its deletion (or replacement) either reached the index or it did
+// not. Still listed without a readable folder, it is put back; otherwise it goes.
+void FlowStore::recoverQuarantine(const fs::path& quarantine, RecoveryReport& report) {
+    if (!FileOps::exists(quarantine))
+        return;
+    const auto meta = readableMeta(quarantine);
+    if (!meta) {
+        if (FileOps::list(quarantine).empty())
+            ops_.folderRemover(quarantine);
+        else
+            report.leftoverQuarantines.push_back(quarantine);
+        return;
+    }
+    const LibraryIndex index = readIndex();
+    const FlowSummary* listed = index.findId(meta->id);
+    if (!listed || readableMeta(root_ / listed->folderName)) {
+        removeQuarantine(quarantine);
+        if (listed)
+            settleSummary(listed->folderName);
+        report.repairs.push_back("Removed the old files of “" + meta->name +
+                                 "” that an interrupted change left at " + quarantine.string() +
+                                 ".");
+        return;
+    }
+    const std::string folderName = listed->folderName;
+    const fs::path folder = flowURL(folderName);
+    if (FileOps::exists(folder)) {
+        // New files without their meta: kept beside, under a name of their own.
+        const fs::path aside = folder.parent_path() / Slug::uniqueFolderName(
+                                                          folder.filename().string() + "-incomplete",
+                                                          [&] {
+                                                              const auto names = FileOps::list(
+                                                                  folder.parent_path());
+                                                              return std::set<std::string>(
+                                                                  names.begin(), names.end());
+                                                          }());
+        ops_.folderMover(folder, aside);
+        report.problems.push_back("Incomplete files of “" + meta->name + "” were kept at " +
+                                  aside.string() + ".");
+    }
+    createParents(fs::path(folderName).parent_path().generic_string());
+    ops_.folderMover(quarantine, folder);
+    settleSummary(folderName);
+    report.repairs.push_back("Put back the flow “" + meta->name + "” at “" + folderName +
+                             "”, whose deletion was interrupted.");
+}
+
+void FlowStore::settleSummary(const std::string& folderName) {
+    const auto meta = readableMeta(flowURL(folderName));
+    if (!meta)
+        return;
+    const FlowSummary summary = meta->summary(folderName);
+    const LibraryIndex index = readIndex();
+    const FlowSummary* listed = index.findFolder(folderName);
+    if (!listed || *listed != summary)
+        appendToIndex(summary);
+}
+
+// Brings a flow an interrupted change touched back to its invariants: files of the change that
+// its meta does not list are removed, its screens are numbered 1 to N, its summary matches.
+void FlowStore::settleFlow(const std::string& folderName, const Settle& settle,
+                           RecoveryReport& report) {
+    const fs::path folder = flowURL(folderName);
+    if (!FileOps::isDirectory(folder))
+        return;
+    const FlowMeta m = meta(folderName);
+    const auto referenced = referencedFiles(m);
+    for (const auto& name : settle.created) {
+        if (!referenced.contains(name) && FileOps::exists(folder / name))
+            ops_.folderRemover(folder / name);
+    }
+    for (const auto& name : FileOps::list(folder)) {
+        if (isWriteLeftover(name))
+            ops_.folderRemover(folder / name);
+    }
+    // Also when the change was cut short before it marked its renumbering as owed.
+    const bool owed = FileOps::exists(folder / LibraryLayout::kRenumberFolder);
+    if (!renumberScreens(folderName).renames.empty() || owed)
+        report.finishedRenumbering.push_back(folderName);
+}
+
+RecoveryReport FlowStore::recover() {
+    RecoveryReport report;
+    try {
+        readIndex();
+    } catch (const std::exception& e) {
+        // An index that can't be read is never written over: nothing is repaired.
+        report.problems.push_back(e.what());
+        return report;
+    }
+    const Survey found = survey();
+    auto attempt = [&](const std::string& what, const std::function<void()>& repair) {
+        try {
+            repair();
+            return true;
+        } catch (const std::exception& e) {
+            report.problems.push_back(what + e.what());
+            return false;
+        }
+    };
+
+    std::map<std::string, Settle> settle;
+    std::vector<fs::path> replayed;
+    for (const auto& intent : found.intents) {
+        if (attempt("An interrupted change (" + intent.string() + ") couldn’t be finished: ",
+                    [&] { replayIntent(intent, settle, report); }))
+            replayed.push_back(intent);
+    }
+    for (const auto& assembly : found.assemblies)
+        attempt("A flow being added at " + assembly.string() + " couldn’t be recovered: ",
+                [&] { recoverAssembly(assembly, report); });
+    attempt("", [&] { adoptUnindexed(found.flowFolders, report); });
+    for (const auto& quarantine : found.quarantines)
+        attempt("The deletion left at " + quarantine.string() + " couldn’t be settled: ",
+                [&] { recoverQuarantine(quarantine, report); });
+
+    const fs::path stagingRoot = root_ / LibraryLayout::kStagingFolder;
+    for (const auto& staging : visibleSubfolders(stagingRoot)) {
+        attempt("The capture left at " + staging.string() + " couldn’t be recovered: ", [&] {
+            if (auto folder = recoverStagingFolder(staging))
+                report.recoveredFlows.push_back(*folder);
+        });
+    }
+    attempt("", [&] {
+        if (FileOps::isDirectory(stagingRoot) && FileOps::list(stagingRoot).empty())
+            ops_.folderRemover(stagingRoot);
+    });
+
+    for (const auto& [folderName, work] : settle)
+        attempt("", [&] { settleFlow(folderName, work, report); });
+    // Unpacked archives are copies of a zip that still exists; cut-short writes hold nothing
+    // that was ever in place.
+    for (const auto& extraction : found.extractions)
+        attempt("", [&] { ops_.folderRemover(extraction); });
+    for (const auto& leftover : found.writeLeftovers)
+        attempt("", [&] { ops_.folderRemover(leftover); });
+    for (const auto& intent : replayed)
+        dropIntent(intent);
+    attempt("", [&] {
+        const fs::path journal = root_ / LibraryLayout::kJournalFolder;
+        if (FileOps::isDirectory(journal) && FileOps::list(journal).empty())
+            ops_.folderRemover(journal);
+    });
+    return report;
 }
 
 RecoveryReport FlowStore::inspectLeftovers() const {
     RecoveryReport report;
+    const Survey found = survey();
     const fs::path stagingRoot = root_ / LibraryLayout::kStagingFolder;
     for (const auto& staging : visibleSubfolders(stagingRoot))
         report.problems.push_back("A capture left at " + staging.string() +
                                   " waits to be recovered when Varnel opens the library.");
+    for (const auto& intent : found.intents)
+        report.problems.push_back("An interrupted change waits to be finished: " +
+                                  intent.string());
+    for (const auto& assembly : found.assemblies)
+        report.problems.push_back("A flow being added was interrupted at " + assembly.string());
+    for (const auto& extraction : found.extractions)
+        report.problems.push_back("An unpacked archive remains at " + extraction.string());
+    for (const auto& leftover : found.writeLeftovers)
+        report.problems.push_back("An interrupted write left " + leftover.string());
+    report.leftoverQuarantines = found.quarantines;
     try {
-        const Leftovers leftovers = scanLeftovers(readIndex());
-        for (const auto& folderName : leftovers.owedRenumbering)
-            report.problems.push_back("The renumbering of “" + folderName + "” was interrupted.");
-        report.leftoverQuarantines = leftovers.quarantines;
+        for (const auto& summary : readIndex().flows) {
+            if (!LibraryLayout::isSafeFolderName(summary.folderName))
+                continue;
+            const fs::path folder = root_ / summary.folderName;
+            if (FileOps::exists(folder / LibraryLayout::kRenumberFolder))
+                report.problems.push_back("The renumbering of “" + summary.folderName +
+                                          "” was interrupted.");
+            std::vector<std::string> names;
+            try {
+                names = FileOps::list(folder);
+            } catch (const FileError&) {
+            }
+            for (const auto& name : names) {
+                if (isWriteLeftover(name))
+                    report.problems.push_back("An interrupted write left " +
+                                              (folder / name).string());
+            }
+        }
     } catch (const std::exception& e) {
         report.problems.push_back(e.what());
     }
     return report;
-}
-
-// Quarantines lie beside flow folders (deleted flows and screens); owed renumberings inside
-// them. Application and category folders are few and are listed whole; each flow folder the
-// index names costs one lookup, so that opening a large library stays quick.
-FlowStore::Leftovers FlowStore::scanLeftovers(const LibraryIndex& index) const {
-    Leftovers found;
-    auto collect = [&](const fs::path& folder, const std::vector<std::string>& names) {
-        for (const auto& name : names) {
-            if (name.starts_with(LibraryLayout::kQuarantinePrefix))
-                found.quarantines.push_back(folder / name);
-        }
-    };
-    auto namesIn = [](const fs::path& folder) {
-        try {
-            return FileOps::list(folder);
-        } catch (const FileError&) {
-            return std::vector<std::string>{};
-        }
-    };
-    collect(root_, namesIn(root_));
-    for (const auto& application : visibleSubfolders(root_)) {
-        collect(application, namesIn(application));
-        for (const auto& category : visibleSubfolders(application))
-            collect(category, namesIn(category));
-    }
-    for (const auto& summary : index.flows) {
-        if (!LibraryLayout::isSafeFolderName(summary.folderName))
-            continue;
-        if (FileOps::exists(root_ / summary.folderName / LibraryLayout::kRenumberFolder))
-            found.owedRenumbering.push_back(summary.folderName);
-    }
-    return found;
 }
 
 } // namespace varnel

@@ -138,6 +138,9 @@ ThumbEdits FlowStore::renumberScreens(std::string_view folderName) {
     // run be finished or undone. A work folder that was already there marks a screen change
     // whose renumbering is still owed, and stays until that renumbering is done.
     const std::string action = "renumber the screens of “" + std::string(folderName) + "”";
+    std::optional<fs::path> intent;
+    if (!moves.empty())
+        intent = beginIntent(Json{{"operation", "renumber"}, {"flows", {std::string(folderName)}}});
     UndoLog undo;
     try {
         if (!moves.empty()) {
@@ -159,6 +162,8 @@ ThumbEdits FlowStore::renumberScreens(std::string_view folderName) {
         writeMeta(folderName, m);
     } catch (const std::exception& e) {
         undo.undoOrThrow(action, flowDir.string(), e);
+        if (intent)
+            dropIntent(*intent);
         throw;
     }
     try {
@@ -175,6 +180,8 @@ ThumbEdits FlowStore::renumberScreens(std::string_view folderName) {
 
     rewriteOCRKeys(flowDir, renames, m.screens);
     appendToIndex(m.summary(std::string(folderName)));
+    if (intent)
+        endIntent(*intent);
 
     ThumbEdits edits;
     for (const auto& [old, now] : renames)
@@ -318,11 +325,25 @@ ThumbEdits FlowStore::deleteScreens(std::string_view folderName,
         const auto pinIds = postedIds(ref);
         ids.insert(ids.end(), pinIds.begin(), pinIds.end());
     }
+    const std::vector<std::string> before = filenames(m.screens);
+    m.queuePendingDeletes(ids);
+    std::erase_if(m.screens, [&](const ScreenRef& s) {
+        return std::find(names.begin(), names.end(), s.filename) != names.end();
+    });
 
-    // Beside the flow, where deleted flows go too, so that opening the library finds
-    // leftovers without looking into every flow folder.
+    // Beside the flow, where deleted flows go too. The intent says which list of screens
+    // means the deletion was written, so that a crash either puts the files back or ends it.
     const fs::path quarantine =
         flowDir.parent_path() / (std::string(LibraryLayout::kQuarantinePrefix) + newUUIDString());
+    const std::string folder(folderName);
+    const fs::path intent = beginIntent(Json{
+        {"operation", "deleteScreens"},
+        {"flows", {folder}},
+        {"quarantine",
+         {{"folder", folder},
+          {"path", quarantine.filename().string()},
+          {"before", before},
+          {"after", filenames(m.screens)}}}});
     UndoLog undo;
     try {
         markRenumberingOwed(folderName, undo);
@@ -336,32 +357,29 @@ ThumbEdits FlowStore::deleteScreens(std::string_view folderName,
                 ops_.folderMover(quarantine / file, flowDir / file);
             });
         }
-        m.queuePendingDeletes(ids);
-        std::erase_if(m.screens, [&](const ScreenRef& s) {
-            return std::find(names.begin(), names.end(), s.filename) != names.end();
-        });
         writeMeta(folderName, m);
     } catch (const std::exception& e) {
-        undo.undoOrThrow("delete screens of “" + std::string(folderName) + "”", flowDir.string(),
-                         e);
+        undo.undoOrThrow("delete screens of “" + folder + "”", flowDir.string(), e);
+        dropIntent(intent);
         throw;
     }
 
     std::optional<std::string> cleanupError;
     try {
-        ops_.folderRemover(quarantine);
+        removeQuarantine(quarantine);
     } catch (const std::exception& e) {
         cleanupError = e.what();
     }
 
     ThumbEdits edits;
     for (const auto& name : names)
-        edits.removals.push_back({std::string(folderName), name});
+        edits.removals.push_back({folder, name});
     edits.followRenames(commitScreenList(folderName, m).renames);
     if (cleanupError)
         throw LibraryError("The screens were deleted, but their files could not be fully removed "
                            "at " +
                            quarantine.string() + ". Cleanup error: " + *cleanupError);
+    endIntent(intent);
     return edits;
 }
 
@@ -389,6 +407,8 @@ ThumbEdits FlowStore::reorderScreens(std::string_view folderName,
     for (const auto& name : names)
         screens.push_back(*m.screen(name));
     m.screens = std::move(screens);
+    const fs::path intent =
+        beginIntent(Json{{"operation", "reorderScreens"}, {"flows", {std::string(folderName)}}});
     UndoLog undo;
     try {
         markRenumberingOwed(folderName, undo);
@@ -396,9 +416,12 @@ ThumbEdits FlowStore::reorderScreens(std::string_view folderName,
     } catch (const std::exception& e) {
         undo.undoOrThrow("reorder the screens of “" + std::string(folderName) + "”",
                          flowURL(folderName).string(), e);
+        dropIntent(intent);
         throw;
     }
-    return commitScreenList(folderName, m);
+    ThumbEdits edits = commitScreenList(folderName, m);
+    endIntent(intent);
+    return edits;
 }
 
 ThumbEdits FlowStore::moveScreens(std::string_view sourceFolder,
@@ -423,62 +446,81 @@ ThumbEdits FlowStore::moveScreens(std::string_view sourceFolder,
 
     FlowMeta target = meta(targetFolder);
     const std::string targetBytes = encodeLibraryJson(target.toJson());
+    const auto sourceBefore = filenames(source.screens);
+    const auto targetBefore = filenames(target.screens);
+    const std::string sourceName(sourceFolder);
+    const std::string targetName(targetFolder);
+
+    // The whole change is planned first: which file goes where, and both new metas.
     auto claimed = listedNames(targetDir);
+    std::vector<RenumberMove> relocations;
     std::vector<ScreenRef> moved;
     std::vector<std::string> ids;
     ThumbEdits edits;
+    for (const auto& name : names) {
+        ScreenRef ref = *source.screen(name);
+        const std::string newName =
+            ScreenFiles::claimScreenName(claimed, ScreenFiles::extension(name));
+        const std::string newOriginal = ScreenFiles::originalFilename(newName);
+        claimed.insert(newOriginal);
+        relocations.push_back({name, newName});
+        relocations.push_back({ScreenFiles::originalFilename(name), newOriginal});
+        if (ref.patches) {
+            for (auto& patch : *ref.patches) {
+                if (!LibraryLayout::isSafeFileName(patch.file))
+                    continue;
+                std::string newPatch = ScreenFiles::stem(newName) + patchSuffix(patch.file);
+                if (!claimed.insert(newPatch).second) {
+                    newPatch = ScreenFiles::stem(newName) + ".patch-" + newUUIDString() + ".png";
+                    claimed.insert(newPatch);
+                }
+                relocations.push_back({patch.file, newPatch});
+                patch.file = newPatch;
+            }
+        }
+        const auto pinIds = postedIds(ref);
+        ids.insert(ids.end(), pinIds.begin(), pinIds.end());
+        unpublish(ref, false);
+        ref.filename = newName;
+        moved.push_back(std::move(ref));
+        edits.renames.push_back({{sourceName, name}, {targetName, newName}});
+    }
+    std::erase_if(source.screens, [&](const ScreenRef& s) {
+        return std::find(names.begin(), names.end(), s.filename) != names.end();
+    });
+    source.queuePendingDeletes(ids);
+    const auto at = std::min(insertionIndex, target.screens.size());
+    target.screens.insert(target.screens.begin() + static_cast<std::ptrdiff_t>(at), moved.begin(),
+                          moved.end());
+    if (target.width == 0 && target.height == 0) {
+        target.width = source.width;
+        target.height = source.height;
+    }
+
+    // Registered with its plan, so that a crash half-way is finished at the next opening rather
+    // than leaving screens in neither flow's list.
+    Json moves = Json::array();
+    for (const auto& r : relocations)
+        moves.push_back(Json::array({sourceName, r.from, targetName, r.to}));
+    const fs::path intent = beginIntent(Json{
+        {"operation", "moveScreens"},
+        {"flows", {sourceName, targetName}},
+        {"transfer",
+         {{"moves", moves},
+          {"metas",
+           {{targetName, {{"before", targetBefore}, {"meta", target.toJson()}}},
+            {sourceName, {{"before", sourceBefore}, {"meta", source.toJson()}}}}}}}});
     UndoLog undo;
-    auto relocate = [&](const std::string& from, const std::string& to) {
-        if (!FileOps::exists(sourceDir / from))
-            return;
-        ops_.folderMover(sourceDir / from, targetDir / to);
-        undo.add([this, sourceDir, targetDir, from, to] {
-            ops_.folderMover(targetDir / to, sourceDir / from);
-        });
-    };
     try {
         markRenumberingOwed(targetFolder, undo);
         markRenumberingOwed(sourceFolder, undo);
-        for (const auto& name : names) {
-            ScreenRef ref = *source.screen(name);
-            const std::string newName =
-                ScreenFiles::claimScreenName(claimed, ScreenFiles::extension(name));
-            const std::string newOriginal = ScreenFiles::originalFilename(newName);
-            claimed.insert(newOriginal);
-            relocate(name, newName);
-            relocate(ScreenFiles::originalFilename(name), newOriginal);
-            if (ref.patches) {
-                for (auto& patch : *ref.patches) {
-                    if (!LibraryLayout::isSafeFileName(patch.file))
-                        continue;
-                    std::string newPatch = ScreenFiles::stem(newName) + patchSuffix(patch.file);
-                    if (!claimed.insert(newPatch).second) {
-                        newPatch =
-                            ScreenFiles::stem(newName) + ".patch-" + newUUIDString() + ".png";
-                        claimed.insert(newPatch);
-                    }
-                    relocate(patch.file, newPatch);
-                    patch.file = newPatch;
-                }
-            }
-            const auto pinIds = postedIds(ref);
-            ids.insert(ids.end(), pinIds.begin(), pinIds.end());
-            unpublish(ref, false);
-            ref.filename = newName;
-            moved.push_back(std::move(ref));
-            edits.renames.push_back(
-                {{std::string(sourceFolder), name}, {std::string(targetFolder), newName}});
-        }
-        std::erase_if(source.screens, [&](const ScreenRef& s) {
-            return std::find(names.begin(), names.end(), s.filename) != names.end();
-        });
-        source.queuePendingDeletes(ids);
-        const auto at = std::min(insertionIndex, target.screens.size());
-        target.screens.insert(target.screens.begin() + static_cast<std::ptrdiff_t>(at),
-                              moved.begin(), moved.end());
-        if (target.width == 0 && target.height == 0) {
-            target.width = source.width;
-            target.height = source.height;
+        for (const auto& r : relocations) {
+            if (!FileOps::exists(sourceDir / r.from))
+                continue;
+            ops_.folderMover(sourceDir / r.from, targetDir / r.to);
+            undo.add([this, sourceDir, targetDir, r] {
+                ops_.folderMover(targetDir / r.to, sourceDir / r.from);
+            });
         }
         writeMeta(targetFolder, target);
         undo.add([this, targetDir, targetBytes] {
@@ -486,14 +528,15 @@ ThumbEdits FlowStore::moveScreens(std::string_view sourceFolder,
         });
         writeMeta(sourceFolder, source);
     } catch (const std::exception& e) {
-        undo.undoOrThrow("move screens from “" + std::string(sourceFolder) + "” to “" +
-                             std::string(targetFolder) + "”",
+        undo.undoOrThrow("move screens from “" + sourceName + "” to “" + targetName + "”",
                          sourceDir.string() + " and " + targetDir.string(), e);
+        dropIntent(intent);
         throw;
     }
 
     edits.followRenames(commitScreenList(targetFolder, target).renames);
     edits.followRenames(commitScreenList(sourceFolder, source).renames);
+    endIntent(intent);
     return edits;
 }
 
@@ -503,50 +546,60 @@ ThumbEdits FlowStore::duplicateScreens(std::string_view folderName,
     indexSnapshot();
     FlowMeta m = meta(folderName);
     const auto names = requireScreens(m, folderName, requested);
+    const std::string folder(folderName);
     auto claimed = listedNames(flowDir);
     ThumbEdits edits;
+    std::vector<RenumberMove> copies;
+    for (const auto& name : names) {
+        ScreenRef copy = *m.screen(name);
+        const std::string newName =
+            ScreenFiles::claimScreenName(claimed, ScreenFiles::extension(name));
+        claimed.insert(ScreenFiles::originalFilename(newName));
+        copies.push_back({name, newName});
+        copies.push_back(
+            {ScreenFiles::originalFilename(name), ScreenFiles::originalFilename(newName)});
+        if (copy.patches) {
+            for (auto& patch : *copy.patches) {
+                if (!LibraryLayout::isSafeFileName(patch.file))
+                    continue;
+                const std::string newPatch =
+                    ScreenFiles::stem(newName) + ".patch-" + newUUIDString() + ".png";
+                copies.push_back({patch.file, newPatch});
+                patch.file = newPatch;
+            }
+        }
+        unpublish(copy, true);
+        copy.filename = newName;
+        // Each copy follows its original.
+        auto at = std::find_if(m.screens.begin(), m.screens.end(),
+                               [&](const ScreenRef& s) { return s.filename == name; });
+        m.screens.insert(at + 1, std::move(copy));
+        edits.copies.push_back({{folder, name}, {folder, newName}});
+    }
+
+    std::vector<std::string> created;
+    for (const auto& c : copies)
+        created.push_back(c.to);
+    const fs::path intent = beginIntent(Json{{"operation", "duplicateScreens"},
+                                             {"flows", {folder}},
+                                             {"created", {{folder, created}}}});
     UndoLog undo;
-    auto copyFile = [&](const std::string& from, const std::string& to) {
-        if (!FileOps::exists(flowDir / from))
-            return;
-        FileOps::copy(flowDir / from, flowDir / to);
-        undo.add([this, flowDir, to] { ops_.folderRemover(flowDir / to); });
-    };
     try {
         markRenumberingOwed(folderName, undo);
-        for (const auto& name : names) {
-            ScreenRef copy = *m.screen(name);
-            const std::string newName =
-                ScreenFiles::claimScreenName(claimed, ScreenFiles::extension(name));
-            claimed.insert(ScreenFiles::originalFilename(newName));
-            copyFile(name, newName);
-            copyFile(ScreenFiles::originalFilename(name), ScreenFiles::originalFilename(newName));
-            if (copy.patches) {
-                for (auto& patch : *copy.patches) {
-                    if (!LibraryLayout::isSafeFileName(patch.file))
-                        continue;
-                    const std::string newPatch =
-                        ScreenFiles::stem(newName) + ".patch-" + newUUIDString() + ".png";
-                    copyFile(patch.file, newPatch);
-                    patch.file = newPatch;
-                }
-            }
-            unpublish(copy, true);
-            copy.filename = newName;
-            // Each copy follows its original.
-            auto at = std::find_if(m.screens.begin(), m.screens.end(),
-                                   [&](const ScreenRef& s) { return s.filename == name; });
-            m.screens.insert(at + 1, std::move(copy));
-            edits.copies.push_back(
-                {{std::string(folderName), name}, {std::string(folderName), newName}});
+        for (const auto& c : copies) {
+            if (!FileOps::exists(flowDir / c.from))
+                continue;
+            FileOps::copy(flowDir / c.from, flowDir / c.to);
+            undo.add([this, flowDir, to = c.to] { ops_.folderRemover(flowDir / to); });
         }
         writeMeta(folderName, m);
     } catch (const std::exception& e) {
-        undo.undoOrThrow("duplicate screens of “" + std::string(folderName) + "”", flowDir.string(),
-                         e);
+        undo.undoOrThrow("duplicate screens of “" + folder + "”", flowDir.string(), e);
+        dropIntent(intent);
         throw;
     }
     edits.followRenames(commitScreenList(folderName, m).renames);
+    endIntent(intent);
     return edits;
 }
 
@@ -573,10 +626,15 @@ std::vector<std::string> FlowStore::addScreens(std::string_view folderName,
 
     auto claimed = listedNames(flowDir);
     std::vector<std::string> added;
+    for (const auto& extension : extensions)
+        added.push_back(ScreenFiles::claimScreenName(claimed, extension));
+    const std::string folder(folderName);
+    const fs::path intent = beginIntent(
+        Json{{"operation", "addScreens"}, {"flows", {folder}}, {"created", {{folder, added}}}});
     UndoLog undo;
     try {
         for (std::size_t i = 0; i < files.size(); ++i) {
-            const std::string name = ScreenFiles::claimScreenName(claimed, extensions[i]);
+            const std::string& name = added[i];
             FileOps::copy(files[i], flowDir / name);
             undo.add([this, flowDir, name] { ops_.folderRemover(flowDir / name); });
             ScreenRef ref;
@@ -589,17 +647,18 @@ std::vector<std::string> FlowStore::addScreens(std::string_view folderName,
                     m.height = size->second;
                 }
             }
-            added.push_back(name);
         }
         writeMeta(folderName, m);
         undo.add([this, flowDir, oldBytes] {
             ops_.indexWriter(flowDir / LibraryLayout::kMetaFile, oldBytes);
         });
-        appendToIndex(m.summary(std::string(folderName)));
+        appendToIndex(m.summary(folder));
     } catch (const std::exception& e) {
-        undo.undoOrThrow("add screens to “" + std::string(folderName) + "”", flowDir.string(), e);
+        undo.undoOrThrow("add screens to “" + folder + "”", flowDir.string(), e);
+        dropIntent(intent);
         throw;
     }
+    endIntent(intent);
     return added;
 }
 

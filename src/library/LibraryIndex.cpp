@@ -29,6 +29,14 @@ const FlowSummary* LibraryIndex::findFolder(std::string_view folderName) const {
     return it == flows.end() ? nullptr : &*it;
 }
 
+const FlowSummary* LibraryIndex::findId(std::string_view id) const {
+    for (const auto& s : flows) {
+        if (s.id == id)
+            return &s;
+    }
+    return nullptr;
+}
+
 void LibraryIndex::upsert(const FlowSummary& summary) {
     auto it = std::find_if(flows.begin(), flows.end(),
                            [&](const FlowSummary& s) { return s.id == summary.id; });

@@ -25,6 +25,7 @@ struct LibraryIndex {
     Json toJson() const;
 
     const FlowSummary* findFolder(std::string_view folderName) const;
+    const FlowSummary* findId(std::string_view id) const;
     // Replaces the summary of the same flow (by id) in place, else appends it.
     void upsert(const FlowSummary& summary);
     bool removeFolder(std::string_view folderName);

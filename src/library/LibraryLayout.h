@@ -12,6 +12,15 @@ inline constexpr std::string_view kThumbsFolder = ".thumbs";
 inline constexpr std::string_view kStagingFolder = ".inprogress";
 inline constexpr std::string_view kQuarantinePrefix = ".deleting-";
 inline constexpr std::string_view kRenumberFolder = ".renumber";
+// Changes under way, one file each, so that opening the library after a crash finds what they
+// touched without looking into every flow.
+inline constexpr std::string_view kJournalFolder = ".journal";
+// A flow being put together beside its place before it appears under its name, and the file
+// in it that names where its files came from.
+inline constexpr std::string_view kAssemblyPrefix = ".adopting-";
+inline constexpr std::string_view kAssemblySource = ".source.json";
+// An archive unpacked inside the library for an import.
+inline constexpr std::string_view kExtractionPrefix = ".quillane-import-";
 
 // Throw UnsafeNameError unless `folderName` is a relative path of plain segments (no "..",
 // no empty, hidden or absolute segments) that stays inside the library root.

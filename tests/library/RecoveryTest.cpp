@@ -44,6 +44,8 @@ TEST_F(RecoveryTest, RenumberingInterruptedInItsSecondPhaseIsFinishedByTheNextOn
     EXPECT_EQ(readFile(signUp / "01.png").substr(33), "sign-up-2");
     EXPECT_EQ(readFile(signUp / "01.orig.png").substr(33), "sign-up-2-original");
     EXPECT_EQ(readFile(signUp / "02.png").substr(33), "sign-up-1");
+    EXPECT_FALSE(checkLibrary(store).empty()) << "the reorder's note waits for the next opening";
+    EXPECT_TRUE(store.recover().problems.empty());
     EXPECT_TRUE(checkLibrary(store).empty());
 }
 
@@ -70,6 +72,7 @@ TEST_F(RecoveryTest, RenumberingWhoseUndoFailedIsUndoneByTheNextOne) {
     store.renumberScreens(SampleLibrary::signUp);
     EXPECT_EQ(readFile(signUp / "01.png").substr(33), "sign-up-2");
     EXPECT_EQ(readFile(signUp / "02.png").substr(33), "sign-up-1");
+    EXPECT_TRUE(store.recover().problems.empty());
     EXPECT_TRUE(checkLibrary(store).empty());
 }
 
