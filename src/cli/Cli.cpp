@@ -261,29 +261,11 @@ int importApp(Invocation& inv, FlowStore& store, std::ostream& out, std::ostream
     }
 }
 
-// Every line of a recovery, as the user reads it.
-std::vector<std::string> recoveryLines(const RecoveryReport& report) {
-    std::vector<std::string> lines;
-    for (const auto& folder : report.recoveredFlows)
-        lines.push_back("Recovered an interrupted capture as “" + folder + "”.");
-    for (const auto& folder : report.finishedRenumbering)
-        lines.push_back("Finished renumbering the screens of “" + folder + "”.");
-    lines.insert(lines.end(), report.repairs.begin(), report.repairs.end());
-    return lines;
-}
-
-std::vector<std::string> unresolvedLines(const RecoveryReport& report) {
-    std::vector<std::string> lines = report.problems;
-    for (const auto& quarantine : report.leftoverQuarantines)
-        lines.push_back("Data of an interrupted deletion remains at " + quarantine.string() + ".");
-    return lines;
-}
-
 int recover(const Invocation& inv, FlowStore& store, std::ostream& out, std::ostream& err) {
     expectCount(inv, 0, 0);
     const RecoveryReport report = store.recover();
-    const auto repaired = recoveryLines(report);
-    const auto unresolved = unresolvedLines(report);
+    const auto repaired = report.repairedLines();
+    const auto unresolved = report.unresolvedLines();
     if (inv.json) {
         out << encodeLibraryJson(Json{{"repaired", repaired}, {"problems", unresolved}});
     } else {
@@ -357,7 +339,7 @@ int run(const std::vector<std::string>& args, std::ostream& out, std::ostream& e
             // does when it opens it.
             if (inv.command != "recover") {
                 const RecoveryReport report = store.recover();
-                for (const auto& line : recoveryLines(report))
+                for (const auto& line : report.repairedLines())
                     err << "varnel-cli: repaired: " << line << "\n";
             }
         }

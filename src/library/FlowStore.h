@@ -48,6 +48,9 @@ struct RecoveryReport {
     std::vector<std::string> problems;            // what could not be recovered, and why
 
     bool empty() const;
+    // What was repaired, and what still waits for the user, each a sentence naming the folder.
+    std::vector<std::string> repairedLines() const;
+    std::vector<std::string> unresolvedLines() const;
 };
 
 // Performs every change to the library folder. Each multi-step change writes index.json last

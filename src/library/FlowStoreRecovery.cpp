@@ -125,6 +125,23 @@ bool RecoveryReport::empty() const {
            repairs.empty() && problems.empty();
 }
 
+std::vector<std::string> RecoveryReport::repairedLines() const {
+    std::vector<std::string> lines;
+    for (const auto& folder : recoveredFlows)
+        lines.push_back("Recovered an interrupted capture as “" + folder + "”.");
+    for (const auto& folder : finishedRenumbering)
+        lines.push_back("Finished renumbering the screens of “" + folder + "”.");
+    lines.insert(lines.end(), repairs.begin(), repairs.end());
+    return lines;
+}
+
+std::vector<std::string> RecoveryReport::unresolvedLines() const {
+    std::vector<std::string> lines = problems;
+    for (const auto& quarantine : leftoverQuarantines)
+        lines.push_back("Data of an interrupted deletion remains at " + quarantine.string() + ".");
+    return lines;
+}
+
 std::string FlowStore::adopt(const FlowMeta& meta, const fs::path& from,
                              const std::optional<std::string>& replacing) {
     if (meta.id.empty())

@@ -41,6 +41,7 @@ MainWindow::MainWindow(FlowLibrary& library, AppSettings& settings, QWidget* par
     : QMainWindow(parent), library_(library), settings_(settings), thumbnails_(library.root()),
       shownRoot_(library.root()), sidebar_(new LibrarySidebar(this)),
       gallery_(new GalleryView(library, thumbnails_, this)), status_(new QLabel(this)),
+      repairs_(new QPushButton(tr("Repairs…"), this)),
       sizeSlider_(new QSlider(Qt::Horizontal, this)),
       ownFigma_(figma ? nullptr : std::make_unique<FigmaServices>(library)),
       figma_(figma ? figma : ownFigma_.get()), hotkey_(std::make_unique<GlobalHotkey>()) {
@@ -99,6 +100,10 @@ MainWindow::MainWindow(FlowLibrary& library, AppSettings& settings, QWidget* par
     sizeSlider_->setValue(static_cast<int>(settings_.thumbnailHeight()));
     toolbar->addWidget(sizeSlider_);
     statusBar()->addWidget(status_, 1);
+    repairs_->setFlat(true);
+    repairs_->setToolTip(tr("What Varnel repaired when it opened this library"));
+    statusBar()->addPermanentWidget(repairs_);
+    connect(repairs_, &QPushButton::clicked, this, &MainWindow::showRepairs);
     gallery_->setThumbnailHeight(static_cast<int>(settings_.thumbnailHeight()));
 
     buildMenus();
@@ -415,10 +420,42 @@ void MainWindow::showStatus() {
     if (const auto& error = library_.loadError())
         text = tr("Couldn’t read the library: %1").arg(qs(*error));
     const auto& report = library_.recoveryReport();
+    const auto repaired = report.repairedLines().size() - report.recoveredFlows.size();
     if (const auto recovered = report.recoveredFlows.size(); recovered > 0)
         text += recovered == 1 ? tr(" — recovered an interrupted capture")
                                : tr(" — recovered %1 interrupted captures").arg(recovered);
+    if (repaired > 0)
+        text += repaired == 1 ? tr(" — repaired an interrupted change")
+                              : tr(" — repaired %1 interrupted changes").arg(repaired);
+    if (const auto unresolved = report.unresolvedLines().size(); unresolved > 0)
+        text += unresolved == 1 ? tr(" — 1 problem left by an interrupted change")
+                                : tr(" — %1 problems left by interrupted changes").arg(unresolved);
+    repairs_->setVisible(!report.empty());
     status_->setText(text);
+}
+
+void MainWindow::showRepairs() {
+    const auto& report = library_.recoveryReport();
+    QStringList lines;
+    for (const auto& line : report.repairedLines())
+        lines << QString::fromStdString(line);
+    QStringList unresolved;
+    for (const auto& line : report.unresolvedLines())
+        unresolved << QString::fromStdString(line);
+    QMessageBox box(unresolved.isEmpty() ? QMessageBox::Information : QMessageBox::Warning,
+                    tr("Repairs"),
+                    tr("When it opened this library, Varnel finished or undid changes that were "
+                       "interrupted, so that every flow is complete."),
+                    QMessageBox::Ok, this);
+    QString details;
+    if (!lines.isEmpty())
+        details += tr("Repaired:") + "\n" + lines.join("\n");
+    if (!unresolved.isEmpty())
+        details += (details.isEmpty() ? "" : "\n\n") + tr("Not repaired; the data is still there:") +
+                   "\n" + unresolved.join("\n");
+    box.setInformativeText(details);
+    box.setObjectName("repairsDialog");
+    box.exec();
 }
 
 void MainWindow::showTransient(const QString& message) {

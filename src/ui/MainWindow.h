@@ -13,6 +13,7 @@
 #endif
 
 #include <QMainWindow>
+#include <QPushButton>
 #include <QPointer>
 
 class QAction;
@@ -107,6 +108,7 @@ private:
     void rebuildGallery();
     void updateActions();
     void showStatus();
+    void showRepairs();
     // A message in the status bar until the library changes again.
     void showTransient(const QString& message);
     void importInspected(const std::string& zipFile);
@@ -129,6 +131,7 @@ private:
     GalleryView* gallery_;
     ScreenPreview* preview_ = nullptr;
     QLabel* status_;
+    QPushButton* repairs_;
     QSlider* sizeSlider_;
     QLineEdit* search_ = nullptr;
     QComboBox* media_ = nullptr;

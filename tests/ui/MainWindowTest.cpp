@@ -16,6 +16,7 @@
 #include <QDropEvent>
 #include <QLabel>
 #include <QLineEdit>
+#include <QMessageBox>
 #include <QMimeData>
 #include <QPushButton>
 #include <QScrollBar>
@@ -23,6 +24,7 @@
 #include <QStatusBar>
 #include <QStringListModel>
 #include <QTest>
+#include <QTimer>
 #include <QUrl>
 
 #include <gtest/gtest.h>
@@ -384,6 +386,31 @@ TEST_F(MainWindowTest, StatusSumsUpTheLibraryAndSaysWhenItCantBeRead) {
     library.reload();
     EXPECT_TRUE(status->text().startsWith("Couldn’t read the library"))
         << status->text().toStdString();
+}
+
+TEST_F(MainWindowTest, OpeningSaysWhatItRepairedAndListsTheFolders) {
+    auto* repairs = window->statusBar()->findChild<QPushButton*>();
+    ASSERT_TRUE(repairs);
+    EXPECT_FALSE(repairs->isVisible()) << "nothing to say about a sound library";
+    // A deletion killed after it set the flow aside, before the index was written.
+    fs::rename(sample.root / SampleLibrary::signUp, sample.root / "acme/onboarding/.deleting-X");
+    library.open();
+    auto* status = window->statusBar()->findChild<QLabel*>();
+    EXPECT_TRUE(status->text().contains("repaired an interrupted change"))
+        << status->text().toStdString();
+    EXPECT_TRUE(fs::exists(sample.root / SampleLibrary::signUp / "01.png"));
+    ASSERT_TRUE(repairs->isVisible());
+
+    QString details;
+    QTimer::singleShot(0, [&] {
+        if (auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget())) {
+            details = box->informativeText();
+            box->accept();
+        }
+    });
+    repairs->click();
+    EXPECT_TRUE(details.contains(QString::fromStdString(SampleLibrary::signUp)))
+        << details.toStdString();
 }
 
 TEST_F(MainWindowTest, TheEditorOpensOnTheCurrentScreenAndRevertNeedsAnOriginal) {
