@@ -627,11 +627,19 @@ RecoveryReport FlowStore::recover() {
     };
 
     std::map<std::string, Settle> settle;
-    std::vector<fs::path> replayed;
+    // Each intent goes once every flow it names is settled.
+    std::vector<std::pair<fs::path, std::vector<std::string>>> replayed;
     for (const auto& intent : found.intents) {
+        std::map<std::string, Settle> touched;
         if (attempt("An interrupted change (" + intent.string() + ") couldn’t be finished: ",
-                    [&] { replayIntent(intent, settle, report); }))
-            replayed.push_back(intent);
+                    [&] { replayIntent(intent, touched, report); })) {
+            replayed.emplace_back(intent, std::vector<std::string>{});
+            for (auto& [folderName, work] : touched) {
+                replayed.back().second.push_back(folderName);
+                auto& merged = settle[folderName].created;
+                merged.insert(merged.end(), work.created.begin(), work.created.end());
+            }
+        }
     }
     for (const auto& assembly : found.assemblies)
         attempt("A flow being added at " + assembly.string() + " couldn’t be recovered: ",
@@ -653,16 +661,22 @@ RecoveryReport FlowStore::recover() {
             ops_.folderRemover(stagingRoot);
     });
 
-    for (const auto& [folderName, work] : settle)
-        attempt("", [&] { settleFlow(folderName, work, report); });
+    std::set<std::string> unsettled;
+    for (const auto& [folderName, work] : settle) {
+        if (!attempt("", [&] { settleFlow(folderName, work, report); }))
+            unsettled.insert(folderName);
+    }
     // Unpacked archives are copies of a zip that still exists; cut-short writes hold nothing
     // that was ever in place.
     for (const auto& extraction : found.extractions)
         attempt("", [&] { ops_.folderRemover(extraction); });
     for (const auto& leftover : found.writeLeftovers)
         attempt("", [&] { ops_.folderRemover(leftover); });
-    for (const auto& intent : replayed)
-        dropIntent(intent);
+    for (const auto& [intent, flows] : replayed) {
+        if (std::none_of(flows.begin(), flows.end(),
+                         [&](const std::string& f) { return unsettled.contains(f); }))
+            dropIntent(intent);
+    }
     attempt("", [&] {
         const fs::path journal = root_ / LibraryLayout::kJournalFolder;
         if (FileOps::isDirectory(journal) && FileOps::list(journal).empty())
@@ -695,7 +709,9 @@ RecoveryReport FlowStore::inspectLeftovers() const {
             const fs::path folder = root_ / summary.folderName;
             if (FileOps::exists(folder / LibraryLayout::kRenumberFolder))
                 report.problems.push_back("The renumbering of “" + summary.folderName +
-                                          "” was interrupted.");
+                                          "” was interrupted; its files are in " +
+                                          (folder / LibraryLayout::kRenumberFolder).string() +
+                                          ".");
             std::vector<std::string> names;
             try {
                 names = FileOps::list(folder);
