@@ -2,6 +2,7 @@
 
 #include "library/FileOps.h"
 #include "library/LibraryLayout.h"
+#include "library/Text.h"
 #include "library/Uuid.h"
 #include "archive/Zip.h"
 
@@ -165,6 +166,12 @@ Extracted extract(const fs::path& zipFile, const fs::path& workFolder, bool hidd
     try {
         FileOps::createDirectory(out.tempDir, true);
         Zip::extract(zipFile, out.tempDir);
+    } catch (const Zip::InsufficientSpaceError& e) {
+        out.cleanup();
+        throw ArchiveError(ArchiveError::Case::unzipFailed, e.what(),
+                           "It needs " + Text::byteCount(e.needed) +
+                               " of free space on the library’s disk, and " +
+                               Text::byteCount(e.available) + " are free.");
     } catch (const std::exception& e) {
         out.cleanup();
         throw ArchiveError(ArchiveError::Case::unzipFailed, e.what());

@@ -3,6 +3,7 @@
 #include "library/FileOps.h"
 #include "library/LibraryLayout.h"
 #include "library/Uuid.h"
+#include "media/PngSize.h"
 #include "organization/CategorySuggestions.h"
 
 #include <map>
@@ -31,6 +32,8 @@ std::optional<FlowMeta> payloadMeta(const AppArchive::Extracted& extracted,
             FlowMeta::fromJson(parseLibraryJson(FileOps::read(folder / LibraryLayout::kMetaFile)));
         for (const auto& screen : meta.screens) {
             LibraryLayout::validateFileName(screen.filename);
+            if (auto problem = oversizeProblem(folder / screen.filename))
+                throw LibraryError(*problem);
             for (const auto& patch : screen.patches.value_or(std::vector<RedactPatch>{}))
                 LibraryLayout::validateFileName(patch.file);
         }

@@ -106,7 +106,7 @@ std::vector<Entry> plan(zip_t* archive, const fs::path& destination, const Limit
     std::error_code ec;
     const auto space = fs::space(destination, ec);
     if (!ec && total > space.available)
-        throw ZipError("not enough disk space");
+        throw InsufficientSpaceError(total, space.available);
     return entries;
 }
 

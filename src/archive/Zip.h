@@ -20,6 +20,15 @@ public:
     using std::runtime_error::runtime_error;
 };
 
+// The archive would not fit on the destination's disk; nothing was written.
+class InsufficientSpaceError : public ZipError {
+public:
+    InsufficientSpaceError(std::uint64_t needed, std::uint64_t available)
+        : ZipError("not enough disk space"), needed(needed), available(available) {}
+    std::uint64_t needed;
+    std::uint64_t available;
+};
+
 // What an archive may claim before it is refused as hostile.
 struct Limits {
     std::uint64_t maxTotalBytes = 256ull << 30; // all entries together, uncompressed

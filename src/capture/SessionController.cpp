@@ -2,6 +2,7 @@
 
 #include "library/Errors.h"
 #include "library/FileOps.h"
+#include "media/PngSize.h"
 #include "library/LibraryLayout.h"
 #include "library/ScreenFiles.h"
 #include "library/Slug.h"
@@ -53,7 +54,7 @@ bool SessionController::add(CaptureSource source) {
     if (!isRecording_ || !stagingDir_)
         return false;
     const auto frame = capture_();
-    if (!frame)
+    if (!frame || oversizeProblem("", frame->width, frame->height))
         return false;
     std::string filename = ScreenFiles::capturedName(nextIndex_++, "png");
     try {

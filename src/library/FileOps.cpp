@@ -1,6 +1,7 @@
 #include "library/FileOps.h"
 
 #include "library/Errors.h"
+#include "library/Text.h"
 #include "library/Uuid.h"
 
 #include <algorithm>
@@ -37,6 +38,24 @@ void syncFolder(const fs::path& folder) {
         ::fsync(fd);
         ::close(fd);
     }
+}
+
+// Says so when a copy failed for want of space: file systems report that as ENOSPC, EDQUOT or,
+// through some copy paths, as a bare I/O error.
+std::optional<std::string> diskFull(const fs::path& from, const fs::path& to,
+                                    std::error_code error) {
+    std::error_code ec;
+    const std::uintmax_t needed = fs::is_directory(from, ec) ? 0 : fs::file_size(from, ec);
+    const auto space = fs::space(to.parent_path(), ec);
+    const bool noSpace = error == std::errc::no_space_on_device ||
+                         error.value() == EDQUOT || (!ec && needed > space.available);
+    if (!noSpace)
+        return std::nullopt;
+    std::string reason = "the disk is full";
+    if (!ec && needed > 0)
+        reason += " (it needs " + Text::byteCount(needed) + ", and " +
+                  Text::byteCount(space.available) + " are free)";
+    return reason;
 }
 
 } // namespace
@@ -126,6 +145,8 @@ void copy(const fs::path& from, const fs::path& to) {
     if (ec) {
         std::error_code ignored;
         fs::remove_all(to, ignored);
+        if (const auto full = diskFull(from, to, ec))
+            throw FileError("copy", from, *full);
         throw FileError("copy", from, ec);
     }
 }

@@ -194,6 +194,8 @@ void FlowStore::removeCreatedParents(const std::vector<std::string>& created) {
 
 FlowSummary FlowStore::createEmptyFlow(const std::string& application, const std::string& name,
                                        const std::optional<std::string>& categoryL1, Date date) {
+    for (const auto* text : {&application, &name, categoryL1 ? &*categoryL1 : &name})
+        Text::requireUtf8(*text);
     const std::string app = Text::trimmed(application);
     const std::string flowName = Text::trimmed(name);
     if (app.empty())
@@ -297,6 +299,9 @@ bool FlowStore::deleteFlowIfEmpty(std::string_view folderName) {
 
 std::string FlowStore::saveMeta(std::string_view folderName, const FlowMeta& newMeta) {
     const fs::path oldFolder = flowURL(folderName);
+    for (const auto& text : {newMeta.application.value_or(""), newMeta.name,
+                             newMeta.categoryL1.value_or("")})
+        Text::requireUtf8(text);
     const FlowMeta oldMeta = meta(folderName);
     if (oldMeta.id != newMeta.id)
         throw LibraryError("The flow at “" + std::string(folderName) +

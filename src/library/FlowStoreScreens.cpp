@@ -621,6 +621,8 @@ std::vector<std::string> FlowStore::addScreens(std::string_view folderName,
         if (!fs::is_regular_file(file))
             throw FileError("read", file,
                             std::make_error_code(std::errc::no_such_file_or_directory));
+        if (auto problem = oversizeProblem(file))
+            throw LibraryError(*problem);
         extensions.push_back(ext.substr(1));
     }
 

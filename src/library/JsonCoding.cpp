@@ -1,5 +1,7 @@
 #include "library/JsonCoding.h"
 
+#include "library/Text.h"
+
 #include <algorithm>
 #include <cmath>
 
@@ -7,7 +9,12 @@ namespace varnel {
 
 std::string encodeLibraryJson(const Json& value) {
     // nlohmann's object type is a std::map, so keys come out sorted.
-    std::string out = value.dump(2, ' ', false, Json::error_handler_t::strict);
+    std::string out;
+    try {
+        out = value.dump(2, ' ', false, Json::error_handler_t::strict);
+    } catch (const Json::type_error&) {
+        throw CodingError(Text::kNotUtf8);
+    }
     out.push_back('\n');
     return out;
 }

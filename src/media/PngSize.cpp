@@ -24,4 +24,20 @@ std::optional<std::pair<int, int>> pngSize(const std::filesystem::path& file) {
     return std::pair{width, height};
 }
 
+std::optional<std::string> oversizeProblem(const std::string& name, std::int64_t width,
+                                           std::int64_t height) {
+    if (width <= kMaxScreenSide && height <= kMaxScreenSide && width * height <= kMaxScreenPixels)
+        return std::nullopt;
+    return "“" + name + "” is " + std::to_string(width) + " × " + std::to_string(height) +
+           " pixels; Varnel takes screens of up to " + std::to_string(kMaxScreenSide) +
+           " pixels a side and " + std::to_string(kMaxScreenPixels / 1'000'000) + " megapixels.";
+}
+
+std::optional<std::string> oversizeProblem(const std::filesystem::path& file) {
+    const auto size = pngSize(file);
+    if (!size)
+        return std::nullopt;
+    return oversizeProblem(file.filename().string(), size->first, size->second);
+}
+
 } // namespace varnel

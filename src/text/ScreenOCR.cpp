@@ -1,5 +1,7 @@
 #include "text/ScreenOCR.h"
 
+#include "media/PngSize.h"
+
 #include "editing/ImageRedactor.h"
 #include "library/Text.h"
 
@@ -36,6 +38,8 @@ ScreenOCR::~ScreenOCR() {
 }
 
 std::optional<std::vector<TextLine>> ScreenOCR::recognize(const std::filesystem::path& file) {
+    if (oversizeProblem(file))
+        return std::nullopt;
     const cv::Mat picture = ImageRedactor::load(file);
     if (picture.empty())
         return std::nullopt;

@@ -1,6 +1,7 @@
 #include "thumbnails/ThumbnailFiles.h"
 
 #include "library/LibraryLayout.h"
+#include "media/PngSize.h"
 #include "media/PosterFrame.h"
 #include "library/ScreenFiles.h"
 #include "library/Uuid.h"
@@ -46,7 +47,9 @@ QImage readStill(const fs::path& screenFile, int height) {
     QImageReader reader(QString::fromStdString(screenFile.string()));
     reader.setAutoTransform(true);
     const QSize size = reader.size();
-    if (size.isValid() && size.height() > height)
+    if (!size.isValid() || oversizeProblem("", size.width(), size.height()))
+        return {};
+    if (size.height() > height)
         reader.setScaledSize(size.scaled(size.width(), height, Qt::KeepAspectRatio));
     return reader.read();
 }
