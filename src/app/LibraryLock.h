@@ -2,6 +2,7 @@
 
 #include <filesystem>
 #include <optional>
+#include <string>
 
 namespace varnel {
 
@@ -25,5 +26,11 @@ private:
     explicit LibraryLock(int fd) : fd_(fd) {}
     int fd_ = -1;
 };
+
+// The lock of the library at `root` (made when missing). None when another program holds it,
+// and also when the folder can't be written, with `readOnlyReason` saying so. Throws when the
+// library can't be reached at all.
+std::optional<LibraryLock> takeLibrary(const std::filesystem::path& root,
+                                       std::optional<std::string>& readOnlyReason);
 
 } // namespace varnel

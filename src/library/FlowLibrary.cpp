@@ -22,7 +22,7 @@ FlowLibrary::~FlowLibrary() {
 }
 
 void FlowLibrary::open() {
-    recoveryReport_ = store_.recover();
+    recoveryReport_ = readOnly_ ? RecoveryReport{} : store_.recover();
     for (const auto& problem : recoveryReport_.problems)
         qWarning("%s", problem.c_str());
     reload();
@@ -253,6 +253,8 @@ void FlowLibrary::saveVideoEdits(const std::string& folderName, const std::strin
     }
     std::filesystem::path source, destination;
     try {
+        if (readOnly_)
+            throw LibraryError("The library is open read-only: " + *readOnly_);
         source = ScreenEdits::prepareClip(store_, folderName, filename);
         destination = store_.screenURL(folderName, filename);
     } catch (const std::exception& e) {

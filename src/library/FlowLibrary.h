@@ -42,8 +42,12 @@ public:
     FlowStore& store() { return store_; }
     const std::filesystem::path& root() const { return store_.root(); }
 
-    // Recovers what a crash left behind, then loads the index.
+    // Recovers what a crash left behind, then loads the index. Read-only, it only loads.
     void open();
+    // Another program holds the library, or its folder can't be written: it is browsed without
+    // a change (every change throws, the text pass reads only what is already recognized).
+    void setReadOnly(std::optional<std::string> reason) { readOnly_ = std::move(reason); }
+    const std::optional<std::string>& readOnlyReason() const { return readOnly_; }
     // Switches to the library at `root` and opens it.
     void setRoot(const std::filesystem::path& root);
     void reload();
@@ -185,6 +189,7 @@ private:
     std::vector<std::string> categoryOrder_;
     std::optional<std::string> loadError_;
     RecoveryReport recoveryReport_;
+    std::optional<std::string> readOnly_;
     std::map<std::string, FlowMeta> metaCache_;
     QThreadPool videoPool_;
     std::shared_ptr<std::atomic<bool>> cancelVideo_ = std::make_shared<std::atomic<bool>>(false);
@@ -207,6 +212,8 @@ private:
 
 // Every change ends with a reload, also when it throws.
 template <typename F> auto FlowLibrary::mutate(F&& change) -> decltype(change()) {
+    if (readOnly_)
+        throw LibraryError("The library is open read-only: " + *readOnly_);
     struct ReloadAtExit {
         FlowLibrary* library;
         ~ReloadAtExit() { library->reload(); }

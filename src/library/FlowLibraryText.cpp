@@ -41,14 +41,15 @@ void FlowLibrary::startOCRPass() {
     cancelOCR_ = std::make_shared<std::atomic<bool>>(false);
     ocrPool_.setMaxThreadCount(1);
     ocrPool_.start([this, root = store_.root(), folders, generation, cancel = cancelOCR_,
-                    factory = recognizerFactory_] {
+                    factory = recognizerFactory_, readOnly = readOnly_.has_value()] {
         const FlowStore store(root);
         OCRIndex::Recognizer recognize = factory ? factory() : tesseractRecognizer();
         // Reading each flow's sidecar first tells how much there is to do.
         int remaining = 0;
         for (const auto& folder : folders) {
             try {
-                remaining += static_cast<int>(OCRIndex::staleScreens(store, folder).size());
+                if (!readOnly)
+                    remaining += static_cast<int>(OCRIndex::staleScreens(store, folder).size());
             } catch (const std::exception&) {
             }
         }
@@ -67,7 +68,8 @@ void FlowLibrary::startOCRPass() {
                     --remaining;
                     post([this, left = remaining] { emit ocrProgress(left); });
                 };
-                auto derived = OCRIndex::derive(store, folder, recognize, recognized, cancel.get());
+                auto derived = OCRIndex::derive(store, folder, recognize, recognized, cancel.get(),
+                                                readOnly);
                 post([this, folder, derived = std::move(derived)] {
                     ocrIndex_[folder] = derived.text;
                     mediaIndex_[folder] = derived.media;
@@ -123,6 +125,8 @@ std::vector<TextLine> FlowLibrary::textLines(const std::string& folderName,
 
 void FlowLibrary::saveTextLines(const std::string& folderName, const std::string& filename,
                                 const std::vector<TextLine>& lines) {
+    if (readOnly_)
+        return; // recognized text is derived: not kept is only read again
     OCRIndex::saveTextLines(store_, folderName, filename, lines);
 }
 

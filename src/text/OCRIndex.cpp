@@ -53,7 +53,8 @@ std::vector<std::string> staleScreens(const FlowStore& store, std::string_view f
 }
 
 Derived derive(const FlowStore& store, std::string_view folder, const Recognizer& recognize,
-               const std::function<void()>& recognized, const std::atomic<bool>* cancel) {
+               const std::function<void()>& recognized, const std::atomic<bool>* cancel,
+               bool readOnly) {
     const FlowMeta meta = store.meta(folder);
     const auto flowFolder = store.flowURL(folder);
     bool changed = false;
@@ -70,7 +71,7 @@ Derived derive(const FlowStore& store, std::string_view folder, const Recognizer
         const auto entry = sidecar.screens.find(screen.filename);
         if (entry != sidecar.screens.end() && entry->second.mtime == *mtime)
             continue;
-        if (cancel && *cancel)
+        if ((cancel && *cancel) || readOnly)
             continue;
         std::optional<std::vector<TextLine>> lines;
         try {
@@ -91,7 +92,7 @@ Derived derive(const FlowStore& store, std::string_view folder, const Recognizer
     }
     changed |= std::erase_if(sidecar.screens,
                              [&](const auto& entry) { return !stills.contains(entry.first); }) > 0;
-    if (changed) {
+    if (changed && !readOnly) {
         sidecar.version = OCRSidecar::kVersion;
         try {
             sidecar.write(flowFolder);

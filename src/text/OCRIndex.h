@@ -45,10 +45,11 @@ std::vector<std::string> staleScreens(const FlowStore& store, std::string_view f
 // Brings a flow's "ocr.json" up to date (recognizing only pictures whose modification time
 // changed, dropping removed screens, rebuilding a sidecar of another version) and returns its
 // indexes. `recognized` is called after each picture read; setting `cancel` stops before the
-// next one, keeping what was read. Throws when the flow's meta can't be read.
+// next one, keeping what was read. `readOnly` reads what is recognized already and neither
+// recognizes nor writes. Throws when the flow's meta can't be read.
 Derived derive(const FlowStore& store, std::string_view folder, const Recognizer& recognize,
                const std::function<void()>& recognized = {},
-               const std::atomic<bool>* cancel = nullptr);
+               const std::atomic<bool>* cancel = nullptr, bool readOnly = false);
 
 // The stored lines of one screen; empty when there are none.
 std::vector<TextLine> textLines(const FlowStore& store, std::string_view folder,

@@ -65,6 +65,15 @@ MainWindow::MainWindow(FlowLibrary& library, AppSettings& settings, QWidget* par
     auto* column = new QVBoxLayout(galleryColumn);
     column->setContentsMargins(0, 0, 0, 0);
     column->setSpacing(0);
+    readOnlyBanner_ = new QLabel(galleryColumn);
+    readOnlyBanner_->setObjectName("readOnlyBanner");
+    readOnlyBanner_->setWordWrap(true);
+    readOnlyBanner_->setMargin(8);
+    readOnlyBanner_->setStyleSheet(
+        "QLabel#readOnlyBanner { background: #fff3cd; color: #5c4400; "
+        "border-bottom: 1px solid #e0c36a; }");
+    readOnlyBanner_->hide();
+    column->addWidget(readOnlyBanner_);
     column->addWidget(gallery_, 1);
     figmaBar_ = new FigmaFlowBar(library_, *figma_, galleryColumn);
     column->addWidget(figmaBar_);
@@ -234,14 +243,15 @@ void MainWindow::buildMenus() {
     };
 
     QMenu* file = menuBar()->addMenu(tr("&File"));
-    file->addAction(tr("New Capture…"), this, &MainWindow::newCapture)
-        ->setShortcut(QKeySequence::New);
+    QAction* newCapture = file->addAction(tr("New Capture…"), this, &MainWindow::newCapture);
+    newCapture->setShortcut(QKeySequence::New);
     addScreensAction_ =
         file->addAction(tr("Add Screens to Flow…"), this, &MainWindow::addScreensToFlow);
     addScreensAction_->setShortcut(QKeySequence(tr("Ctrl+Shift+N")));
     file->addSeparator();
-    file->addAction(tr("Import Application…"), this, &MainWindow::importApplication)
-        ->setShortcut(QKeySequence(tr("Ctrl+Shift+I")));
+    QAction* importApp =
+        file->addAction(tr("Import Application…"), this, &MainWindow::importApplication);
+    importApp->setShortcut(QKeySequence(tr("Ctrl+Shift+I")));
     exportAction_ =
         file->addAction(tr("Export Application…"), this, &MainWindow::exportApplication);
     exportAction_->setShortcut(QKeySequence(tr("Ctrl+Shift+E")));
@@ -318,6 +328,11 @@ void MainWindow::buildMenus() {
 
     QMenu* help = menuBar()->addMenu(tr("&Help"));
     later(help->addAction(tr("Check for Updates…")));
+    changingActions_ = {newCapture,         addScreensAction_,   importApp,
+                        deleteApplicationAction_, exportFigmaAction_, renameScreenAction_,
+                        duplicateAction_,   deleteAction_,       editScreenAction_,
+                        revertAction_,      renameFlowAction_,   categorizeAction_,
+                        deleteFlowAction_,  publishFigmaAction_};
     help->addAction(tr("About Varnel"), this, [this] {
         QMessageBox::about(this, tr("About Varnel"),
                            tr("<b>Varnel</b><p>Collect and study the screens of mobile apps.</p>"));
@@ -486,6 +501,22 @@ void MainWindow::updateActions() {
     exportFigmaAction_->setEnabled(flow);
     figmaBar_->setFlow(gallery_->currentFlow());
     publishFigmaAction_->setEnabled(flow && figmaBar_->publishButton()->isEnabled());
+
+    const auto& readOnly = library_.readOnlyReason();
+    readOnlyBanner_->setVisible(readOnly.has_value());
+    if (readOnly) {
+        readOnlyBanner_->setText(
+            tr("Read-only: %1 You can browse, search and look at screens; changes are off until "
+               "Varnel opens the library again.")
+                .arg(qs(*readOnly)));
+        for (QAction* action : changingActions_)
+            action->setEnabled(false);
+        figmaBar_->setEnabled(false);
+    }
+    gallery_->setAcceptDrops(!readOnly);
+    gallery_->viewport()->setAcceptDrops(!readOnly);
+    sidebar_->setDragDropMode(readOnly ? QAbstractItemView::NoDragDrop
+                                       : QAbstractItemView::InternalMove);
 }
 
 void MainWindow::showContextMenu(const QPoint& globalPosition) {

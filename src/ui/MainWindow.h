@@ -132,6 +132,9 @@ private:
     ScreenPreview* preview_ = nullptr;
     QLabel* status_;
     QPushButton* repairs_;
+    QLabel* readOnlyBanner_ = nullptr;
+    // Every command that changes the library, disabled while it is open read-only.
+    std::vector<QAction*> changingActions_;
     QSlider* sizeSlider_;
     QLineEdit* search_ = nullptr;
     QComboBox* media_ = nullptr;

@@ -27,7 +27,7 @@ QString instanceName(const std::filesystem::path& root) {
 bool activateRunningInstance(const QString& name) {
     QLocalSocket socket;
     // The first instance listens right after taking the lock; give it a moment to get there.
-    for (int attempt = 0; attempt < 50; ++attempt) {
+    for (int attempt = 0; attempt < 10; ++attempt) {
         socket.connectToServer(name);
         if (socket.waitForConnected(2000))
             break;
@@ -63,26 +63,22 @@ int main(int argc, char** argv) {
                                            ? parser.value(libraryOption).toStdString()
                                            : settings.rootFolderPath();
     std::optional<varnel::LibraryLock> lock;
+    std::optional<std::string> readOnly;
+    const QString name = instanceName(root);
     try {
-        varnel::FileOps::createDirectory(root, true);
-        lock = varnel::LibraryLock::acquire(root);
+        lock = varnel::takeLibrary(root, readOnly);
     } catch (const std::exception& e) {
         QMessageBox::critical(nullptr, "Varnel", QObject::tr("Couldn’t open the library"),
                               QMessageBox::Ok);
         qCritical("Couldn’t open the library: %s", e.what());
         return 1;
     }
-    const QString name = instanceName(root);
-    if (!lock) {
-        if (activateRunningInstance(name))
-            return 0;
-        QMessageBox::warning(
-            nullptr, "Varnel",
-            QObject::tr("The library at %1 is being changed by another program. Try again "
-                        "when it is done.")
-                .arg(QString::fromStdString(root.string())));
-        return 1;
-    }
+    // Held by another Varnel: that one comes forward. Held by anything else, or not writable:
+    // this one browses it.
+    if (!lock && !readOnly && activateRunningInstance(name))
+        return 0;
+    if (!lock && !readOnly)
+        readOnly = "another program (such as varnel-cli) is changing this library.";
 
     // Listen before the slow part of the start, so that a second start reaches this one at once.
     QLocalServer server;
@@ -90,6 +86,7 @@ int main(int argc, char** argv) {
     server.listen(name);
 
     varnel::FlowLibrary library{varnel::FlowStore(root)};
+    library.setReadOnly(readOnly);
     library.setAutomaticTextRecognition(true);
     library.open();
     varnel::MainWindow window(library, settings);
@@ -102,19 +99,21 @@ int main(int argc, char** argv) {
     QObject::connect(&window, &varnel::MainWindow::libraryFolderChosen, &window,
                      [&](const QString& chosen) {
                          const std::filesystem::path next = chosen.toStdString();
+                         std::optional<std::string> nextReadOnly;
                          std::optional<varnel::LibraryLock> nextLock;
                          try {
-                             nextLock = varnel::LibraryLock::acquire(next);
-                         } catch (const std::exception&) {
-                         }
-                         if (!nextLock) {
+                             nextLock = varnel::takeLibrary(next, nextReadOnly);
+                         } catch (const std::exception& e) {
                              QMessageBox::warning(&window, "Varnel",
-                                                  QObject::tr("Another program is using that "
-                                                              "library, so Varnel can’t open it."));
+                                                  QObject::tr("Varnel can’t open that library: %1")
+                                                      .arg(QString::fromUtf8(e.what())));
                              return;
                          }
+                         if (!nextLock && !nextReadOnly)
+                             nextReadOnly = "another program is using this library.";
                          lock = std::move(nextLock);
                          settings.setRootFolderPath(next.string());
+                         library.setReadOnly(nextReadOnly);
                          library.setRoot(next);
                          showTitle(next);
                      });

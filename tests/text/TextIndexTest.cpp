@@ -184,6 +184,41 @@ TEST_F(TextIndexTest, RequestsDuringAPassMakeExactlyOneMore) {
     EXPECT_EQ(library.mediaIndex().at(folder), (MediaCounts{2, 1}));
 }
 
+TEST_F(TextIndexTest, AReadOnlyLibraryIsSearchedAndBrowsedWithoutAChange) {
+    derive(); // 01 and 02 are read; then a third still arrives unread
+    writePicture(dir / "d.png", 8, 8);
+    store.addScreens(folder, {dir / "d.png"}, Date{});
+    recognizer.words["04.png"] = "Later";
+    writeFile(store.root() / ".inprogress/S/01.png", pngBytes(10, 10, "staged"));
+    const auto before = treeSnapshot(store.root());
+
+    FlowLibrary library{FlowStore(store.root())};
+    library.setReadOnly("another program (such as varnel-cli) is changing this library.");
+    library.setRecognizerFactory([&] { return recognizer.function(); });
+    library.setAutomaticTextRecognition(true);
+    library.open();
+    library.waitForTextRecognition();
+    EXPECT_TRUE(library.recoveryReport().empty()) << "no repairs behind another program's back";
+    EXPECT_EQ(library.ocrIndex().at(folder).at("01.png"), "create account étape");
+    EXPECT_FALSE(library.ocrIndex().at(folder).contains("04.png")) << "read later, not now";
+    EXPECT_EQ(recognizer.calls.count("04.png"), 0u);
+
+    try {
+        library.deleteFlow(folder);
+        FAIL();
+    } catch (const LibraryError& e) {
+        EXPECT_EQ(std::string(e.what()), "The library is open read-only: another program (such "
+                                         "as varnel-cli) is changing this library.");
+    }
+    EXPECT_THROW(library.deleteScreens(folder, {"01.png"}), LibraryError);
+    EXPECT_THROW(library.renameFlow(folder, "Other"), LibraryError);
+    bool saved = true;
+    library.saveVideoEdits(folder, "03.mov", {{"", RedactShape::Kind::rect, {0, 0, 1, 1}}},
+                           RedactStyle{}, {}, [&](bool ok) { saved = ok; });
+    EXPECT_FALSE(saved);
+    EXPECT_EQ(treeSnapshot(store.root()), before);
+}
+
 TEST(LibrarySearchTest, FlowsByNameCategoryOrScreenText) {
     const std::map<std::string, FlowTextIndex> text{
         {"a", {{"01.png", "welcome back"}, {"03.png", "reset password"}}},

@@ -413,6 +413,31 @@ TEST_F(MainWindowTest, OpeningSaysWhatItRepairedAndListsTheFolders) {
         << details.toStdString();
 }
 
+TEST_F(MainWindowTest, AReadOnlyLibraryIsBrowsedWithEveryChangeOff) {
+    auto* banner = window->findChild<QLabel*>("readOnlyBanner");
+    ASSERT_TRUE(banner);
+    EXPECT_FALSE(banner->isVisible());
+    library.setReadOnly("another program (such as varnel-cli) is changing this library.");
+    library.reload();
+    window->gallery().selectScreen({SampleLibrary::signUp, "01.png"});
+    EXPECT_TRUE(banner->isVisible());
+    EXPECT_TRUE(banner->text().contains("varnel-cli")) << banner->text().toStdString();
+    for (const char* text : {"New Capture…", "Add Screens to Flow…", "Import Application…",
+                             "Delete Application…", "Rename Screen…", "Duplicate", "Delete…",
+                             "Edit Screen…", "Rename Flow…", "Categorize Flow…", "Delete Flow…",
+                             "Export for Figma…", "Publish Comments to Figma"}) {
+        ASSERT_TRUE(window->action(text)) << text;
+        EXPECT_FALSE(window->action(text)->isEnabled()) << text;
+    }
+    EXPECT_TRUE(window->action("Quick Look")->isEnabled());
+    EXPECT_TRUE(window->action("Export Application…")->isEnabled()) << "writes elsewhere";
+    EXPECT_FALSE(window->gallery().viewport()->acceptDrops());
+
+    window->findChild<QLineEdit*>("search")->setText("sign");
+    EXPECT_EQ(outline(window->gallery().content()),
+              (std::vector<std::string>{"# Acme", "## Onboarding", "Sign up"}));
+}
+
 TEST_F(MainWindowTest, TheEditorOpensOnTheCurrentScreenAndRevertNeedsAnOriginal) {
     QAction* edit = window->action("Edit Screen…");
     QAction* revert = window->action("Revert to Original");

@@ -3,6 +3,8 @@
 
 #include <QCoreApplication>
 #include <QDeadlineTimer>
+#include <QCryptographicHash>
+#include <QLocalSocket>
 #include <QProcess>
 #include <QThread>
 
@@ -53,6 +55,36 @@ TEST(StartupTest, OneVarnelPerLibraryAndASecondStartHandsOverToTheFirst) {
     first->terminate();
     ASSERT_TRUE(first->waitForFinished(30000));
     EXPECT_TRUE(LibraryLock::acquire(library)) << "the lock goes with the process";
+}
+
+TEST(StartupTest, ALibraryHeldByTheCommandLineOpensReadOnlyInsteadOfWaiting) {
+    TempDir dir;
+    const fs::path library = dir / "Library";
+    fs::create_directories(library);
+    auto heldByCli = LibraryLock::acquire(library);
+    ASSERT_TRUE(heldByCli);
+    QObject owner;
+    QProcess* first = startVarnel(library, dir.path(), &owner);
+    ASSERT_TRUE(first->waitForStarted(30000));
+    // It listens for later starts once it is up: browsing the library, not stuck on a dialog.
+    const QByteArray key = QByteArray::fromStdString(fs::weakly_canonical(library).string());
+    const QString name =
+        "varnel-" + QCryptographicHash::hash(key, QCryptographicHash::Sha1).toHex().left(20);
+    QDeadlineTimer deadline(60000);
+    QLocalSocket probe;
+    while (probe.state() != QLocalSocket::ConnectedState && !deadline.hasExpired()) {
+        probe.connectToServer(name);
+        if (!probe.waitForConnected(1000))
+            QThread::msleep(100);
+    }
+    ASSERT_EQ(probe.state(), QLocalSocket::ConnectedState);
+    probe.disconnectFromServer();
+    QProcess* second = startVarnel(library, dir.path(), &owner);
+    ASSERT_TRUE(second->waitForFinished(60000));
+    EXPECT_EQ(second->exitCode(), 0) << "it handed over to the first";
+    EXPECT_EQ(first->state(), QProcess::Running);
+    first->terminate();
+    ASSERT_TRUE(first->waitForFinished(30000));
 }
 
 int main(int argc, char** argv) {
