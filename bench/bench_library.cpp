@@ -1,4 +1,5 @@
 // The library store on a generated library of 10,000 flows and 100,000 screens.
+#include "cli/Cli.h"
 #include "library/FileOps.h"
 #include "library/FlowLibrary.h"
 #include "library/FlowStore.h"
@@ -7,6 +8,7 @@
 #include <benchmark/benchmark.h>
 
 #include <fstream>
+#include <sstream>
 
 using namespace varnel;
 namespace fs = std::filesystem;
@@ -92,6 +94,19 @@ void BM_RecoverAtOpen(benchmark::State& state) {
     }
 }
 BENCHMARK(BM_RecoverAtOpen)->Unit(benchmark::kMillisecond);
+
+// `varnel-cli recover` with nothing to repair, as a new process runs it: the lock, the index
+// decoded cold, the survey of every application and category folder.
+void BM_CliRecoverNothingToRepair(benchmark::State& state) {
+    const std::string root = library().root.string();
+    for (auto _ : state) {
+        std::ostringstream out, err;
+        if (cli::run({"--library", root, "recover"}, out, err) != cli::kSuccess)
+            state.SkipWithError(err.str().c_str());
+    }
+    state.counters["flows"] = kFlows + 1;
+}
+BENCHMARK(BM_CliRecoverNothingToRepair)->Unit(benchmark::kMillisecond);
 
 void BM_AppendToIndex(benchmark::State& state) {
     FlowStore store(library().root);
