@@ -4,9 +4,9 @@
 #include "capture/CaptureService.h"
 #include "capture/SessionController.h"
 #include "library/FlowStore.h"
+#include "library/Uuid.h"
 #include "media/GstSupport.h"
 #include "media/PngWriter.h"
-#include "library/Uuid.h"
 #include "support/MediaProbe.h"
 #include "ui/LivePreview.h"
 

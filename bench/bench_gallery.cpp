@@ -2,8 +2,8 @@
 #include "app/AppSettings.h"
 #include "library/FileOps.h"
 #include "library/FlowLibrary.h"
-#include "thumbnails/ThumbnailFiles.h"
 #include "library/Uuid.h"
+#include "thumbnails/ThumbnailFiles.h"
 #include "ui/GalleryView.h"
 #include "ui/MainWindow.h"
 

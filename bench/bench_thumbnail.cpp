@@ -1,6 +1,6 @@
 // Thumbnail generation for phone-sized screenshots, on one thread.
-#include "thumbnails/ThumbnailFiles.h"
 #include "library/Uuid.h"
+#include "thumbnails/ThumbnailFiles.h"
 
 #include <QCoreApplication>
 #include <QImage>

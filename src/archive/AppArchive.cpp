@@ -1,10 +1,10 @@
 #include "archive/AppArchive.h"
 
+#include "archive/Zip.h"
 #include "library/FileOps.h"
 #include "library/LibraryLayout.h"
 #include "library/Text.h"
 #include "library/Uuid.h"
-#include "archive/Zip.h"
 
 #include <algorithm>
 #include <optional>

@@ -1,8 +1,8 @@
 #include "capture/CaptureService.h"
 
-#include "media/PngWriter.h"
 #include "capture/WindowWatch.h"
 #include "media/GstSupport.h"
+#include "media/PngWriter.h"
 
 #include <X11/Xlib.h>
 #include <gst/app/gstappsink.h>

@@ -2,12 +2,12 @@
 
 #include "library/Errors.h"
 #include "library/FileOps.h"
-#include "media/PngSize.h"
 #include "library/LibraryLayout.h"
 #include "library/ScreenFiles.h"
 #include "library/Slug.h"
 #include "library/Text.h"
 #include "library/Uuid.h"
+#include "media/PngSize.h"
 
 #include <algorithm>
 #include <set>

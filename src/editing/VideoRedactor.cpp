@@ -1,8 +1,8 @@
 #include "editing/VideoRedactor.h"
 
 #include "editing/ImageRedactor.h"
-#include "media/GstSupport.h"
 #include "library/Uuid.h"
+#include "media/GstSupport.h"
 
 #include <gst/video/video.h>
 

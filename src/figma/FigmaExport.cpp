@@ -1,11 +1,11 @@
 #include "figma/FigmaExport.h"
 
+#include "archive/Zip.h"
 #include "library/Errors.h"
 #include "library/FileOps.h"
 #include "library/LibraryLayout.h"
 #include "library/ScreenFiles.h"
 #include "library/Uuid.h"
-#include "archive/Zip.h"
 
 #include <algorithm>
 

@@ -47,8 +47,8 @@ std::optional<std::string> diskFull(const fs::path& from, const fs::path& to,
     std::error_code ec;
     const std::uintmax_t needed = fs::is_directory(from, ec) ? 0 : fs::file_size(from, ec);
     const auto space = fs::space(to.parent_path(), ec);
-    const bool noSpace = error == std::errc::no_space_on_device ||
-                         error.value() == EDQUOT || (!ec && needed > space.available);
+    const bool noSpace = error == std::errc::no_space_on_device || error.value() == EDQUOT ||
+                         (!ec && needed > space.available);
     if (!noSpace)
         return std::nullopt;
     std::string reason = "the disk is full";

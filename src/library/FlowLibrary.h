@@ -1,17 +1,17 @@
 #pragma once
 
 #ifndef Q_MOC_RUN // moc cannot parse the C++20 standard headers
-#include "comments/ScreenComment.h"
-#include "figma/FigmaPublishPersistence.h"
-#include "editing/ScreenEdits.h"
 #include "archive/AppArchive.h"
 #include "archive/ArchiveImport.h"
+#include "comments/ScreenComment.h"
+#include "editing/ScreenEdits.h"
+#include "figma/FigmaPublishPersistence.h"
 #include "library/FlowMeta.h"
 #include "library/FlowStore.h"
 #include "library/FlowSummary.h"
-#include "thumbnails/ThumbEdits.h"
 #include "text/OCRIndex.h"
 #include "text/TextSearchIndex.h"
+#include "thumbnails/ThumbEdits.h"
 
 #include <QObject>
 #include <QThreadPool>

@@ -68,8 +68,8 @@ void FlowLibrary::startOCRPass() {
                     --remaining;
                     post([this, left = remaining] { emit ocrProgress(left); });
                 };
-                auto derived = OCRIndex::derive(store, folder, recognize, recognized, cancel.get(),
-                                                readOnly);
+                auto derived =
+                    OCRIndex::derive(store, folder, recognize, recognized, cancel.get(), readOnly);
                 post([this, folder, derived = std::move(derived)] {
                     ocrIndex_[folder] = derived.text;
                     mediaIndex_[folder] = derived.media;

@@ -299,8 +299,8 @@ bool FlowStore::deleteFlowIfEmpty(std::string_view folderName) {
 
 std::string FlowStore::saveMeta(std::string_view folderName, const FlowMeta& newMeta) {
     const fs::path oldFolder = flowURL(folderName);
-    for (const auto& text : {newMeta.application.value_or(""), newMeta.name,
-                             newMeta.categoryL1.value_or("")})
+    for (const auto& text :
+         {newMeta.application.value_or(""), newMeta.name, newMeta.categoryL1.value_or("")})
         Text::requireUtf8(text);
     const FlowMeta oldMeta = meta(folderName);
     if (oldMeta.id != newMeta.id)

@@ -1,10 +1,10 @@
 #pragma once
 
-#include "library/Date.h"
 #include "figma/FigmaPublishPersistence.h"
+#include "library/Date.h"
 #include "library/FlowMeta.h"
-#include "library/JsonCoding.h"
 #include "library/FlowSummary.h"
+#include "library/JsonCoding.h"
 #include "library/LibraryIndex.h"
 #include "thumbnails/ThumbEdits.h"
 

@@ -340,7 +340,8 @@ void FlowStore::endIntent(const fs::path& file) {
     } catch (const std::exception& e) {
         throw LibraryError("The change was made, but its note at " + file.string() +
                            " couldn’t be removed; Varnel clears it when it next opens the "
-                           "library. Error: " + e.what());
+                           "library. Error: " +
+                           e.what());
     }
 }
 
@@ -460,8 +461,8 @@ void FlowStore::recoverAssembly(const fs::path& assembly, RecoveryReport& report
             replacing = indexed->folderName;
         const std::string folderName = adopt(*meta, assembly, replacing);
         removeOwnFolder(assembly, LibraryLayout::kMetaFile);
-        report.repairs.push_back("Finished adding the flow “" + meta->name + "” at “" +
-                                 folderName + "”.");
+        report.repairs.push_back("Finished adding the flow “" + meta->name + "” at “" + folderName +
+                                 "”.");
         return;
     }
     const auto names = FileOps::list(assembly);
@@ -553,14 +554,12 @@ void FlowStore::recoverQuarantine(const fs::path& quarantine, RecoveryReport& re
     const fs::path folder = flowURL(folderName);
     if (FileOps::exists(folder)) {
         // New files without their meta: kept beside, under a name of their own.
-        const fs::path aside = folder.parent_path() / Slug::uniqueFolderName(
-                                                          folder.filename().string() + "-incomplete",
-                                                          [&] {
-                                                              const auto names = FileOps::list(
-                                                                  folder.parent_path());
-                                                              return std::set<std::string>(
-                                                                  names.begin(), names.end());
-                                                          }());
+        const fs::path aside =
+            folder.parent_path() /
+            Slug::uniqueFolderName(folder.filename().string() + "-incomplete", [&] {
+                const auto names = FileOps::list(folder.parent_path());
+                return std::set<std::string>(names.begin(), names.end());
+            }());
         ops_.folderMover(folder, aside);
         report.problems.push_back("Incomplete files of “" + meta->name + "” were kept at " +
                                   aside.string() + ".");
@@ -693,8 +692,7 @@ RecoveryReport FlowStore::inspectLeftovers() const {
         report.problems.push_back("A capture left at " + staging.string() +
                                   " waits to be recovered when Varnel opens the library.");
     for (const auto& intent : found.intents)
-        report.problems.push_back("An interrupted change waits to be finished: " +
-                                  intent.string());
+        report.problems.push_back("An interrupted change waits to be finished: " + intent.string());
     for (const auto& assembly : found.assemblies)
         report.problems.push_back("A flow being added was interrupted at " + assembly.string());
     for (const auto& extraction : found.extractions)
@@ -710,8 +708,7 @@ RecoveryReport FlowStore::inspectLeftovers() const {
             if (FileOps::exists(folder / LibraryLayout::kRenumberFolder))
                 report.problems.push_back("The renumbering of “" + summary.folderName +
                                           "” was interrupted; its files are in " +
-                                          (folder / LibraryLayout::kRenumberFolder).string() +
-                                          ".");
+                                          (folder / LibraryLayout::kRenumberFolder).string() + ".");
             std::vector<std::string> names;
             try {
                 names = FileOps::list(folder);

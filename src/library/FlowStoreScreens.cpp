@@ -4,11 +4,11 @@
 #include "library/Errors.h"
 #include "library/FileOps.h"
 #include "library/LibraryLayout.h"
-#include "media/PngSize.h"
 #include "library/ScreenFiles.h"
 #include "library/Text.h"
 #include "library/UndoLog.h"
 #include "library/Uuid.h"
+#include "media/PngSize.h"
 
 #include <algorithm>
 #include <map>
@@ -336,14 +336,13 @@ ThumbEdits FlowStore::deleteScreens(std::string_view folderName,
     const fs::path quarantine =
         flowDir.parent_path() / (std::string(LibraryLayout::kQuarantinePrefix) + newUUIDString());
     const std::string folder(folderName);
-    const fs::path intent = beginIntent(Json{
-        {"operation", "deleteScreens"},
-        {"flows", {folder}},
-        {"quarantine",
-         {{"folder", folder},
-          {"path", quarantine.filename().string()},
-          {"before", before},
-          {"after", filenames(m.screens)}}}});
+    const fs::path intent = beginIntent(Json{{"operation", "deleteScreens"},
+                                             {"flows", {folder}},
+                                             {"quarantine",
+                                              {{"folder", folder},
+                                               {"path", quarantine.filename().string()},
+                                               {"before", before},
+                                               {"after", filenames(m.screens)}}}});
     UndoLog undo;
     try {
         markRenumberingOwed(folderName, undo);
@@ -502,14 +501,14 @@ ThumbEdits FlowStore::moveScreens(std::string_view sourceFolder,
     Json moves = Json::array();
     for (const auto& r : relocations)
         moves.push_back(Json::array({sourceName, r.from, targetName, r.to}));
-    const fs::path intent = beginIntent(Json{
-        {"operation", "moveScreens"},
-        {"flows", {sourceName, targetName}},
-        {"transfer",
-         {{"moves", moves},
-          {"metas",
-           {{targetName, {{"before", targetBefore}, {"meta", target.toJson()}}},
-            {sourceName, {{"before", sourceBefore}, {"meta", source.toJson()}}}}}}}});
+    const fs::path intent = beginIntent(
+        Json{{"operation", "moveScreens"},
+             {"flows", {sourceName, targetName}},
+             {"transfer",
+              {{"moves", moves},
+               {"metas",
+                {{targetName, {{"before", targetBefore}, {"meta", target.toJson()}}},
+                 {sourceName, {{"before", sourceBefore}, {"meta", source.toJson()}}}}}}}});
     UndoLog undo;
     try {
         markRenumberingOwed(targetFolder, undo);
@@ -580,9 +579,8 @@ ThumbEdits FlowStore::duplicateScreens(std::string_view folderName,
     std::vector<std::string> created;
     for (const auto& c : copies)
         created.push_back(c.to);
-    const fs::path intent = beginIntent(Json{{"operation", "duplicateScreens"},
-                                             {"flows", {folder}},
-                                             {"created", {{folder, created}}}});
+    const fs::path intent = beginIntent(Json{
+        {"operation", "duplicateScreens"}, {"flows", {folder}}, {"created", {{folder, created}}}});
     UndoLog undo;
     try {
         markRenumberingOwed(folderName, undo);

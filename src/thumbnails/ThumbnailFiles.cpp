@@ -1,10 +1,10 @@
 #include "thumbnails/ThumbnailFiles.h"
 
 #include "library/LibraryLayout.h"
-#include "media/PngSize.h"
-#include "media/PosterFrame.h"
 #include "library/ScreenFiles.h"
 #include "library/Uuid.h"
+#include "media/PngSize.h"
+#include "media/PosterFrame.h"
 
 #include <QImage>
 #include <QImageReader>

@@ -69,9 +69,8 @@ MainWindow::MainWindow(FlowLibrary& library, AppSettings& settings, QWidget* par
     readOnlyBanner_->setObjectName("readOnlyBanner");
     readOnlyBanner_->setWordWrap(true);
     readOnlyBanner_->setMargin(8);
-    readOnlyBanner_->setStyleSheet(
-        "QLabel#readOnlyBanner { background: #fff3cd; color: #5c4400; "
-        "border-bottom: 1px solid #e0c36a; }");
+    readOnlyBanner_->setStyleSheet("QLabel#readOnlyBanner { background: #fff3cd; color: #5c4400; "
+                                   "border-bottom: 1px solid #e0c36a; }");
     readOnlyBanner_->hide();
     column->addWidget(readOnlyBanner_);
     column->addWidget(gallery_, 1);
@@ -328,11 +327,11 @@ void MainWindow::buildMenus() {
 
     QMenu* help = menuBar()->addMenu(tr("&Help"));
     later(help->addAction(tr("Check for Updates…")));
-    changingActions_ = {newCapture,         addScreensAction_,   importApp,
-                        deleteApplicationAction_, exportFigmaAction_, renameScreenAction_,
-                        duplicateAction_,   deleteAction_,       editScreenAction_,
-                        revertAction_,      renameFlowAction_,   categorizeAction_,
-                        deleteFlowAction_,  publishFigmaAction_};
+    changingActions_ = {
+        newCapture,         addScreensAction_,   importApp,         deleteApplicationAction_,
+        exportFigmaAction_, renameScreenAction_, duplicateAction_,  deleteAction_,
+        editScreenAction_,  revertAction_,       renameFlowAction_, categorizeAction_,
+        deleteFlowAction_,  publishFigmaAction_};
     help->addAction(tr("About Varnel"), this, [this] {
         QMessageBox::about(this, tr("About Varnel"),
                            tr("<b>Varnel</b><p>Collect and study the screens of mobile apps.</p>"));
@@ -466,8 +465,8 @@ void MainWindow::showRepairs() {
     if (!lines.isEmpty())
         details += tr("Repaired:") + "\n" + lines.join("\n");
     if (!unresolved.isEmpty())
-        details += (details.isEmpty() ? "" : "\n\n") + tr("Not repaired; the data is still there:") +
-                   "\n" + unresolved.join("\n");
+        details += (details.isEmpty() ? "" : "\n\n") +
+                   tr("Not repaired; the data is still there:") + "\n" + unresolved.join("\n");
     box.setInformativeText(details);
     box.setObjectName("repairsDialog");
     box.exec();

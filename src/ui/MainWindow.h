@@ -13,8 +13,8 @@
 #endif
 
 #include <QMainWindow>
-#include <QPushButton>
 #include <QPointer>
+#include <QPushButton>
 
 class QAction;
 class QComboBox;

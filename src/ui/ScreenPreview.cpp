@@ -2,8 +2,8 @@
 #include "ui/Messages.h"
 
 #include "library/FlowLibrary.h"
-#include "media/PosterFrame.h"
 #include "library/ScreenFiles.h"
+#include "media/PosterFrame.h"
 #include "thumbnails/ThumbnailCache.h"
 #include "ui/GalleryView.h"
 

@@ -1,7 +1,7 @@
 #include "archive/AppArchive.h"
+#include "archive/Zip.h"
 #include "library/FlowLibrary.h"
 #include "library/LibraryCheck.h"
-#include "archive/Zip.h"
 #include "support/TestLibrary.h"
 
 #include <zip.h>

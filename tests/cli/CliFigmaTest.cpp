@@ -1,8 +1,8 @@
 // `varnel-cli figma export|link|publish` end to end, publishing to a Figma on 127.0.0.1.
 #include "cli/CliFigma.h"
+#include "archive/Zip.h"
 #include "figma/FigmaAuth.h"
 #include "library/FlowStore.h"
-#include "archive/Zip.h"
 #include "support/CliRun.h"
 #include "support/FakeFigma.h"
 #include "support/MemorySecrets.h"

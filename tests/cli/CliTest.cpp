@@ -75,12 +75,12 @@ TEST_F(CliTest, CheckSeesHiddenLeftoversAndRecoverClearsThem) {
     SampleLibrary sample(root);
     // What interrupted changes of every kind leave, each holding a screen.
     const std::vector<fs::path> leftovers{
-        root / "acme/onboarding/.deleting-1",        // a set-aside flow
-        root / "acme/onboarding/.adopting-2",        // a flow being put together
-        root / ".quillane-import-3",                 // an unpacked archive
-        root / ".inprogress/4",                      // a capture never saved
-        root / SampleLibrary::logIn / ".renumber",   // a renumbering cut short
-        root / "bank/uncategorized/unlisted",        // a flow the index never heard of
+        root / "acme/onboarding/.deleting-1",      // a set-aside flow
+        root / "acme/onboarding/.adopting-2",      // a flow being put together
+        root / ".quillane-import-3",               // an unpacked archive
+        root / ".inprogress/4",                    // a capture never saved
+        root / SampleLibrary::logIn / ".renumber", // a renumbering cut short
+        root / "bank/uncategorized/unlisted",      // a flow the index never heard of
     };
     for (const auto& folder : leftovers) {
         if (folder.filename() == ".renumber")
@@ -101,15 +101,15 @@ TEST_F(CliTest, CheckSeesHiddenLeftoversAndRecoverClearsThem) {
     EXPECT_EQ(checked.code, cli::kCheckFailed);
     for (const auto& folder : leftovers)
         EXPECT_NE(checked.out.find(folder.lexically_relative(root).string()), std::string::npos)
-            << folder << " is not reported in\n" << checked.out;
+            << folder << " is not reported in\n"
+            << checked.out;
     for (const char* file : {".journal/5.json", ".index.json.6.tmp"})
         EXPECT_NE(checked.out.find(file), std::string::npos) << file;
 
     Result recovered = cli({"recover"});
     EXPECT_EQ(recovered.code, cli::kFailed) << "the assembly names no source: kept and reported";
     EXPECT_NE(recovered.err.find(".adopting-2"), std::string::npos) << recovered.err;
-    EXPECT_NE(recovered.out.find("Listed the flow “Unlisted”"), std::string::npos)
-        << recovered.out;
+    EXPECT_NE(recovered.out.find("Listed the flow “Unlisted”"), std::string::npos) << recovered.out;
     fs::remove_all(root / "acme/onboarding/.adopting-2");
     Result again = cli({"recover"});
     EXPECT_EQ(again.code, cli::kSuccess) << again.err;

@@ -1,5 +1,6 @@
 // Rules of the Figma side that need no server: links, board lookup, planning, assembly, the
 // summary line and the export package.
+#include "archive/Zip.h"
 #include "figma/FigmaAPIError.h"
 #include "figma/FigmaBoardIndex.h"
 #include "figma/FigmaCommentPlanner.h"
@@ -10,7 +11,6 @@
 #include "figma/FigmaThreadAssembler.h"
 #include "figma/HttpClient.h"
 #include "figma/PublishSummary.h"
-#include "archive/Zip.h"
 #include "support/TestLibrary.h"
 
 #include <gtest/gtest.h>

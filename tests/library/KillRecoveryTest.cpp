@@ -233,9 +233,9 @@ protected:
 
 TEST_F(KillRecoveryTest, FlowAndScreenChangesSurviveAKillAtEveryStep) {
     const std::string signUp = SampleLibrary::signUp, logIn = SampleLibrary::logIn;
-    report("delete flow", killEverywhere(
-                              base, [&](FlowStore& s, const fs::path&) { s.deleteFlow(signUp); },
-                              false));
+    report("delete flow",
+           killEverywhere(
+               base, [&](FlowStore& s, const fs::path&) { s.deleteFlow(signUp); }, false));
     report("delete application",
            killEverywhere(
                base,
@@ -244,11 +244,12 @@ TEST_F(KillRecoveryTest, FlowAndScreenChangesSurviveAKillAtEveryStep) {
                        s.deleteFlow(flow.folderName);
                },
                true));
-    report("delete screens",
-           killEverywhere(
-               base,
-               [&](FlowStore& s, const fs::path&) { s.deleteScreens(signUp, {"01.png", "02.png"}); },
-               false));
+    report("delete screens", killEverywhere(
+                                 base,
+                                 [&](FlowStore& s, const fs::path&) {
+                                     s.deleteScreens(signUp, {"01.png", "02.png"});
+                                 },
+                                 false));
     report("move screens", killEverywhere(
                                base,
                                [&](FlowStore& s, const fs::path&) {
@@ -272,10 +273,10 @@ TEST_F(KillRecoveryTest, FlowAndScreenChangesSurviveAKillAtEveryStep) {
                                   s.addScreens(logIn, {dir / "new.png"}, Date::now());
                               },
                               false));
-    report("rename flow",
-           killEverywhere(
-               base, [&](FlowStore& s, const fs::path&) { s.renameFlow(signUp, "Welcome"); },
-               false));
+    report(
+        "rename flow",
+        killEverywhere(
+            base, [&](FlowStore& s, const fs::path&) { s.renameFlow(signUp, "Welcome"); }, false));
     report("move flow", killEverywhere(
                             base,
                             [&](FlowStore& s, const fs::path&) {
@@ -302,8 +303,8 @@ TEST_F(KillRecoveryTest, ImportsSurviveAKillAtEveryStep) {
     // Replace meets one flow under its old name and one that was renamed since.
     sample.store.deleteScreens(SampleLibrary::signUp, {"03.mov"});
     sample.store.renameFlow(SampleLibrary::logIn, "Log in before");
-    report("import, replacing", killEverywhere(base, import(ImportConflictResolution::replace),
-                                               true));
+    report("import, replacing",
+           killEverywhere(base, import(ImportConflictResolution::replace), true));
 
     const fs::path fresh = dir / "fresh";
     SampleLibrary other(fresh);

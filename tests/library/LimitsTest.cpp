@@ -130,11 +130,12 @@ TEST_F(LimitsTest, AFullDiskIsNamedWithWhatIsNeededAndFree) {
     // An archive that unpacks to more than the disk has.
     FlowMeta meta = sample.store.meta(SampleLibrary::logIn);
     meta.id = "BIG";
-    writeFile(dir / "payload/QuillaneExport/acme/x/big/meta.json", encodeLibraryJson(meta.toJson()));
+    writeFile(dir / "payload/QuillaneExport/acme/x/big/meta.json",
+              encodeLibraryJson(meta.toJson()));
     writeFile(dir / "payload/QuillaneExport/acme/x/big/01.png", std::string(3'000'000, 'p'));
-    writeFile(dir / "payload/QuillaneExport/quillane-export.json",
-              encodeLibraryJson(
-                  AppArchive::Manifest{1, "Acme", {meta.summary("acme/x/big")}}.toJson()));
+    writeFile(
+        dir / "payload/QuillaneExport/quillane-export.json",
+        encodeLibraryJson(AppArchive::Manifest{1, "Acme", {meta.summary("acme/x/big")}}.toJson()));
     Zip::Writer writer(zip);
     writer.addBytes("QuillaneExport/quillane-export.json",
                     readFile(dir / "payload/QuillaneExport/quillane-export.json"), true);

@@ -62,5 +62,4 @@ TEST(PngWriterTest, RefusesAPictureWithoutRows) {
     EXPECT_THROW(PngWriter::encode(pixel, 2, 1, 4), std::invalid_argument) << "stride too short";
 }
 
-
 } // namespace

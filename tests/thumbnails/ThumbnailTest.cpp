@@ -1,7 +1,7 @@
 #include "media/PosterFrame.h"
+#include "support/TestLibrary.h"
 #include "thumbnails/ThumbnailCache.h"
 #include "thumbnails/ThumbnailFiles.h"
-#include "support/TestLibrary.h"
 
 #include <QCoreApplication>
 #include <QEventLoop>

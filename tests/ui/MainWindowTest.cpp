@@ -422,10 +422,10 @@ TEST_F(MainWindowTest, AReadOnlyLibraryIsBrowsedWithEveryChangeOff) {
     window->gallery().selectScreen({SampleLibrary::signUp, "01.png"});
     EXPECT_TRUE(banner->isVisible());
     EXPECT_TRUE(banner->text().contains("varnel-cli")) << banner->text().toStdString();
-    for (const char* text : {"New Capture…", "Add Screens to Flow…", "Import Application…",
-                             "Delete Application…", "Rename Screen…", "Duplicate", "Delete…",
-                             "Edit Screen…", "Rename Flow…", "Categorize Flow…", "Delete Flow…",
-                             "Export for Figma…", "Publish Comments to Figma"}) {
+    for (const char* text :
+         {"New Capture…", "Add Screens to Flow…", "Import Application…", "Delete Application…",
+          "Rename Screen…", "Duplicate", "Delete…", "Edit Screen…", "Rename Flow…",
+          "Categorize Flow…", "Delete Flow…", "Export for Figma…", "Publish Comments to Figma"}) {
         ASSERT_TRUE(window->action(text)) << text;
         EXPECT_FALSE(window->action(text)->isEnabled()) << text;
     }

@@ -2,8 +2,8 @@
 #include "support/TestLibrary.h"
 
 #include <QCoreApplication>
-#include <QDeadlineTimer>
 #include <QCryptographicHash>
+#include <QDeadlineTimer>
 #include <QLocalSocket>
 #include <QProcess>
 #include <QThread>
