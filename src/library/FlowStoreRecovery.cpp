@@ -473,7 +473,9 @@ void FlowStore::recoverAssembly(const fs::path& assembly, RecoveryReport& report
     }
     const bool onlyMarker =
         names.empty() || (names.size() == 1 && names[0] == LibraryLayout::kAssemblySource);
-    if (!onlyMarker && (!source || !FileOps::isDirectory(*source))) {
+    // Files only ever go back to a folder of this library (an unpacked archive, a capture).
+    if (!onlyMarker &&
+        (!source || !FileOps::isDirectory(*source) || !FileOps::isInside(root_, *source))) {
         report.problems.push_back("Files of a flow that was being added remain at " +
                                   assembly.string() + ".");
         return;

@@ -95,6 +95,9 @@ TEST_F(CliTest, CheckSeesHiddenLeftoversAndRecoverClearsThem) {
     writeFile(root / "acme/onboarding/.deleting-1/meta.json",
               encodeLibraryJson(sample.store.meta(SampleLibrary::logIn).toJson()));
     writeFile(root / ".journal/5.json", R"({"flows": ["acme/onboarding/log-in"]})");
+    // An assembly whose note sends its files out of the library: they stay where they are.
+    writeFile(root / "acme/onboarding/.adopting-2/.source.json",
+              Json{{"source", dir.path().string()}}.dump());
     writeFile(root / ".index.json.6.tmp", "cut short");
 
     Result checked = cli({"check"});
@@ -107,9 +110,11 @@ TEST_F(CliTest, CheckSeesHiddenLeftoversAndRecoverClearsThem) {
         EXPECT_NE(checked.out.find(file), std::string::npos) << file;
 
     Result recovered = cli({"recover"});
-    EXPECT_EQ(recovered.code, cli::kFailed) << "the assembly names no source: kept and reported";
+    EXPECT_EQ(recovered.code, cli::kFailed) << "the assembly's source is outside: kept, reported";
     EXPECT_NE(recovered.err.find(".adopting-2"), std::string::npos) << recovered.err;
     EXPECT_NE(recovered.out.find("Listed the flow “Unlisted”"), std::string::npos) << recovered.out;
+    EXPECT_TRUE(fs::exists(root / "acme/onboarding/.adopting-2/01.png"));
+    EXPECT_FALSE(fs::exists(dir / "01.png"));
     fs::remove_all(root / "acme/onboarding/.adopting-2");
     Result again = cli({"recover"});
     EXPECT_EQ(again.code, cli::kSuccess) << again.err;
