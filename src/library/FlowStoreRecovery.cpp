@@ -663,9 +663,9 @@ RecoveryReport FlowStore::recover() {
     });
 
     std::set<std::string> unsettled;
-    for (const auto& [folderName, work] : settle) {
-        if (!attempt("", [&] { settleFlow(folderName, work, report); }))
-            unsettled.insert(folderName);
+    for (const auto& entry : settle) {
+        if (!attempt("", [&] { settleFlow(entry.first, entry.second, report); }))
+            unsettled.insert(entry.first);
     }
     // Unpacked archives are copies of a zip that still exists; cut-short writes hold nothing
     // that was ever in place.
