@@ -37,22 +37,6 @@ std::optional<Date> modificationDate(const fs::path& file) {
     return Date::fromUnixSeconds(static_cast<double>(micros) / 1e6);
 }
 
-std::vector<fs::path> visibleSubfolders(const fs::path& folder) {
-    std::vector<fs::path> out;
-    std::vector<std::string> names;
-    try {
-        names = FileOps::list(folder);
-    } catch (const FileError&) {
-        return out;
-    }
-    for (const auto& name : names) {
-        if (!name.starts_with(".") && FileOps::isDirectory(folder / name) &&
-            !isSymlink(folder / name))
-            out.push_back(folder / name);
-    }
-    return out;
-}
-
 // The entries of a folder with their kind as the listing gives it, without a stat each, so
 // that surveying a large library stays quick.
 struct Entry {
@@ -71,6 +55,22 @@ std::vector<Entry> entriesOf(const fs::path& folder) {
     std::sort(out.begin(), out.end(),
               [](const Entry& a, const Entry& b) { return a.name < b.name; });
     return out;
+}
+
+std::vector<fs::path> visibleSubfolders(const fs::path& folder) {
+    std::vector<fs::path> out;
+    for (const auto& entry : entriesOf(folder)) {
+        if (entry.directory && !entry.name.starts_with("."))
+            out.push_back(folder / entry.name);
+    }
+    return out;
+}
+
+std::set<std::string> namesIn(const fs::path& folder) {
+    std::set<std::string> names;
+    for (const auto& entry : entriesOf(folder))
+        names.insert(entry.name);
+    return names;
 }
 
 // What an atomic write leaves when it is cut short: ".<name>.<UUID>.tmp".
@@ -556,12 +556,9 @@ void FlowStore::recoverQuarantine(const fs::path& quarantine, RecoveryReport& re
     const fs::path folder = flowURL(folderName);
     if (FileOps::exists(folder)) {
         // New files without their meta: kept beside, under a name of their own.
-        const fs::path aside =
-            folder.parent_path() /
-            Slug::uniqueFolderName(folder.filename().string() + "-incomplete", [&] {
-                const auto names = FileOps::list(folder.parent_path());
-                return std::set<std::string>(names.begin(), names.end());
-            }());
+        const fs::path aside = folder.parent_path() /
+                               Slug::uniqueFolderName(folder.filename().string() + "-incomplete",
+                                                      namesIn(folder.parent_path()));
         ops_.folderMover(folder, aside);
         report.problems.push_back("Incomplete files of “" + meta->name + "” were kept at " +
                                   aside.string() + ".");
