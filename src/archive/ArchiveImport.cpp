@@ -36,6 +36,10 @@ std::optional<FlowMeta> payloadMeta(const AppArchive::Extracted& extracted,
                 throw LibraryError(*problem);
             for (const auto& patch : screen.patches.value_or(std::vector<RedactPatch>{}))
                 LibraryLayout::validateFileName(patch.file);
+            // Saving or reverting the screen would remove the file such an entry names.
+            for (const auto& refused : screen.refusedPatches)
+                throw LibraryError("the screen “" + screen.filename + "” lists “" + refused +
+                                   "” as its patch, which is not a patch file of its own");
         }
         return meta;
     } catch (const std::exception& e) {

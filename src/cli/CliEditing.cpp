@@ -8,6 +8,7 @@
 #include "library/Uuid.h"
 
 #include <charconv>
+#include <cmath>
 #include <ostream>
 
 namespace varnel::cli {
@@ -62,11 +63,16 @@ RedactShape parseZone(const std::string& text) {
         colon == std::string::npos ? std::vector<double>{} : numbers(text.substr(colon + 1));
     if (!kind || values.size() != 4)
         throw UsageError("a zone is rect|ellipse:x,y,w,h, not “" + text + "”");
-    const NormalizedRect rect{values[0], values[1], values[2], values[3]};
-    if (rect.x < 0 || rect.y < 0 || !(rect.width > 0) || !(rect.height > 0) || rect.maxX() > 1 ||
-        rect.maxY() > 1)
-        throw UsageError("the zone “" + text + "” must lie within 0..1 and have a size");
-    return {newUUIDString(), *kind, rect};
+    for (double value : values)
+        if (!std::isfinite(value))
+            throw UsageError("the zone “" + text + "” has a value that isn’t a number");
+    if (!(values[2] > 0) || !(values[3] > 0))
+        throw UsageError("the zone “" + text + "” needs a width and a height");
+    // Finite values are clamped to the picture, as a zone dragged past an edge is.
+    const auto rect = clampedToPicture({values[0], values[1], values[2], values[3]});
+    if (!rect)
+        throw UsageError("the zone “" + text + "” lies outside the picture (0..1)");
+    return {newUUIDString(), *kind, *rect};
 }
 
 int redact(Invocation& inv, FlowStore& store, std::ostream& out, std::ostream& err) {

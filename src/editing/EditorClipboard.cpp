@@ -7,13 +7,17 @@ EditorClipboard& EditorClipboard::shared() {
     return clipboard;
 }
 
+std::filesystem::path EditorClipboard::standardized(const std::filesystem::path& file) {
+    std::error_code error;
+    auto canonical = std::filesystem::weakly_canonical(file, error);
+    return error ? file.lexically_normal() : canonical;
+}
+
 void EditorClipboard::copyZones(const std::vector<RedactShape>& shapes,
                                 const std::filesystem::path& source) {
     if (shapes.empty())
         return;
-    std::error_code error;
-    auto standardized = std::filesystem::weakly_canonical(source, error);
-    zones_ = ZoneItem{shapes, error ? source.lexically_normal() : standardized};
+    zones_ = ZoneItem{shapes, standardized(source)};
     lastCopiedKind_ = ItemKind::zones;
 }
 

@@ -26,6 +26,8 @@ public:
     };
 
     static EditorClipboard& shared();
+    // The location as the clipboard keeps it: links resolved, dots removed.
+    static std::filesystem::path standardized(const std::filesystem::path& file);
 
     const std::optional<ZoneItem>& zones() const { return zones_; }
     const std::optional<PatchItem>& patch() const { return patch_; }

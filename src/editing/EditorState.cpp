@@ -128,17 +128,35 @@ void EditorState::selectAll() {
         selection_.insert(shape.id);
 }
 
+void EditorState::restoreShapes(std::vector<RedactShape> shapes) {
+    snapshot();
+    selection_.clear();
+    for (auto& shape : shapes)
+        if (shape.id.empty())
+            shape.id = newUUIDString();
+    current_.shapes = std::move(shapes);
+}
+
 bool EditorState::pasteZones(const EditorClipboard& clipboard,
                              const std::filesystem::path& screen) {
-    if (!clipboard.zones() || clipboard.zones()->shapes.empty())
+    if (!clipboard.zones())
         return false;
-    const bool sameScreen = clipboard.zones()->sourceURL == screen || lastPasteTarget_ == screen;
+    std::vector<RedactShape> usable;
+    for (const auto& shape : clipboard.zones()->shapes)
+        if (const auto onPicture = clampedToPicture(shape.rect))
+            usable.push_back({shape.id, shape.kind, *onPicture});
+    if (usable.empty())
+        return false;
+    // The clipboard holds the standardized location; a symbolic link in the library's path
+    // must not make the first paste onto the same screen look like one onto another.
+    const auto target = EditorClipboard::standardized(screen);
+    const bool sameScreen = clipboard.zones()->sourceURL == target || lastPasteTarget_ == target;
     repeatedPastes_ = sameScreen ? repeatedPastes_ + 1 : 0;
-    lastPasteTarget_ = screen;
+    lastPasteTarget_ = target;
     const double offset = kPasteOffset * repeatedPastes_;
     snapshot();
     selection_.clear();
-    for (RedactShape shape : clipboard.zones()->shapes) {
+    for (RedactShape shape : usable) {
         shape.id = newUUIDString();
         shape.rect.x += offset;
         shape.rect.y += offset;
@@ -152,7 +170,10 @@ bool EditorState::pasteZones(const EditorClipboard& clipboard,
 bool EditorState::pastePatch(const EditorClipboard& clipboard, bool screenIsStill) {
     if (!screenIsStill || !clipboard.patch())
         return false;
-    NormalizedRect rect = clipboard.patch()->rect;
+    const auto onPicture = clampedToPicture(clipboard.patch()->rect);
+    if (!onPicture)
+        return false;
+    NormalizedRect rect = *onPicture;
     rect.x += kPasteOffset;
     rect.y += kPasteOffset;
     selection_.clear();

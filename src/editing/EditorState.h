@@ -54,6 +54,8 @@ public:
     void setPatchRect(const std::string& id, const NormalizedRect& rect);
     // Moves the selected zones and patch, each kept inside the picture.
     void moveSelection(double dx, double dy);
+    // Puts back zones that weren't saved, as one change over the loaded state.
+    void restoreShapes(std::vector<RedactShape> shapes);
     void deleteSelection();
 
     std::set<std::string>& selection() { return selection_; }

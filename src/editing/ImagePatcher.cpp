@@ -24,6 +24,35 @@ std::optional<cv::Mat> crop(const cv::Mat& bgra, const NormalizedRect& rect) {
     return bgra(pixels).clone();
 }
 
+namespace {
+
+// A BGRA patch in the channels and bit depth of the picture it is drawn on.
+cv::Mat inLayoutOf(const cv::Mat& bgra, const cv::Mat& picture) {
+    cv::Mat out;
+    switch (picture.channels()) {
+    case 1:
+        cv::cvtColor(bgra, out, cv::COLOR_BGRA2GRAY);
+        break;
+    case 2: {
+        cv::Mat grey, alpha;
+        cv::cvtColor(bgra, grey, cv::COLOR_BGRA2GRAY);
+        cv::extractChannel(bgra, alpha, 3);
+        cv::merge(std::vector<cv::Mat>{grey, alpha}, out);
+        break;
+    }
+    case 3:
+        cv::cvtColor(bgra, out, cv::COLOR_BGRA2BGR);
+        break;
+    default:
+        out = bgra;
+    }
+    if (picture.depth() == CV_16U)
+        out.convertTo(out, CV_16U, 257);
+    return out;
+}
+
+} // namespace
+
 void draw(const cv::Mat& patch, const NormalizedRect& rect, cv::Mat& bgra) {
     const int x0 = static_cast<int>(std::lround(rect.minX() * bgra.cols));
     const int y0 = static_cast<int>(std::lround(rect.minY() * bgra.rows));
@@ -44,7 +73,7 @@ void draw(const cv::Mat& patch, const NormalizedRect& rect, cv::Mat& bgra) {
     const cv::Mat source = scaled(target - cv::Point(x0, y0));
     cv::Mat alpha;
     cv::extractChannel(source, alpha, 3);
-    ImageRedactor::blendInto(region, source, alpha);
+    ImageRedactor::blendInto(region, inLayoutOf(source, bgra), alpha);
 }
 
 bool apply(const cv::Mat& patch, const NormalizedRect& rect,

@@ -19,7 +19,7 @@ bool apply(const cv::Mat& patch, const NormalizedRect& rect,
            const std::filesystem::path& destination,
            const std::optional<std::filesystem::path>& source);
 
-// The same on pixels in memory: the patch over `bgra`, its own alpha respected.
-void draw(const cv::Mat& patch, const NormalizedRect& rect, cv::Mat& bgra);
+// Lays a BGRA patch onto a picture of any layout ImageRedactor frosts, through its alpha.
+void draw(const cv::Mat& patch, const NormalizedRect& rect, cv::Mat& picture);
 
 } // namespace varnel::ImagePatcher

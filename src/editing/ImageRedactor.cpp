@@ -114,12 +114,43 @@ Frost Frost::forBGRA(const RedactStyle& style) {
             std::clamp(style.opacity, 0.0, 1.0)};
 }
 
+Frost Frost::forPicture(const RedactStyle& style, const cv::Mat& picture) {
+    const double top = picture.depth() == CV_16U ? 65535 : 255;
+    const auto level = [top](double c) { return std::clamp(c, 0.0, 1.0) * top; };
+    const double luma =
+        0.2126 * level(style.red) + 0.7152 * level(style.green) + 0.0722 * level(style.blue);
+    cv::Scalar tint;
+    switch (picture.channels()) {
+    case 1:
+        tint = {luma};
+        break;
+    case 2:
+        tint = {luma, -1};
+        break;
+    default:
+        tint = {level(style.blue), level(style.green), level(style.red), -1};
+    }
+    return {style.blur, tint, std::clamp(style.opacity, 0.0, 1.0)};
+}
+
 cv::Mat Frost::tinted(cv::Mat blurred) const {
     if (opacity <= 0)
         return blurred;
+    const int channels = blurred.channels();
+    if (blurred.depth() == CV_16U) {
+        for (int y = 0; y < blurred.rows; ++y) {
+            auto* row = blurred.ptr<std::uint16_t>(y);
+            for (int x = 0; x < blurred.cols * channels; ++x) {
+                const double level = tint[x % channels];
+                if (level >= 0)
+                    row[x] =
+                        cv::saturate_cast<std::uint16_t>(row[x] * (1 - opacity) + level * opacity);
+            }
+        }
+        return blurred;
+    }
     // A lookup table per channel: the tint is one affine map of each 8-bit value. A negative
     // tint leaves its channel (alpha) alone.
-    const int channels = blurred.channels();
     cv::Mat table(1, 256, CV_8UC(channels));
     for (int v = 0; v < 256; ++v)
         for (int c = 0; c < channels; ++c)
@@ -139,20 +170,32 @@ cv::Mat tinted(cv::Mat blurred, const RedactStyle& style) {
     return Frost::forBGRA(style).tinted(std::move(blurred));
 }
 
-void blendInto(cv::Mat& background, const cv::Mat& foreground, const cv::Mat& mask) {
+namespace {
+
+template <typename T>
+void blendRows(cv::Mat& background, const cv::Mat& foreground, const cv::Mat& mask) {
     const int channels = background.channels();
     for (int y = 0; y < background.rows; ++y) {
-        auto* out = background.ptr<std::uint8_t>(y);
-        const auto* in = foreground.ptr<std::uint8_t>(y);
+        auto* out = background.ptr<T>(y);
+        const auto* in = foreground.ptr<T>(y);
         const auto* m = mask.ptr<std::uint8_t>(y);
         for (int x = 0; x < background.cols; ++x) {
-            const int a = m[x];
+            const std::uint32_t a = m[x];
             if (a == 0)
                 continue;
             for (int c = x * channels; c < (x + 1) * channels; ++c)
-                out[c] = static_cast<std::uint8_t>((in[c] * a + out[c] * (255 - a) + 127) / 255);
+                out[c] = static_cast<T>((in[c] * a + out[c] * (255 - a) + 127) / 255);
         }
     }
+}
+
+} // namespace
+
+void blendInto(cv::Mat& background, const cv::Mat& foreground, const cv::Mat& mask) {
+    if (background.depth() == CV_16U)
+        blendRows<std::uint16_t>(background, foreground, mask);
+    else
+        blendRows<std::uint8_t>(background, foreground, mask);
 }
 
 cv::Mat blend(const cv::Mat& background, const cv::Mat& foreground, const cv::Mat& mask) {
@@ -180,10 +223,11 @@ bool applyFrost(const std::vector<RedactShape>& shapes, cv::Mat& image, const Fr
 
 bool applyToPixels(const std::vector<RedactShape>& shapes, cv::Mat& bgra, const RedactStyle& style,
                    const cv::Mat* precomputedMask) {
+    const Frost frost = Frost::forPicture(style, bgra);
     if (precomputedMask)
-        return applyFrost(shapes, bgra, Frost::forBGRA(style), *precomputedMask);
+        return applyFrost(shapes, bgra, frost, *precomputedMask);
     const auto mask = maskImage(shapes, bgra.cols, bgra.rows);
-    return mask && applyFrost(shapes, bgra, Frost::forBGRA(style), *mask);
+    return mask && applyFrost(shapes, bgra, frost, *mask);
 }
 
 std::optional<cv::Mat> maskImage(const std::vector<RedactShape>& shapes, int width, int height) {

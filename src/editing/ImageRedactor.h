@@ -19,6 +19,9 @@ struct Frost {
     double opacity = 0;
 
     static Frost forBGRA(const RedactStyle& style);
+    // For a picture of 1 to 4 channels (grey, grey and alpha, BGR, BGRA) of 8 or 16 bits;
+    // grey pictures take the tint's luma.
+    static Frost forPicture(const RedactStyle& style, const cv::Mat& picture);
     cv::Mat tinted(cv::Mat blurred) const;
 };
 
@@ -30,6 +33,7 @@ cv::Mat frostedImage(const cv::Mat& bgra, const RedactStyle& style);
 cv::Mat tinted(cv::Mat blurred, const RedactStyle& style);
 
 // `foreground` where the mask is white, `background` where it is black, mixed in between.
+// Both 8-bit or both 16-bit, the mask 8-bit.
 cv::Mat blend(const cv::Mat& background, const cv::Mat& foreground, const cv::Mat& mask);
 void blendInto(cv::Mat& background, const cv::Mat& foreground, const cv::Mat& mask);
 
@@ -37,8 +41,9 @@ void blendInto(cv::Mat& background, const cv::Mat& foreground, const cv::Mat& ma
 bool applyFrost(const std::vector<RedactShape>& shapes, cv::Mat& image, const Frost& frost,
                 const cv::Mat& mask);
 
-// Frosts the zones of a BGRA picture in place, blurring only around them. A mask already made
-// for this size (by a clip's cache) may be passed. False when no mask can be made.
+// Frosts the zones of a picture in place, blurring only around them: BGRA, or any layout that
+// Frost::forPicture takes. A mask already made for this size (by a clip's cache) may be passed.
+// False when no mask can be made.
 bool applyToPixels(const std::vector<RedactShape>& shapes, cv::Mat& bgra, const RedactStyle& style,
                    const cv::Mat* precomputedMask = nullptr);
 

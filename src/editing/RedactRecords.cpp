@@ -1,8 +1,25 @@
 #include "editing/RedactRecords.h"
 
+#include "library/Errors.h"
 #include "library/Uuid.h"
 
 namespace varnel {
+
+namespace {
+
+NormalizedRect usableRect(const Json& json) {
+    std::optional<NormalizedRect> rect;
+    try {
+        rect = clampedToPicture(coding::readRect(coding::requireKey(json, "rect"), "rect"));
+    } catch (const CodingError& e) {
+        throw UnusableRect(e.what());
+    }
+    if (!rect)
+        throw UnusableRect("“rect” lies outside the picture");
+    return *rect;
+}
+
+} // namespace
 
 std::string_view toString(RedactShape::Kind kind) {
     return kind == RedactShape::Kind::ellipse ? "ellipse" : "rect";
@@ -22,7 +39,7 @@ RedactShape RedactShape::fromJson(const Json& json) {
     const auto kind = redactShapeKind(kindText);
     if (!kind)
         throw CodingError("unknown blur zone kind “" + kindText + "”");
-    return {newUUIDString(), *kind, coding::readRect(coding::requireKey(json, "rect"), "rect")};
+    return {newUUIDString(), *kind, usableRect(json)};
 }
 
 Json RedactShape::toJson() const {
@@ -31,8 +48,7 @@ Json RedactShape::toJson() const {
 
 RedactPatch RedactPatch::fromJson(const Json& json) {
     coding::requireObject(json, "a clone patch");
-    return {newUUIDString(), coding::requireString(json, "file"),
-            coding::readRect(coding::requireKey(json, "rect"), "rect")};
+    return {newUUIDString(), coding::requireString(json, "file"), usableRect(json)};
 }
 
 Json RedactPatch::toJson() const {
@@ -49,6 +65,25 @@ RedactStyle RedactStyle::fromJson(const Json& json) {
 Json RedactStyle::toJson() const {
     return Json{
         {"red", red}, {"green", green}, {"blue", blue}, {"opacity", opacity}, {"blur", blur}};
+}
+
+std::vector<RedactShape> zonesOnPicture(const std::vector<RedactShape>& shapes) {
+    std::vector<RedactShape> zones;
+    for (const auto& shape : shapes) {
+        const NormalizedRect& r = shape.rect;
+        for (double value : {r.x, r.y, r.width, r.height})
+            if (!std::isfinite(value))
+                throw LibraryError("A blur zone has a position or size that isn’t a number.");
+        if (const auto rect = clampedToPicture(r))
+            zones.push_back({shape.id, shape.kind, *rect});
+    }
+    return zones;
+}
+
+void requireFinite(const RedactStyle& style) {
+    for (double value : {style.red, style.green, style.blue, style.opacity, style.blur})
+        if (!std::isfinite(value))
+            throw LibraryError("The blur style has a value that isn’t a number.");
 }
 
 std::string_view toString(RedactPreset preset) {

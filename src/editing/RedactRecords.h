@@ -6,8 +6,16 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace varnel {
+
+// A zone or patch whose rectangle has no usable value (a null, or nothing on the picture). It
+// never covered anything, so readers may leave it out.
+class UnusableRect : public CodingError {
+public:
+    using CodingError::CodingError;
+};
 
 // One blur zone. The id is editor identity only: it is never stored and is made anew on decoding.
 struct RedactShape {
@@ -51,6 +59,12 @@ struct RedactStyle {
     static RedactStyle fromJson(const Json& json);
     Json toJson() const;
 };
+
+// The zones clamped to the picture, in order; zones left without area are dropped. Throws
+// LibraryError when a value isn't a finite number, so that nothing unreadable is recorded.
+std::vector<RedactShape> zonesOnPicture(const std::vector<RedactShape>& shapes);
+// Throws LibraryError for a style with a value that isn't a finite number.
+void requireFinite(const RedactStyle& style);
 
 enum class RedactPreset { light, dark };
 

@@ -47,7 +47,10 @@ bool hasOriginal(const FlowStore& store, std::string_view folder, const std::str
 std::vector<PatchDraft> patchDrafts(const FlowStore& store, std::string_view folder,
                                     const std::string& filename);
 
-// Bakes a still's patches (first) and zones into its file and records them.
+// Bakes a still's patches (first) and zones into its file and records them. The picture is
+// decoded and baked before any file is written; the original copy and new patch files are
+// written durably before the screen is replaced, and old patch files go only once the records
+// are written. A failure throws with the screen file as it was.
 void save(FlowStore& store, std::string_view folder, const std::string& filename,
           const std::vector<RedactShape>& shapes, const RedactStyle& style,
           const std::vector<PatchDraft>& drafts);
@@ -56,7 +59,8 @@ void save(FlowStore& store, std::string_view folder, const std::string& filename
 void revert(FlowStore& store, std::string_view folder, const std::string& filename);
 
 // A clip's save in its three steps, for callers that bake elsewhere. `prepareClip` keeps the
-// original copy (a failure to copy is not fatal) and returns the file to bake from.
+// original copy, written durably, and returns it: the file to bake from. Without it there is no
+// bake, so a baked clip can always be reverted.
 std::filesystem::path prepareClip(FlowStore& store, std::string_view folder,
                                   const std::string& filename);
 void recordClip(FlowStore& store, std::string_view folder, const std::string& filename,
@@ -65,7 +69,7 @@ void recordClip(FlowStore& store, std::string_view folder, const std::string& fi
 bool saveClip(FlowStore& store, std::string_view folder, const std::string& filename,
               const std::vector<RedactShape>& shapes, const RedactStyle& style,
               const std::function<void(double)>& progress = {},
-              const std::atomic<bool>* cancel = nullptr);
+              const std::atomic<bool>* cancel = nullptr, std::string* why = nullptr);
 
 } // namespace ScreenEdits
 } // namespace varnel

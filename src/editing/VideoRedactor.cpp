@@ -1,6 +1,7 @@
 #include "editing/VideoRedactor.h"
 
 #include "editing/ImageRedactor.h"
+#include "library/FileOps.h"
 #include "library/Uuid.h"
 #include "media/GstSupport.h"
 
@@ -187,11 +188,25 @@ bool syncToDisk(const fs::path& file) {
     return ok;
 }
 
-bool runBake(const std::vector<RedactShape>& shapes, const fs::path& output, const fs::path& source,
-             const RedactStyle& style, const std::function<void(double)>& progress,
-             const std::atomic<bool>* cancel) {
-    if (!gst::initialize() || !fs::is_regular_file(source))
-        return false;
+std::string errorText(GstMessage* message) {
+    GError* error = nullptr;
+    gchar* debug = nullptr;
+    gst_message_parse_error(message, &error, &debug);
+    std::string text = error && error->message ? error->message : "the media framework failed";
+    if (error)
+        g_error_free(error);
+    g_free(debug);
+    return text;
+}
+
+std::optional<std::string> runBake(const std::vector<RedactShape>& shapes, const fs::path& output,
+                                   const fs::path& source, const RedactStyle& style,
+                                   const std::function<void(double)>& progress,
+                                   const std::atomic<bool>* cancel) {
+    if (!gst::initialize())
+        return "GStreamer could not be started";
+    if (!fs::is_regular_file(source))
+        return "the clip to bake from, " + source.filename().string() + ", is missing";
     VideoRedactor::Filter filter(shapes, style);
     Bake bake;
     bake.filter = &filter;
@@ -202,56 +217,84 @@ bool runBake(const std::vector<RedactShape>& shapes, const fs::path& output, con
     bake.mux = gst_element_factory_make("qtmux", nullptr);
     GstElement* sink = gst_element_factory_make("filesink", nullptr);
     if (!src || !demux || !bake.mux || !sink)
-        return false;
+        return "a GStreamer element for QuickTime files is missing";
     g_object_set(src, "location", source.c_str(), nullptr);
     g_object_set(sink, "location", output.c_str(), "sync", FALSE, nullptr);
     gst_bin_add_many(GST_BIN(bake.pipeline), src, demux, bake.mux, sink, nullptr);
     if (!gst_element_link(src, demux) || !gst_element_link(bake.mux, sink))
-        return false;
+        return "the re-encoding could not be set up";
     g_signal_connect(demux, "pad-added", G_CALLBACK(streamAdded), &bake);
 
     if (gst_element_set_state(bake.pipeline, GST_STATE_PLAYING) == GST_STATE_CHANGE_FAILURE)
-        return false;
+        return "the clip could not be opened";
     std::unique_ptr<GstBus, gst::ObjectUnref> bus(gst_element_get_bus(bake.pipeline));
-    bool finished = false;
-    while (!finished) {
-        if (cancel && cancel->load())
+    std::optional<std::string> failure;
+    while (true) {
+        if (cancel && cancel->load()) {
+            failure = "the save was cancelled";
             break;
+        }
         GstMessage* message = gst_bus_timed_pop_filtered(
             bus.get(), 100 * GST_MSECOND,
             static_cast<GstMessageType>(GST_MESSAGE_EOS | GST_MESSAGE_ERROR));
         if (progress)
             if (const auto done = fractionDone(bake.pipeline))
                 progress(*done);
-        if (bake.failed)
+        if (bake.failed) {
+            failure = "a frame could not be blurred";
+        } else if (message && GST_MESSAGE_TYPE(message) == GST_MESSAGE_ERROR) {
+            failure = errorText(message);
+        }
+        const bool eos = message && GST_MESSAGE_TYPE(message) == GST_MESSAGE_EOS;
+        if (message)
+            gst_message_unref(message);
+        if (failure || eos)
             break;
-        if (!message)
-            continue;
-        const bool eos = GST_MESSAGE_TYPE(message) == GST_MESSAGE_EOS;
-        gst_message_unref(message);
-        if (!eos)
-            break;
-        finished = true;
     }
     gst_element_set_state(bake.pipeline, GST_STATE_NULL);
-    return finished && bake.sawVideo && !bake.failed && syncToDisk(output);
+    if (failure)
+        return failure;
+    if (!bake.sawVideo)
+        return "the clip has no video";
+    if (!syncToDisk(output))
+        return "the new clip could not be written to disk";
+    return std::nullopt;
 }
 
 } // namespace
 
+std::optional<std::string> VideoRedactor::render(const std::vector<RedactShape>& shapes,
+                                                 const fs::path& output, const fs::path& source,
+                                                 const RedactStyle& style,
+                                                 const std::function<void(double)>& progress,
+                                                 const std::atomic<bool>* cancel) {
+    auto failure = runBake(shapes, output, source, style, progress, cancel);
+    if (failure) {
+        std::error_code ignored;
+        fs::remove(output, ignored);
+    }
+    return failure;
+}
+
 bool VideoRedactor::bake(const std::vector<RedactShape>& shapes, const fs::path& destination,
                          const fs::path& source, const RedactStyle& style,
                          const std::function<void(double)>& progress,
-                         const std::atomic<bool>* cancel) {
+                         const std::atomic<bool>* cancel, std::string* why) {
     const fs::path output = destination.parent_path() / (".bake-" + newUUIDString() + ".mov");
+    auto failure = render(shapes, output, source, style, progress, cancel);
     std::error_code error;
-    if (!runBake(shapes, output, source, style, progress, cancel)) {
-        fs::remove(output, error);
-        return false;
+    if (!failure) {
+        fs::rename(output, destination, error);
+        if (error) {
+            failure = "the new clip could not take the old one's place: " + error.message();
+            fs::remove(output, error);
+        } else {
+            FileOps::syncFolder(destination.parent_path());
+        }
     }
-    fs::rename(output, destination, error);
-    if (error) {
-        fs::remove(output, error);
+    if (failure) {
+        if (why)
+            *why = *failure;
         return false;
     }
     if (progress)

@@ -9,6 +9,8 @@
 #include <filesystem>
 #include <functional>
 #include <memory>
+#include <optional>
+#include <string>
 #include <vector>
 
 namespace varnel {
@@ -39,10 +41,20 @@ public:
     // copied as it is. The new clip is written beside the destination as ".bake-<UUID>.mov" and
     // replaces it only when complete; otherwise that file is removed and the destination stays
     // as it was. Blocks until done; `progress` gets 0..1, and setting `cancel` stops the bake.
+    // `why` gets the reason of a failure.
     static bool bake(const std::vector<RedactShape>& shapes,
                      const std::filesystem::path& destination, const std::filesystem::path& source,
                      const RedactStyle& style, const std::function<void(double)>& progress = {},
-                     const std::atomic<bool>* cancel = nullptr);
+                     const std::atomic<bool>* cancel = nullptr, std::string* why = nullptr);
+
+    // The re-encoding alone: writes the new clip to `output` (a new file, flushed to disk) and
+    // returns none, or removes it and returns why it failed.
+    static std::optional<std::string> render(const std::vector<RedactShape>& shapes,
+                                             const std::filesystem::path& output,
+                                             const std::filesystem::path& source,
+                                             const RedactStyle& style,
+                                             const std::function<void(double)>& progress = {},
+                                             const std::atomic<bool>* cancel = nullptr);
 };
 
 } // namespace varnel

@@ -32,14 +32,6 @@ void writeAll(int fd, std::string_view bytes, const fs::path& file) {
     }
 }
 
-void syncFolder(const fs::path& folder) {
-    const int fd = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (fd >= 0) {
-        ::fsync(fd);
-        ::close(fd);
-    }
-}
-
 // Says so when a copy failed for want of space: file systems report that as ENOSPC, EDQUOT or,
 // through some copy paths, as a bare I/O error.
 std::optional<std::string> diskFull(const fs::path& from, const fs::path& to,
@@ -59,6 +51,14 @@ std::optional<std::string> diskFull(const fs::path& from, const fs::path& to,
 }
 
 } // namespace
+
+void syncFolder(const fs::path& folder) {
+    const int fd = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fd >= 0) {
+        ::fsync(fd);
+        ::close(fd);
+    }
+}
 
 std::optional<std::string> readIfExists(const fs::path& file) {
     std::error_code statError;
@@ -149,6 +149,31 @@ void copy(const fs::path& from, const fs::path& to) {
             throw FileError("copy", from, *full);
         throw FileError("copy", from, ec);
     }
+}
+
+void copyDurably(const fs::path& from, const fs::path& to) {
+    const fs::path temp =
+        to.parent_path() / ("." + to.filename().string() + "." + newUUIDString() + ".tmp");
+    std::error_code ec;
+    fs::copy_file(from, temp, fs::copy_options::none, ec);
+    if (ec) {
+        fs::remove(temp, ec);
+        throw FileError("copy", from, ec);
+    }
+    const int fd = ::open(temp.c_str(), O_RDONLY | O_CLOEXEC);
+    const bool flushed = fd >= 0 && ::fsync(fd) == 0;
+    const auto error = lastError();
+    if (fd >= 0)
+        ::close(fd);
+    try {
+        if (!flushed)
+            throw FileError("copy to", to, error);
+        FileOps::move(temp, to);
+    } catch (...) {
+        ::unlink(temp.c_str());
+        throw;
+    }
+    syncFolder(to.parent_path());
 }
 
 void remove(const fs::path& path) {

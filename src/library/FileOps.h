@@ -21,8 +21,15 @@ void writeAtomically(const fs::path& file, std::string_view bytes);
 // across file systems.
 void move(const fs::path& from, const fs::path& to);
 
+// Flushes a folder's entries (names made, renamed or removed) to disk; failures are ignored.
+void syncFolder(const fs::path& folder);
+
 // Copies a file or a folder tree; never replaces an existing item.
 void copy(const fs::path& from, const fs::path& to);
+
+// Copies a file through a temporary file that is flushed to disk before it takes the new
+// name, so that a power cut leaves either no copy or a whole one. Never replaces `to`.
+void copyDurably(const fs::path& from, const fs::path& to);
 
 // Removes a file or a folder tree; a missing item is not an error.
 void remove(const fs::path& path);

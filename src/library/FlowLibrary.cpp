@@ -1,11 +1,16 @@
 #include "library/FlowLibrary.h"
 
 #include "editing/VideoRedactor.h"
+#include "library/Errors.h"
 #include "library/FileOps.h"
+#include "library/Uuid.h"
 #include "organization/CategorySuggestions.h"
 
 #include <QDebug>
 #include <QPointer>
+
+#include <fcntl.h>
+#include <unistd.h>
 
 namespace varnel {
 
@@ -36,8 +41,11 @@ void FlowLibrary::setRoot(const std::filesystem::path& root) {
     ocrIndex_.clear();
     mediaIndex_.clear();
     textSearchStale_ = true;
+    // Saves still running belong to the old library; they end without a trace in this one.
+    clipSaves_.clear();
     store_ = FlowStore(root);
     open();
+    emit clipSaveProblemsChanged();
 }
 
 void FlowLibrary::reload() {
@@ -70,8 +78,13 @@ const FlowMeta& FlowLibrary::meta(const std::string& folderName) {
 }
 
 ThumbEdits FlowLibrary::screensChanged(ThumbEdits edits) {
-    if (!edits.empty())
-        emit thumbnailsChanged(edits);
+    if (edits.empty())
+        return edits;
+    const std::size_t problems = clipSaves_.problems().size();
+    clipSaves_.follow(edits);
+    emit thumbnailsChanged(edits);
+    if (clipSaves_.problems().size() != problems)
+        emit clipSaveProblemsChanged();
     return edits;
 }
 
@@ -90,11 +103,15 @@ void FlowLibrary::deleteFlow(const std::string& folderName) {
 }
 
 std::string FlowLibrary::saveMeta(const std::string& folderName, const FlowMeta& meta) {
-    return mutate([&] { return store_.saveMeta(folderName, meta); });
+    std::string now = mutate([&] { return store_.saveMeta(folderName, meta); });
+    clipSaves_.followFlow(folderName, now);
+    return now;
 }
 
 std::string FlowLibrary::renameFlow(const std::string& folderName, const std::string& newName) {
-    return mutate([&] { return store_.renameFlow(folderName, newName); });
+    std::string now = mutate([&] { return store_.renameFlow(folderName, newName); });
+    clipSaves_.followFlow(folderName, now);
+    return now;
 }
 
 void FlowLibrary::renameScreen(const std::string& folderName, const std::string& filename,
@@ -105,7 +122,9 @@ void FlowLibrary::renameScreen(const std::string& folderName, const std::string&
 std::string FlowLibrary::moveFlow(const std::string& folderName,
                                   const std::optional<std::string>& application,
                                   const std::optional<std::string>& categoryL1) {
-    return mutate([&] { return store_.moveFlow(folderName, application, categoryL1); });
+    std::string now = mutate([&] { return store_.moveFlow(folderName, application, categoryL1); });
+    clipSaves_.followFlow(folderName, now);
+    return now;
 }
 
 void FlowLibrary::moveCategory(const std::string& name, const std::optional<std::string>& before) {
@@ -216,13 +235,15 @@ bool FlowLibrary::hasOriginal(const std::string& folderName, const std::string& 
 
 bool FlowLibrary::saveEdits(const std::string& folderName, const std::string& filename,
                             const std::vector<RedactShape>& shapes, const RedactStyle& style,
-                            const std::vector<PatchDraft>& drafts) {
+                            const std::vector<PatchDraft>& drafts, std::string* why) {
     bool saved = true;
     try {
         mutate([&] { ScreenEdits::save(store_, folderName, filename, shapes, style, drafts); });
     } catch (const std::exception& e) {
         qWarning("Saving the edits of %s/%s stopped: %s", folderName.c_str(), filename.c_str(),
                  e.what());
+        if (why)
+            *why = e.what();
         saved = false;
     }
     screenFileChanged(folderName, filename);
@@ -230,15 +251,29 @@ bool FlowLibrary::saveEdits(const std::string& folderName, const std::string& fi
 }
 
 bool FlowLibrary::revertScreen(const std::string& folderName, const std::string& filename) {
+    if (isSavingClip(folderName, filename)) {
+        // The bake would land on the reverted clip and leave it without its original.
+        qWarning("Not reverting %s/%s while its zones are being saved", folderName.c_str(),
+                 filename.c_str());
+        return false;
+    }
     bool reverted = true;
     try {
         mutate([&] { ScreenEdits::revert(store_, folderName, filename); });
+        if (clipSaves_.discard({folderName, filename}))
+            emit clipSaveProblemsChanged();
     } catch (const std::exception& e) {
         qWarning("Reverting %s/%s stopped: %s", folderName.c_str(), filename.c_str(), e.what());
         reverted = false;
     }
     screenFileChanged(folderName, filename);
     return reverted;
+}
+
+void FlowLibrary::discardClipSaveProblem(const std::string& folderName,
+                                         const std::string& filename) {
+    if (clipSaves_.discard({folderName, filename}))
+        emit clipSaveProblemsChanged();
 }
 
 void FlowLibrary::saveVideoEdits(const std::string& folderName, const std::string& filename,
@@ -251,19 +286,41 @@ void FlowLibrary::saveVideoEdits(const std::string& folderName, const std::strin
             done(reverted);
         return;
     }
-    std::filesystem::path source, destination;
+    std::filesystem::path source;
+    std::vector<RedactShape> zones;
     try {
         if (readOnly_)
             throw LibraryError("The library is open read-only: " + *readOnly_);
+        if (isSavingClip(folderName, filename))
+            throw LibraryError("The clip’s zones are already being saved.");
+        zones = zonesOnPicture(shapes);
+        requireFinite(style);
         source = ScreenEdits::prepareClip(store_, folderName, filename);
-        destination = store_.screenURL(folderName, filename);
     } catch (const std::exception& e) {
         qWarning("Can't save the clip %s/%s: %s", folderName.c_str(), filename.c_str(), e.what());
+        clipSaves_.addProblem({{folderName, filename}, shapes, style, e.what()});
+        emit clipSaveProblemsChanged();
         if (done)
             done(false);
         return;
     }
-    ++videoSaves_;
+    // The original is opened now: renumbering may give its name to another clip's original
+    // before the worker gets to it.
+    const int sourceFd = ::open(source.c_str(), O_RDONLY | O_CLOEXEC);
+    if (sourceFd < 0) {
+        clipSaves_.addProblem(
+            {{folderName, filename}, shapes, style, "The clip’s original copy can’t be read."});
+        emit clipSaveProblemsChanged();
+        if (done)
+            done(false);
+        return;
+    }
+    source = "/proc/self/fd/" + std::to_string(sourceFd);
+    // Written at the library's root, so that renaming or moving the flow meanwhile can't take
+    // the half-made file with it.
+    const std::filesystem::path output = root() / (".bake-" + newUUIDString() + ".mov");
+    const std::uint64_t save = clipSaves_.begin({folderName, filename});
+    const std::filesystem::path libraryRoot = root();
     QPointer<FlowLibrary> self(this);
     auto cancel = cancelVideo_;
     videoPool_.start([=, this] {
@@ -271,29 +328,93 @@ void FlowLibrary::saveVideoEdits(const std::string& folderName, const std::strin
             if (progress)
                 QMetaObject::invokeMethod(this, [progress, fraction] { progress(fraction); });
         };
-        const bool baked =
-            VideoRedactor::bake(shapes, destination, source, style, report, cancel.get());
+        auto failure = VideoRedactor::render(zones, output, source, style, report, cancel.get());
+        ::close(sourceFd);
         QMetaObject::invokeMethod(this, [=, this] {
-            if (!self)
+            if (!self || self->root() != libraryRoot) {
+                std::error_code ignored;
+                std::filesystem::remove(output, ignored);
+                if (self)
+                    emit notice(tr("The zones of a clip in the library you left were not saved."));
+                if (self && done)
+                    done(false);
                 return;
-            --videoSaves_;
-            bool saved = baked;
-            if (baked) {
-                try {
-                    mutate([&] {
-                        ScreenEdits::recordClip(store_, folderName, filename, shapes, style);
-                    });
-                } catch (const std::exception& e) {
-                    qWarning("The clip %s/%s was baked but its zones weren't recorded: %s",
-                             folderName.c_str(), filename.c_str(), e.what());
-                    saved = false;
-                }
-                screenFileChanged(folderName, filename);
             }
+            const bool saved = finishClipSave(save, output, zones, style, failure);
             if (done)
                 done(saved);
         });
     });
+}
+
+void FlowLibrary::restoreFromOriginal(const std::string& folderName, const std::string& filename) {
+    const auto screen = store_.screenURL(folderName, filename);
+    const auto original = ScreenEdits::editingSource(store_, folderName, filename);
+    if (original == screen)
+        return;
+    const auto copy = root() / (".restore-" + newUUIDString() + ".mov");
+    try {
+        FileOps::copyDurably(original, copy);
+        std::filesystem::rename(copy, screen);
+        FileOps::syncFolder(screen.parent_path());
+    } catch (const std::exception& e) {
+        std::error_code ignored;
+        std::filesystem::remove(copy, ignored);
+        qWarning("The clip %s/%s couldn't be put back from its original: %s", folderName.c_str(),
+                 filename.c_str(), e.what());
+    }
+}
+
+// Runs on the main thread, where every screen operation runs: the clip is where the save's
+// bookkeeping says, and stays there until the new file has taken its place.
+bool FlowLibrary::finishClipSave(std::uint64_t save, const std::filesystem::path& output,
+                                 const std::vector<RedactShape>& shapes, const RedactStyle& style,
+                                 std::optional<std::string> failure) {
+    const auto where = clipSaves_.screenOf(save);
+    clipSaves_.end(save);
+    std::error_code ignored;
+    if (!where) {
+        std::filesystem::remove(output, ignored);
+        emit notice(tr("A clip was deleted while its zones were being saved; they were not "
+                       "saved."));
+        return false;
+    }
+    if (!failure) {
+        try {
+            mutate([&] {
+                const FlowMeta current = store_.meta(where->folder);
+                if (!current.screen(where->filename))
+                    throw LibraryError("The clip is no longer in its flow.");
+                const auto destination = store_.screenURL(where->folder, where->filename);
+                std::error_code error;
+                std::filesystem::rename(output, destination, error);
+                if (error)
+                    throw FileError("replace", destination, error);
+                FileOps::syncFolder(destination.parent_path());
+                try {
+                    ScreenEdits::recordClip(store_, where->folder, where->filename, shapes, style);
+                } catch (...) {
+                    // Zones baked but not recorded: the untouched clip goes back in place.
+                    restoreFromOriginal(where->folder, where->filename);
+                    throw;
+                }
+            });
+        } catch (const std::exception& e) {
+            failure = e.what();
+        }
+    }
+    std::filesystem::remove(output, ignored);
+    if (failure) {
+        qWarning("The clip %s/%s wasn't saved: %s", where->folder.c_str(), where->filename.c_str(),
+                 failure->c_str());
+        clipSaves_.addProblem({*where, shapes, style, *failure});
+        emit clipSaveProblemsChanged();
+        return false;
+    }
+    if (clipSaves_.discard(*where))
+        emit clipSaveProblemsChanged();
+    screenFileChanged(where->folder, where->filename);
+    return true;
 }
 
 std::vector<ScreenComment> FlowLibrary::comments(const std::string& folderName,

@@ -6,6 +6,7 @@
 #include "comments/ScreenComment.h"
 #include "editing/ScreenEdits.h"
 #include "figma/FigmaPublishPersistence.h"
+#include "library/ClipSaves.h"
 #include "library/FlowMeta.h"
 #include "library/FlowStore.h"
 #include "library/FlowSummary.h"
@@ -92,16 +93,31 @@ public:
     std::filesystem::path editingSourceURL(const std::string& folderName,
                                            const std::string& filename) const;
     bool hasOriginal(const std::string& folderName, const std::string& filename) const;
+    // False on failure, with the reason in `why`.
     bool saveEdits(const std::string& folderName, const std::string& filename,
                    const std::vector<RedactShape>& shapes, const RedactStyle& style,
-                   const std::vector<PatchDraft>& drafts);
+                   const std::vector<PatchDraft>& drafts, std::string* why = nullptr);
     bool revertScreen(const std::string& folderName, const std::string& filename);
     // Re-encodes a clip with its zones on a worker thread; `progress` (0..1) and `done` (the
-    // result) are called on this thread. With no zones the save is a revert.
+    // result) are called on this thread. With no zones the save is a revert. The new clip lands
+    // on the screen the zones were drawn on, wherever renumbering or moving took it meanwhile,
+    // and is dropped if it was deleted. A failure is kept as a clip save problem, zones and
+    // all, until the clip is saved or the problem discarded.
     void saveVideoEdits(const std::string& folderName, const std::string& filename,
                         const std::vector<RedactShape>& shapes, const RedactStyle& style,
                         std::function<void(double)> progress, std::function<void(bool)> done);
-    bool isSavingVideo() const { return videoSaves_ > 0; }
+    bool isSavingVideo() const { return !clipSaves_.empty(); }
+    bool isSavingClip(const std::string& folderName, const std::string& filename) const {
+        return clipSaves_.isSaving({folderName, filename});
+    }
+    const std::vector<ClipSaves::Problem>& clipSaveProblems() const {
+        return clipSaves_.problems();
+    }
+    std::optional<ClipSaves::Problem> clipSaveProblem(const std::string& folderName,
+                                                      const std::string& filename) const {
+        return clipSaves_.problem({folderName, filename});
+    }
+    void discardClipSaveProblem(const std::string& folderName, const std::string& filename);
 
     // Comment pins of a still screen; a missing flow or screen has none. A failed save is
     // dropped: the reload shows what was really saved.
@@ -177,6 +193,10 @@ signals:
     void thumbnailsChanged(const varnel::ThumbEdits& edits);
     // A publish stored the threads it pulled from Figma.
     void figmaThreadsRefreshed(const QString& folderName);
+    // A clip save failed or was dropped, or a problem was discarded.
+    void clipSaveProblemsChanged();
+    // Something to tell the user that no screen is left to show it on.
+    void notice(const QString& text);
 
 private:
     void screenFileChanged(const std::string& folderName, const std::string& filename);
@@ -193,7 +213,11 @@ private:
     std::map<std::string, FlowMeta> metaCache_;
     QThreadPool videoPool_;
     std::shared_ptr<std::atomic<bool>> cancelVideo_ = std::make_shared<std::atomic<bool>>(false);
-    int videoSaves_ = 0;
+    ClipSaves clipSaves_;
+    void restoreFromOriginal(const std::string& folderName, const std::string& filename);
+    bool finishClipSave(std::uint64_t save, const std::filesystem::path& output,
+                        const std::vector<RedactShape>& shapes, const RedactStyle& style,
+                        std::optional<std::string> failure);
 
     void startOCRPass();
     void finishOCRPass(unsigned generation);

@@ -1,8 +1,37 @@
 #include "library/FlowMeta.h"
 
+#include "library/ScreenFiles.h"
+
 #include <algorithm>
+#include <set>
 
 namespace varnel {
+
+namespace {
+
+// A patch entry is kept only when it names a patch file that no screen, original copy or
+// earlier entry of the flow claims: saving and reverting remove the files the entries name.
+void settlePatchEntries(std::vector<ScreenRef>& screens) {
+    std::set<std::string> claimed;
+    for (const auto& screen : screens) {
+        claimed.insert(screen.filename);
+        claimed.insert(ScreenFiles::originalFilename(screen.filename));
+    }
+    for (auto& screen : screens) {
+        if (!screen.patches)
+            continue;
+        std::erase_if(*screen.patches, [&](const RedactPatch& patch) {
+            if (ScreenFiles::isPatchFileName(patch.file) && claimed.insert(patch.file).second)
+                return false;
+            screen.refusedPatches.push_back(patch.file);
+            return true;
+        });
+        if (screen.patches->empty() && !screen.refusedPatches.empty())
+            screen.patches.reset();
+    }
+}
+
+} // namespace
 
 FlowMeta FlowMeta::fromJson(const Json& json) {
     using namespace coding;
@@ -17,6 +46,7 @@ FlowMeta FlowMeta::fromJson(const Json& json) {
     m.width = requireInteger(json, "width");
     m.height = requireInteger(json, "height");
     m.screens = requireArray<ScreenRef>(json, "screens", &ScreenRef::fromJson);
+    settlePatchEntries(m.screens);
     m.preservesWhenEmpty = optionalBool(json, "preservesWhenEmpty");
     m.figmaFileURL = optionalString(json, "figmaFileURL");
     m.figmaPendingDeletes = optionalStrings(json, "figmaPendingDeletes");

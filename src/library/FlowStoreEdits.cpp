@@ -29,6 +29,15 @@ template <typename T> std::optional<std::vector<T>> nonEmpty(std::vector<T> item
 void FlowStore::setEdits(std::string_view folderName, const std::string& filename,
                          std::vector<RedactShape> shapes, std::optional<RedactStyle> style,
                          std::vector<RedactPatch> patches) {
+    shapes = zonesOnPicture(shapes);
+    if (style)
+        requireFinite(*style);
+    for (auto& patch : patches) {
+        const auto rect = clampedToPicture(patch.rect);
+        if (!rect)
+            throw LibraryError("A clone patch has a position or size that isn’t usable.");
+        patch.rect = *rect;
+    }
     FlowMeta m = meta(folderName);
     ScreenRef& screen = requireScreen(m, folderName, filename);
     screen.redactions = nonEmpty(std::move(shapes));

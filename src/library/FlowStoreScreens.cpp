@@ -62,12 +62,6 @@ void requireDistinct(const FlowMeta& meta, std::string_view folderName) {
     }
 }
 
-// The part of a patch file's name after its screen's stem, such as ".patch-<UUID>.png".
-std::string patchSuffix(const std::string& patchFile) {
-    const auto at = patchFile.find(".patch-");
-    return at == std::string::npos ? ".patch-" + newUUIDString() + ".png" : patchFile.substr(at);
-}
-
 // A pin copied or moved to another place is a new, unpublished pin there.
 void unpublish(ScreenRef& ref, bool newIds) {
     if (ref.comments) {
@@ -118,6 +112,19 @@ ThumbEdits FlowStore::renumberScreens(std::string_view folderName) {
         const std::string oldOriginal = ScreenFiles::originalFilename(old);
         if (FileOps::exists(flowDir / oldOriginal))
             moves.push_back({oldOriginal, ScreenFiles::originalFilename(now)});
+    }
+    // Patch files follow their screen's number, also those an older version left behind.
+    for (std::size_t i = 0; i < count; ++i) {
+        if (!m.screens[i].patches)
+            continue;
+        for (auto& patch : *m.screens[i].patches) {
+            if (ScreenFiles::isPatchOf(patch.file, after[i]))
+                continue;
+            const std::string renamed = ScreenFiles::patchRenamed(patch.file, after[i]);
+            if (FileOps::exists(flowDir / patch.file))
+                moves.push_back({patch.file, renamed});
+            patch.file = renamed;
+        }
     }
 
     std::set<std::string> sources;
@@ -468,9 +475,9 @@ ThumbEdits FlowStore::moveScreens(std::string_view sourceFolder,
             for (auto& patch : *ref.patches) {
                 if (!LibraryLayout::isSafeFileName(patch.file))
                     continue;
-                std::string newPatch = ScreenFiles::stem(newName) + patchSuffix(patch.file);
+                std::string newPatch = ScreenFiles::patchRenamed(patch.file, newName);
                 if (!claimed.insert(newPatch).second) {
-                    newPatch = ScreenFiles::stem(newName) + ".patch-" + newUUIDString() + ".png";
+                    newPatch = ScreenFiles::newPatchName(newName);
                     claimed.insert(newPatch);
                 }
                 relocations.push_back({patch.file, newPatch});
@@ -561,8 +568,7 @@ ThumbEdits FlowStore::duplicateScreens(std::string_view folderName,
             for (auto& patch : *copy.patches) {
                 if (!LibraryLayout::isSafeFileName(patch.file))
                     continue;
-                const std::string newPatch =
-                    ScreenFiles::stem(newName) + ".patch-" + newUUIDString() + ".png";
+                const std::string newPatch = ScreenFiles::newPatchName(newName);
                 copies.push_back({patch.file, newPatch});
                 patch.file = newPatch;
             }

@@ -52,6 +52,14 @@ void checkFlow(const FlowStore& store, const FlowSummary& summary,
             problem("screen " + std::to_string(i + 1) + " is named “" + screen.filename + "”");
         if (!FileOps::exists(flowDir / screen.filename))
             problem("the screen file “" + screen.filename + "” is missing");
+        for (const auto& refused : screen.refusedPatches)
+            problem(refused.empty()
+                        ? "the screen “" + screen.filename + "” lists a patch with no usable place"
+                        : "the screen “" + screen.filename + "” lists “" + refused +
+                              "” as its patch, which is not a patch file of its own");
+        if (screen.refusedZones > 0)
+            problem("the screen “" + screen.filename + "” lists " +
+                    std::to_string(screen.refusedZones) + " blur zone(s) with no usable place");
         for (const auto& patch : screen.patches.value_or(std::vector<RedactPatch>{})) {
             if (!LibraryLayout::isSafeFileName(patch.file))
                 problem("unsafe patch file name “" + patch.file + "”");

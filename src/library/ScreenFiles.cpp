@@ -1,5 +1,7 @@
 #include "library/ScreenFiles.h"
 
+#include "library/Uuid.h"
+
 #include <algorithm>
 #include <cctype>
 #include <charconv>
@@ -89,9 +91,57 @@ std::string claimScreenName(std::set<std::string>& claimed, std::string_view ext
     }
 }
 
+namespace {
+
+constexpr std::string_view kPatchMark = ".patch-";
+constexpr std::string_view kPatchExtension = ".png";
+
+bool isUuid(std::string_view text) {
+    if (text.size() != 36)
+        return false;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const char c = text[i];
+        const bool dash = i == 8 || i == 13 || i == 18 || i == 23;
+        if (dash ? c != '-' : !std::isxdigit(static_cast<unsigned char>(c)))
+            return false;
+    }
+    return true;
+}
+
+// The stem a patch name was made for, or none when it isn't a patch name.
+std::optional<std::string_view> patchStem(std::string_view name) {
+    const std::size_t suffix = kPatchMark.size() + 36 + kPatchExtension.size();
+    if (name.size() <= suffix || !name.ends_with(kPatchExtension))
+        return std::nullopt;
+    const std::string_view stemPart = name.substr(0, name.size() - suffix);
+    const std::string_view rest = name.substr(stemPart.size());
+    if (!rest.starts_with(kPatchMark) || !isUuid(rest.substr(kPatchMark.size(), 36)) ||
+        stemPart.find('/') != std::string_view::npos || stemPart == "." || stemPart == "..")
+        return std::nullopt;
+    return stemPart;
+}
+
+} // namespace
+
+bool isPatchFileName(std::string_view name) {
+    return patchStem(name).has_value();
+}
+
 bool isPatchOf(std::string_view patchFile, std::string_view screenFilename) {
-    const std::string prefix = stem(screenFilename) + ".patch-";
-    return patchFile.starts_with(prefix);
+    const auto owner = patchStem(patchFile);
+    return owner && *owner == stem(screenFilename);
+}
+
+std::string newPatchName(std::string_view screenFilename) {
+    return stem(screenFilename) + std::string(kPatchMark) + newUUIDString() +
+           std::string(kPatchExtension);
+}
+
+std::string patchRenamed(std::string_view patchFile, std::string_view screenFilename) {
+    const auto owner = patchStem(patchFile);
+    if (!owner)
+        return newPatchName(screenFilename);
+    return stem(screenFilename) + std::string(patchFile.substr(owner->size()));
 }
 
 } // namespace varnel::ScreenFiles

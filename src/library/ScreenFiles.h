@@ -33,7 +33,13 @@ std::string renumberedName(std::size_t position, std::size_t count, std::string_
 // A screen name not in `claimed`, numbered after the highest in use there; it is claimed.
 std::string claimScreenName(std::set<std::string>& claimed, std::string_view extension);
 
+// A patch image's name: a screen's stem, ".patch-", a UUID and ".png".
+bool isPatchFileName(std::string_view name);
 // Patch images belong to their screen: "03.patch-<UUID>.png" belongs to 03.png.
 bool isPatchOf(std::string_view patchFile, std::string_view screenFilename);
+// A new patch file name for a screen.
+std::string newPatchName(std::string_view screenFilename);
+// The same patch under another screen: its UUID is kept.
+std::string patchRenamed(std::string_view patchFile, std::string_view screenFilename);
 
 } // namespace varnel::ScreenFiles

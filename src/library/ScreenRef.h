@@ -25,6 +25,11 @@ struct ScreenRef {
     std::optional<std::vector<ScreenComment>> comments;
     std::optional<std::vector<FigmaThread>> figmaThreads;
     Json unknown = Json::object(); // keys of newer versions, written back as read
+    // What reading left out because acting on it could harm other files or the flow: patch
+    // entries that don't name a patch file of their own, zones without a usable rectangle.
+    // Never written back.
+    std::vector<std::string> refusedPatches;
+    int refusedZones = 0;
 
     bool operator==(const ScreenRef&) const = default;
 

@@ -583,17 +583,21 @@ void EditorCanvas::keyPressEvent(QKeyEvent* event) {
     const double sy = step / picture_.height();
     switch (event->key()) {
     case Qt::Key_Left:
-        state_.moveSelection(-sx, 0);
-        break;
     case Qt::Key_Right:
-        state_.moveSelection(sx, 0);
-        break;
     case Qt::Key_Up:
-        state_.moveSelection(0, -sy);
+    case Qt::Key_Down: {
+        const int key = event->key();
+        state_.moveSelection(key == Qt::Key_Left    ? -sx
+                             : key == Qt::Key_Right ? sx
+                                                    : 0,
+                             key == Qt::Key_Up     ? -sy
+                             : key == Qt::Key_Down ? sy
+                                                   : 0);
+        // A moved patch changes the pixels the zones frost, as a drag's end does.
+        if (state_.patchSelection())
+            emit patchesSettled();
         break;
-    case Qt::Key_Down:
-        state_.moveSelection(0, sy);
-        break;
+    }
     case Qt::Key_Delete:
     case Qt::Key_Backspace: {
         const bool patch = state_.patchSelection().has_value();

@@ -1,4 +1,5 @@
 #include "ui/MainWindow.h"
+#include "ui/ClipSaveBanner.h"
 #include "ui/ScreenEditor.h"
 
 #include "text/LibrarySearch.h"
@@ -73,6 +74,8 @@ MainWindow::MainWindow(FlowLibrary& library, AppSettings& settings, QWidget* par
                                    "border-bottom: 1px solid #e0c36a; }");
     readOnlyBanner_->hide();
     column->addWidget(readOnlyBanner_);
+    clipSaveBanner_ = new ClipSaveBanner(galleryColumn);
+    column->addWidget(clipSaveBanner_);
     column->addWidget(gallery_, 1);
     figmaBar_ = new FigmaFlowBar(library_, *figma_, galleryColumn);
     column->addWidget(figmaBar_);
@@ -125,6 +128,19 @@ MainWindow::MainWindow(FlowLibrary& library, AppSettings& settings, QWidget* par
         }
     });
     connect(&library_, &FlowLibrary::changed, this, &MainWindow::refresh);
+    connect(&library_, &FlowLibrary::clipSaveProblemsChanged, this,
+            &MainWindow::showClipSaveProblems);
+    connect(&library_, &FlowLibrary::notice, this,
+            [this](const QString& text) { statusBar()->showMessage(text, 10000); });
+    connect(clipSaveBanner_, &ClipSaveBanner::discard, this,
+            [this](const QString& folder, const QString& file) {
+                library_.discardClipSaveProblem(folder.toStdString(), file.toStdString());
+            });
+    connect(clipSaveBanner_, &ClipSaveBanner::reopen, this,
+            [this](const QString& folder, const QString& file) {
+                gallery_->selectScreen({folder.toStdString(), file.toStdString()});
+                editScreen();
+            });
     connect(search_, &QLineEdit::textChanged, this, &MainWindow::rebuildGallery);
     connect(media_, &QComboBox::currentIndexChanged, this, [this](int index) {
         settings_.setMediaFilter(static_cast<MediaFilter>(index));
@@ -547,6 +563,19 @@ void MainWindow::showSettings() {
     window->show();
     window->raise();
     window->activateWindow();
+}
+
+} // namespace varnel
+
+namespace varnel {
+
+void MainWindow::showClipSaveProblems() {
+    clipSaveBanner_->setProblems(library_.clipSaveProblems(), [this](const std::string& folder) {
+        for (const auto& flow : library_.summaries())
+            if (flow.folderName == folder)
+                return QString::fromStdString(flow.name);
+        return QString::fromStdString(folder);
+    });
 }
 
 } // namespace varnel

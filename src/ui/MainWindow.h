@@ -27,6 +27,7 @@ namespace varnel {
 class AppSettings;
 class CaptureWindow;
 class DeviceManager;
+class ClipSaveBanner;
 class FigmaFlowBar;
 class FigmaServices;
 class FlowLibrary;
@@ -133,6 +134,8 @@ private:
     QLabel* status_;
     QPushButton* repairs_;
     QLabel* readOnlyBanner_ = nullptr;
+    ClipSaveBanner* clipSaveBanner_ = nullptr;
+    void showClipSaveProblems();
     // Every command that changes the library, disabled while it is open read-only.
     std::vector<QAction*> changingActions_;
     QSlider* sizeSlider_;

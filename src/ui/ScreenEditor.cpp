@@ -331,6 +331,10 @@ void ScreenEditor::load(std::size_t index) {
             patches.push_back({newUUIDString(), draft.image, draft.rect});
     }
     state_.load(records.shapes, std::move(patches));
+    // Zones whose bake failed after the editor had closed come back, still to be saved.
+    const auto unsaved = library_.clipSaveProblem(folder_, filename_);
+    if (unsaved)
+        state_.restoreShapes(unsaved->shapes);
     frostKey_.clear();
     frostedFrame_ = nullptr;
 
@@ -367,6 +371,9 @@ void ScreenEditor::load(std::size_t index) {
     showTitle();
     updateClipBar();
     updateActions();
+    if (unsaved)
+        statusBar()->showMessage(
+            tr("These zones weren't saved: %1").arg(QString::fromStdString(unsaved->reason)));
 }
 
 const FlowMeta* ScreenEditor::flowMeta() const {
@@ -638,13 +645,15 @@ void ScreenEditor::save() {
         std::vector<PatchDraft> drafts;
         for (const auto& patch : state_.patches())
             drafts.push_back({patch.image, patch.rect});
-        if (library_.saveEdits(folder_, filename_, state_.shapes(), style_, drafts)) {
+        std::string why;
+        if (library_.saveEdits(folder_, filename_, state_.shapes(), style_, drafts, &why)) {
             state_.markSaved();
             flashSaved();
         } else {
+            // The reason says what became of the file on disk.
             showError(this, tr("The screen couldn't be saved."),
-                      tr("The file on disk is as it was before. Your edits are still here — try "
-                         "saving again."));
+                      QString::fromStdString(why) + " " +
+                          tr("Your edits are still here — try saving again."));
         }
         updateActions();
         return;
@@ -675,11 +684,14 @@ void ScreenEditor::save() {
                 self->showClipFrame();
                 self->updateClipBar();
             } else if (!ok) {
+                const auto problem = self->library_.clipSaveProblem(folder, file);
+                const QString reason =
+                    problem ? QString::fromStdString(problem->reason) + "\n\n" : QString();
                 auto* alert =
                     new QMessageBox(QMessageBox::Warning, tr("The video couldn't be saved."),
                                     tr("The video couldn't be saved."), QMessageBox::Ok, self);
-                alert->setInformativeText(tr("The clip on disk is unchanged. Your zones are still "
-                                             "here — try saving again."));
+                alert->setInformativeText(reason + tr("The clip on disk is unchanged. Your zones "
+                                                      "are still here — try saving again."));
                 alert->setAttribute(Qt::WA_DeleteOnClose);
                 alert->open();
             }

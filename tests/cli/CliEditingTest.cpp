@@ -78,7 +78,9 @@ TEST_F(CliEditingTest, RefusesBadZonesAndUnknownScreens) {
          {std::vector<std::string>{"redact", folder, "01.png"},
           {"redact", folder, "01.png", "--zone", "square:0,0,1,1"},
           {"redact", folder, "01.png", "--zone", "rect:0,0,1"},
-          {"redact", folder, "01.png", "--zone", "rect:0.5,0,0.6,1"},
+          {"redact", folder, "01.png", "--zone", "rect:nan,0,0.5,0.5"},
+          {"redact", folder, "01.png", "--zone", "rect:0,0,inf,0.5"},
+          {"redact", folder, "01.png", "--zone", "rect:1.5,0,0.5,0.5"},
           {"redact", folder, "01.png", "--zone", "rect:0,0,0,1"},
           {"redact", folder, "01.png", "--zone", "rect:0,0,1,1", "--preset", "sepia"},
           {"revert", folder}})
@@ -89,6 +91,17 @@ TEST_F(CliEditingTest, RefusesBadZonesAndUnknownScreens) {
     EXPECT_EQ(missing.code, cli::kFailed);
     EXPECT_NE(missing.err.find("07.png"), std::string::npos) << missing.err;
     EXPECT_EQ(cli::parseZone("ellipse:0.1,0.2,0.3,0.4").kind, RedactShape::Kind::ellipse);
+    EXPECT_EQ(cli::parseZone("rect:0.5,0,0.75,1").rect, (NormalizedRect{0.5, 0, 0.5, 1}))
+        << "finite values are clamped to the picture";
+    EXPECT_EQ(readFile(flowDir() / "meta.json").find("null"), std::string::npos);
+
+    // A picture cut short is never reported blurred.
+    writeFile(flowDir() / "01.png", stillBytes.substr(0, stillBytes.size() / 2));
+    const Result truncated = cli({"redact", folder, "01.png", "--zone", "rect:0,0,1,1"});
+    EXPECT_EQ(truncated.code, cli::kFailed);
+    EXPECT_NE(truncated.err.find("can’t be decoded"), std::string::npos) << truncated.err;
+    EXPECT_EQ(readFile(flowDir() / "01.png"), stillBytes.substr(0, stillBytes.size() / 2));
+    EXPECT_FALSE(store.meta(folder).screen("01.png")->redactions);
 }
 
 } // namespace

@@ -4,6 +4,12 @@
 
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <limits>
+
 using namespace varnel;
 namespace geo = varnel::EditorGeometry;
 
@@ -137,6 +143,28 @@ TEST(EditorClipboardTest, CopiesPastesAndRepeatedPastesOffset) {
     EXPECT_DOUBLE_EQ(state.patches()[0].rect.x, 0.12) << "beside the pixels it copies";
     EXPECT_EQ(state.patchSelection(), state.patches()[0].id);
     EXPECT_TRUE(state.selection().empty()) << "the pasted patch alone is selected";
+}
+
+TEST(EditorClipboardTest, PastesOnlyUsableZonesAndKnowsTheScreenThroughALink) {
+    const auto base =
+        std::filesystem::temp_directory_path() / ("varnel-clip-" + std::to_string(::getpid()));
+    std::filesystem::create_directories(base / "real");
+    std::filesystem::create_directory_symlink(base / "real", base / "link");
+    std::ofstream(base / "real" / "01.png") << "x";
+    EditorClipboard clipboard;
+    EditorState state;
+    state.load({}, {});
+    const RedactShape zone{"Z", RedactShape::Kind::rect, {0.2, 0.2, 0.1, 0.1}};
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    clipboard.copyZones({{"N", RedactShape::Kind::rect, {nan, 0, 0.1, 0.1}}}, base / "real/01.png");
+    EXPECT_FALSE(state.pasteZones(clipboard, base / "link/01.png")) << "nothing usable";
+    EXPECT_EQ(state.undoDepth(), 0u);
+
+    clipboard.copyZones({zone}, base / "real/01.png");
+    ASSERT_TRUE(state.pasteZones(clipboard, base / "link/01.png"));
+    EXPECT_DOUBLE_EQ(state.shapes()[0].rect.x, 0.2 + EditorState::kPasteOffset)
+        << "the same screen, seen through a link: offset, not on top";
+    std::filesystem::remove_all(base);
 }
 
 } // namespace

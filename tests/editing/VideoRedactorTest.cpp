@@ -125,6 +125,13 @@ TEST_F(VideoRedactorTest, TheLibraryRecordsZonesOnlyForABakedClip) {
     EXPECT_FALSE(*result);
     EXPECT_EQ(readFile(clip()), baked);
     EXPECT_EQ(library.edits(folder, "01.mov").shapes.size(), 1u);
+    // The failure is kept with its zones, for the main window to offer them again.
+    const auto problem = library.clipSaveProblem(folder, "01.mov");
+    ASSERT_TRUE(problem);
+    EXPECT_EQ(problem->shapes.size(), 2u);
+    EXPECT_FALSE(problem->reason.empty());
+    library.discardClipSaveProblem(folder, "01.mov");
+    EXPECT_TRUE(library.clipSaveProblems().empty());
 
     // No zones: a revert, nothing re-encoded.
     writeFile(root / folder / "01.orig.mov", sourceBytes);
@@ -134,6 +141,44 @@ TEST_F(VideoRedactorTest, TheLibraryRecordsZonesOnlyForABakedClip) {
     EXPECT_EQ(readFile(clip()), sourceBytes);
     EXPECT_FALSE(library.hasOriginal(folder, "01.mov"));
     EXPECT_TRUE(library.edits(folder, "01.mov").shapes.empty());
+}
+
+TEST_F(VideoRedactorTest, ABakeLandsOnTheClipItWasMadeFromWhateverHappensMeanwhile) {
+    ASSERT_TRUE(writeTestClip(dir / "other.mov", kWidth, kHeight, 10, true));
+    store().addScreens(folder, {dir / "other.mov"}, Date{});
+    library.reload();
+    const std::string other = readFile(root / folder / "02.mov");
+    std::vector<QString> notices;
+    QObject::connect(&library, &FlowLibrary::notice,
+                     [&](const QString& text) { notices.push_back(text); });
+
+    std::optional<bool> result;
+    library.saveVideoEdits(folder, "01.mov", topQuarter, style, {},
+                           [&](bool saved) { result = saved; });
+    EXPECT_FALSE(library.revertScreen(folder, "01.mov")) << "no revert under a running bake";
+    library.reorderScreens(folder, {"02.mov", "01.mov"});
+    ASSERT_TRUE(waitUntil([&] { return result.has_value(); }, 60));
+    EXPECT_TRUE(*result);
+    EXPECT_EQ(readFile(root / folder / "01.mov"), other) << "the other clip is untouched";
+    EXPECT_TRUE(library.edits(folder, "01.mov").shapes.empty());
+    EXPECT_EQ(library.edits(folder, "02.mov").shapes.size(), 1u);
+    EXPECT_EQ(readFile(root / folder / "02.orig.mov"), sourceBytes);
+    EXPECT_EQ(frames(root / folder / "02.mov").size(), static_cast<std::size_t>(kFrames));
+    EXPECT_EQ(soundTracks(root / folder / "02.mov"), 1);
+    EXPECT_TRUE(bakeLeftovers(root).empty());
+
+    // Deleted while it bakes: the new clip lands nowhere.
+    result.reset();
+    library.saveVideoEdits(folder, "02.mov", topQuarter, style, {},
+                           [&](bool saved) { result = saved; });
+    library.deleteScreens(folder, {"02.mov"});
+    ASSERT_TRUE(waitUntil([&] { return result.has_value(); }, 60));
+    EXPECT_FALSE(*result);
+    EXPECT_EQ(notices.size(), 1u);
+    EXPECT_EQ(readFile(root / folder / "01.mov"), other);
+    EXPECT_TRUE(library.edits(folder, "01.mov").shapes.empty());
+    EXPECT_TRUE(bakeLeftovers(root).empty());
+    EXPECT_TRUE(library.clipSaveProblems().empty());
 }
 
 } // namespace

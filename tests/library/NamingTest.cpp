@@ -60,8 +60,16 @@ TEST(ScreenFilesTest, OriginalAndPatchNames) {
     EXPECT_EQ(ScreenFiles::originalFilename("03.png"), "03.orig.png");
     EXPECT_EQ(ScreenFiles::originalFilename("03.mov"), "03.orig.mov");
     EXPECT_EQ(ScreenFiles::originalFilename("03"), "03.orig");
-    EXPECT_TRUE(ScreenFiles::isPatchOf("03.patch-ABC.png", "03.png"));
-    EXPECT_FALSE(ScreenFiles::isPatchOf("031.patch-ABC.png", "03.png"));
+    const std::string uuid = "0F8FAD5B-D9CB-469F-A165-70867728950E";
+    EXPECT_TRUE(ScreenFiles::isPatchOf("03.patch-" + uuid + ".png", "03.png"));
+    EXPECT_TRUE(ScreenFiles::isPatchOf("03.patch-" + uuid + ".png", "03.mov"));
+    EXPECT_FALSE(ScreenFiles::isPatchOf("031.patch-" + uuid + ".png", "03.png"));
+    EXPECT_FALSE(ScreenFiles::isPatchOf("03.patch-ABC.png", "03.png"));
+    for (const char* notPatch : {"02.png", "02.orig.mov", "03.mov", "03.patch-.png", "../x.png"})
+        EXPECT_FALSE(ScreenFiles::isPatchFileName(notPatch)) << notPatch;
+    EXPECT_EQ(ScreenFiles::patchRenamed("03.patch-" + uuid + ".png", "07.png"),
+              "07.patch-" + uuid + ".png");
+    EXPECT_TRUE(ScreenFiles::isPatchOf(ScreenFiles::newPatchName("05.png"), "05.png"));
 
     std::set<std::string> claimed{"01.png", "02.mov", "03.orig.png"};
     EXPECT_EQ(ScreenFiles::claimScreenName(claimed, "png"), "03.png");

@@ -39,7 +39,7 @@ constexpr const char* kFullMeta = R"({
       ],
       "filename" : "01.png",
       "name" : "Welcome",
-      "patches" : [{"file" : "01.patch-0A0B.png", "rect" : [[0.1, 0.2], [0.3, 0.4]]}],
+      "patches" : [{"file" : "01.patch-0A0B0000-0000-4000-8000-000000000002.png", "rect" : [[0.1, 0.2], [0.3, 0.4]]}],
       "redactStyle" : {"blue" : 1, "blur" : 50, "green" : 1, "opacity" : 0.35, "red" : 1},
       "redactions" : [
         {"kind" : "rect", "rect" : [[0.05, 0.1], [0.5, 0.125]]},

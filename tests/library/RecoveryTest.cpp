@@ -129,7 +129,8 @@ TEST_F(RecoveryTest, AdoptPlacesTheFlowByItsMetaAndMovesItsFiles) {
 
     const std::string folder = store.adopt(meta, payload);
     EXPECT_EQ(folder, "acme/imported/sign-up");
-    EXPECT_EQ(readFile(sample.root / folder / "02.patch-AAAA.png"), "sign-up-2-patch");
+    EXPECT_EQ(readFile(sample.root / folder / "02.patch-AAAAAAAA-0000-4000-8000-000000000001.png"),
+              "sign-up-2-patch");
     EXPECT_TRUE(fs::exists(sample.root / folder / "ocr.json"));
     EXPECT_EQ(store.readIndex().findFolder(folder)->id, "ADOPTED-ID");
     EXPECT_TRUE(checkLibrary(store).empty());

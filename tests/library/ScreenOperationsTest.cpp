@@ -57,7 +57,11 @@ TEST_F(ScreenOperationsTest, ReorderSwapsFilesOriginalsAndRecognizedText) {
     EXPECT_EQ(payloadOf(signUp / "01.orig.png"), "sign-up-2-original");
     EXPECT_FALSE(fs::exists(signUp / "02.orig.png"));
     const FlowMeta meta = store.meta(SampleLibrary::signUp);
-    EXPECT_EQ(meta.screens[0].patches->at(0).file, "02.patch-AAAA.png") << "patch records follow";
+    // The patch file follows its screen's number, so that it stays that screen's own.
+    const std::string patch = "01.patch-AAAAAAAA-0000-4000-8000-000000000001.png";
+    EXPECT_EQ(meta.screens[0].patches->at(0).file, patch);
+    EXPECT_EQ(readFile(signUp / patch), "sign-up-2-patch");
+    EXPECT_FALSE(fs::exists(signUp / "02.patch-AAAAAAAA-0000-4000-8000-000000000001.png"));
     EXPECT_EQ(meta.screens[1].pins().size(), 2u);
     EXPECT_EQ(ocr()["01.png"]["text"], "password");
     EXPECT_EQ(ocr()["02.png"]["text"], "welcome");
@@ -99,7 +103,8 @@ TEST_F(ScreenOperationsTest, DeleteScreensRemovesTheirFilesAndQueuesPublishedPin
     const ThumbEdits edits = store.deleteScreens(SampleLibrary::signUp, {"01.png", "02.png"});
     EXPECT_EQ(names(SampleLibrary::signUp), (std::vector<std::string>{"01.mov"}));
     EXPECT_EQ(readFile(signUp / "01.mov"), "sign-up-3");
-    for (const char* gone : {"01.png", "02.png", "02.orig.png", "02.patch-AAAA.png", "03.mov"})
+    for (const char* gone : {"01.png", "02.png", "02.orig.png",
+                             "02.patch-AAAAAAAA-0000-4000-8000-000000000001.png", "03.mov"})
         EXPECT_FALSE(fs::exists(signUp / gone)) << gone;
     const FlowMeta meta = store.meta(SampleLibrary::signUp);
     EXPECT_EQ(meta.figmaPendingDeletes, std::vector<std::string>{"P1"})

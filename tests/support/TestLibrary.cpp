@@ -143,7 +143,7 @@ SampleLibrary::SampleLibrary(const fs::path& libraryRoot) : root(libraryRoot), s
 
     const fs::path signUpDir = root / signUp;
     writeFile(signUpDir / "02.orig.png", pngBytes(1179, 2556, "sign-up-2-original"));
-    writeFile(signUpDir / "02.patch-AAAA.png", "sign-up-2-patch");
+    writeFile(signUpDir / "02.patch-AAAAAAAA-0000-4000-8000-000000000001.png", "sign-up-2-patch");
     writeFile(signUpDir / "ocr.json", R"({"screens": {
         "01.png": {"mtime": 1.0, "text": "welcome", "lines": []},
         "02.png": {"mtime": 2.0, "text": "password", "lines": []}}, "version": 2})");
@@ -152,8 +152,8 @@ SampleLibrary::SampleLibrary(const fs::path& libraryRoot) : root(libraryRoot), s
     meta.screens[0].comments = std::vector<ScreenComment>{
         {"PIN-1", 0.25, 0.5, "Published pin", Date{700000300}, "P1", "0.25,0.5|Published pin"},
         {"PIN-2", 0.75, 0.5, "Local pin", Date{700000400}, std::nullopt, std::nullopt}};
-    meta.screens[1].patches =
-        std::vector<RedactPatch>{{"", "02.patch-AAAA.png", {0.1, 0.1, 0.2, 0.2}}};
+    meta.screens[1].patches = std::vector<RedactPatch>{
+        {"", "02.patch-AAAAAAAA-0000-4000-8000-000000000001.png", {0.1, 0.1, 0.2, 0.2}}};
     meta.screens[1].redactions =
         std::vector<RedactShape>{{"", RedactShape::Kind::rect, {0, 0, 0.5, 0.5}}};
     store.writeMeta(signUp, meta);

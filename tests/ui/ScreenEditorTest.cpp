@@ -457,8 +457,12 @@ TEST_F(ScreenEditorTest, AFailedClipSaveKeepsTheZonesAndSaysSo) {
     auto* alert = editor->findChild<QMessageBox*>();
     ASSERT_TRUE(alert);
     EXPECT_EQ(alert->text(), "The video couldn't be saved.");
-    EXPECT_EQ(alert->informativeText(),
-              "The clip on disk is unchanged. Your zones are still here — try saving again.");
+    // The decoder's own words say what was wrong, then what became of the clip and the zones.
+    const auto paragraphs = alert->informativeText().split("\n\n");
+    ASSERT_EQ(paragraphs.size(), 2) << alert->informativeText().toStdString();
+    EXPECT_FALSE(paragraphs[0].trimmed().isEmpty());
+    EXPECT_TRUE(alert->informativeText().endsWith(
+        "The clip on disk is unchanged. Your zones are still here — try saving again."));
 }
 
 int main(int argc, char** argv) {
