@@ -84,6 +84,11 @@ bool ClipPlayer::open(const std::filesystem::path& file) {
     gst_caps_unref(caps);
     const QByteArray uri = QUrl::fromLocalFile(QString::fromStdString(file.string())).toEncoded();
     g_object_set(playbin, "uri", uri.constData(), "video-sink", sink, nullptr);
+    // Zones are drawn on the picture as players show it: a clip recorded sideways is turned.
+    if (GstElement* turn = gst_element_factory_make("videoflip", nullptr)) {
+        gst_util_set_object_arg(G_OBJECT(turn), "video-direction", "auto");
+        g_object_set(playbin, "video-filter", turn, nullptr);
+    }
 
     GstAppSinkCallbacks callbacks{};
     callbacks.new_sample = [](GstAppSink* appsink, gpointer data) {

@@ -4,15 +4,20 @@
 #include "library/FileOps.h"
 #include "library/Uuid.h"
 #include "media/GstSupport.h"
+#include "media/MovieMatrix.h"
 
 #include <gst/video/video.h>
 
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <array>
+#include <cmath>
 #include <optional>
 #include <string>
 #include <system_error>
+#include <tuple>
+#include <utility>
 
 namespace varnel {
 
@@ -51,25 +56,138 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Decoded frames arrive as 4:2:0 planes at "frames", are frosted in place there, and are encoded
-// again at a quality where the re-encoding does not show. The queues let decoding, frosting and
+// The coded stream is parsed before "decode" so that its colour description shows in the caps
+// there. Decoded frames arrive as 8-bit 4:2:0 planes at "frames", are frosted in place there,
+// and are encoded again at a quality where the re-encoding does not show. The encoder starts
+// only once the coded stream has said how it is tagged. The queues let decoding, frosting and
 // encoding run side by side.
 constexpr const char* kVideoBranch =
-    "queue name=in max-size-buffers=8 max-size-bytes=0 max-size-time=0 ! decodebin ! "
-    "videoconvert n-threads=0 dither=none ! video/x-raw,format=I420 ! identity name=frames ! "
-    "queue max-size-buffers=4 max-size-bytes=0 max-size-time=0 ! "
-    "x264enc speed-preset=ultrafast pass=qual quantizer=16 ! h264parse name=out";
+    "queue name=in max-size-buffers=8 max-size-bytes=0 max-size-time=0 ! parsebin ! "
+    "decodebin name=decode ! videoconvert n-threads=0 dither=none ! video/x-raw,format=I420 ! "
+    "identity name=frames ! queue max-size-buffers=4 max-size-bytes=0 max-size-time=0 ! "
+    "x264enc name=encode speed-preset=ultrafast pass=qual quantizer=16 insert-vui=false ! "
+    "h264parse name=out";
+
+// x264's names for the codes of ISO/IEC 23091-2, indexed by code; "" where it has none.
+constexpr std::array<const char*, 13> kPrimaries = {
+    "",          "bt709", "undef",  "",         "bt470m",   "bt470bg", "smpte170m",
+    "smpte240m", "film",  "bt2020", "smpte428", "smpte431", "smpte432"};
+constexpr std::array<const char*, 19> kTransfers = {
+    "",          "bt709",     "undef",     "",         "bt470m",       "bt470bg", "smpte170m",
+    "smpte240m", "linear",    "log100",    "log316",   "iec61966-2-4", "bt1361e", "iec61966-2-1",
+    "bt2020-10", "bt2020-12", "smpte2084", "smpte428", "arib-std-b67"};
+constexpr std::array<const char*, 15> kMatrices = {"GBR",
+                                                   "bt709",
+                                                   "undef",
+                                                   "",
+                                                   "fcc",
+                                                   "bt470bg",
+                                                   "smpte170m",
+                                                   "smpte240m",
+                                                   "YCgCo",
+                                                   "bt2020nc",
+                                                   "bt2020c",
+                                                   "smpte2085",
+                                                   "chroma-derived-nc",
+                                                   "chroma-derived-c",
+                                                   "ICtCp"};
+
+template <std::size_t N> std::string x264Name(const std::array<const char*, N>& names, guint code) {
+    return code < N && *names[code] ? names[code] : "undef";
+}
+
+// The encoder's colour description: the same as the source's, field by field; what the source
+// leaves unsaid stays unsaid.
+std::string colourOptions(const std::optional<std::string>& colorimetry) {
+    GstVideoColorimetry colour{};
+    if (!colorimetry || !gst_video_colorimetry_from_string(&colour, colorimetry->c_str()))
+        return "colorprim=undef:transfer=undef:colormatrix=undef";
+    std::string options =
+        "colorprim=" + x264Name(kPrimaries, gst_video_color_primaries_to_iso(colour.primaries)) +
+        ":transfer=" + x264Name(kTransfers, gst_video_transfer_function_to_iso(colour.transfer)) +
+        ":colormatrix=" + x264Name(kMatrices, gst_video_color_matrix_to_iso(colour.matrix));
+    if (colour.range == GST_VIDEO_COLOR_RANGE_0_255)
+        options += ":fullrange=on";
+    else if (colour.range == GST_VIDEO_COLOR_RANGE_16_235)
+        options += ":fullrange=off";
+    return options;
+}
 
 struct Bake {
     GstElement* pipeline = nullptr;
     GstElement* mux = nullptr;
-    VideoRedactor::Filter* filter = nullptr;
+    GstElement* video = nullptr; // the video branch
+    const std::vector<RedactShape>* shapes = nullptr;
+    const RedactStyle* style = nullptr;
+    // Made when the coded stream starts, once its orientation is known.
+    std::unique_ptr<VideoRedactor::Filter> ownFilter;
+    std::atomic<VideoRedactor::Filter*> filter = nullptr;
+    // The source's colour description; set before the encoder starts.
+    std::optional<std::string> colorimetry;
     std::atomic<bool> sawVideo = false;
     std::atomic<bool> failed = false;
 };
 
+std::string orientationOf(GstPad* pad) {
+    std::string orientation;
+    gst_pad_sticky_events_foreach(
+        pad,
+        [](GstPad*, GstEvent** event, gpointer data) -> gboolean {
+            if (GST_EVENT_TYPE(*event) != GST_EVENT_TAG)
+                return TRUE;
+            GstTagList* tags = nullptr;
+            gst_event_parse_tag(*event, &tags);
+            gchar* value = nullptr;
+            if (gst_tag_list_get_string(tags, GST_TAG_IMAGE_ORIENTATION, &value)) {
+                *static_cast<std::string*>(data) = value;
+                g_free(value);
+            }
+            return TRUE;
+        },
+        &orientation);
+    return orientation;
+}
+
+// Runs as the first coded buffer reaches the decoder: every caps and tag event of the stream
+// has passed by then, and no decoded frame has reached the filter or the encoder.
+GstPadProbeReturn codedStreamStarts(GstPad* pad, GstPadProbeInfo*, gpointer data) {
+    auto* bake = static_cast<Bake*>(data);
+    if (GstCaps* caps = gst_pad_get_current_caps(pad)) {
+        if (const char* colorimetry =
+                gst_structure_get_string(gst_caps_get_structure(caps, 0), "colorimetry"))
+            bake->colorimetry = colorimetry;
+        gst_caps_unref(caps);
+    }
+    const std::string orientation = orientationOf(pad);
+    bake->ownFilter = std::make_unique<VideoRedactor::Filter>(
+        VideoRedactor::onStoredFrames(*bake->shapes, orientation), *bake->style);
+    bake->filter.store(bake->ownFilter.get(), std::memory_order_release);
+    auto encoder = gst::child(bake->video, "encode");
+    g_object_set(encoder.get(), "option-string", colourOptions(bake->colorimetry).c_str(), nullptr);
+    gst_element_set_locked_state(encoder.get(), FALSE);
+    if (!gst_element_sync_state_with_parent(encoder.get()))
+        bake->failed = true;
+    return GST_PAD_PROBE_REMOVE;
+}
+
+// The encoder copies the decoder's colour defaults into its caps, and the muxer writes what
+// the caps say: they must say what the source said, or nothing.
+void keepColourDescription(Bake& bake, GstElement* branch) {
+    auto parser = gst::child(branch, "out");
+    GstPad* src = gst_element_get_static_pad(parser.get(), "src");
+    gst::rewriteCaps(src, [&bake](GstStructure* caps) {
+        if (bake.colorimetry)
+            gst_structure_set(caps, "colorimetry", G_TYPE_STRING, bake.colorimetry->c_str(),
+                              nullptr);
+        else
+            gst_structure_remove_field(caps, "colorimetry");
+    });
+    gst_object_unref(src);
+}
+
 GstPadProbeReturn frostFrame(GstPad* pad, GstPadProbeInfo* info, gpointer data) {
     auto* bake = static_cast<Bake*>(data);
+    VideoRedactor::Filter* filter = bake->filter.load(std::memory_order_acquire);
     GstCaps* caps = gst_pad_get_current_caps(pad);
     GstVideoInfo video;
     const bool known = caps && gst_video_info_from_caps(&video, caps);
@@ -78,7 +196,7 @@ GstPadProbeReturn frostFrame(GstPad* pad, GstPadProbeInfo* info, gpointer data) 
     GstBuffer* buffer = gst_buffer_make_writable(GST_PAD_PROBE_INFO_BUFFER(info));
     GST_PAD_PROBE_INFO_DATA(info) = buffer;
     GstVideoFrame frame;
-    if (!known || !gst_video_frame_map(&frame, &video, buffer, GST_MAP_READWRITE)) {
+    if (!filter || !known || !gst_video_frame_map(&frame, &video, buffer, GST_MAP_READWRITE)) {
         bake->failed = true;
         return GST_PAD_PROBE_DROP;
     }
@@ -91,8 +209,8 @@ GstPadProbeReturn frostFrame(GstPad* pad, GstPadProbeInfo* info, gpointer data) 
     cv::Mat y = plane(0), u = plane(1), v = plane(2);
     gdouble kr = 0.2126, kb = 0.0722; // BT.709 unless the stream says otherwise
     gst_video_color_matrix_get_Kr_Kb(video.colorimetry.matrix, &kr, &kb);
-    const bool frosted = bake->filter->yuv420(
-        y, u, v, kr, kb, video.colorimetry.range == GST_VIDEO_COLOR_RANGE_0_255);
+    const bool frosted =
+        filter->yuv420(y, u, v, kr, kb, video.colorimetry.range == GST_VIDEO_COLOR_RANGE_0_255);
     gst_video_frame_unmap(&frame);
     if (!frosted) {
         bake->failed = true;
@@ -124,9 +242,15 @@ bool addBranch(Bake& bake, GstPad* from, const char* description, const char* mu
     exposePad(branch, "out", "src");
     gst_bin_add(GST_BIN(bake.pipeline), branch);
     if (auto frames = gst::child(branch, "frames")) {
+        bake.video = branch;
         GstPad* src = gst_element_get_static_pad(frames.get(), "src");
         gst_pad_add_probe(src, GST_PAD_PROBE_TYPE_BUFFER, frostFrame, &bake, nullptr);
         gst_object_unref(src);
+        GstPad* coded = gst_element_get_static_pad(gst::child(branch, "decode").get(), "sink");
+        gst_pad_add_probe(coded, GST_PAD_PROBE_TYPE_BUFFER, codedStreamStarts, &bake, nullptr);
+        gst_object_unref(coded);
+        gst_element_set_locked_state(gst::child(branch, "encode").get(), TRUE);
+        keepColourDescription(bake, branch);
     }
     GstPad* sink = gst_element_get_static_pad(branch, "sink");
     GstPad* src = gst_element_get_static_pad(branch, "src");
@@ -207,9 +331,11 @@ std::optional<std::string> runBake(const std::vector<RedactShape>& shapes, const
         return "GStreamer could not be started";
     if (!fs::is_regular_file(source))
         return "the clip to bake from, " + source.filename().string() + ", is missing";
-    VideoRedactor::Filter filter(shapes, style);
+    // The muxer writes no rotation of its own: the source's is copied into the new file.
+    const auto matrix = MovieMatrix::ofVideoTrack(source);
     Bake bake;
-    bake.filter = &filter;
+    bake.shapes = &shapes;
+    bake.style = &style;
     gst::ElementPtr pipeline(gst_pipeline_new("bake"));
     bake.pipeline = pipeline.get();
     GstElement* src = gst_element_factory_make("filesrc", nullptr);
@@ -256,12 +382,46 @@ std::optional<std::string> runBake(const std::vector<RedactShape>& shapes, const
         return failure;
     if (!bake.sawVideo)
         return "the clip has no video";
+    if (matrix && *matrix != MovieMatrix::kIdentity &&
+        !MovieMatrix::setOnVideoTrack(output, *matrix))
+        return "the clip's rotation could not be kept";
     if (!syncToDisk(output))
         return "the new clip could not be written to disk";
     return std::nullopt;
 }
 
 } // namespace
+
+std::vector<RedactShape> VideoRedactor::onStoredFrames(std::vector<RedactShape> shapes,
+                                                       std::string_view orientation) {
+    // "flip-rotate-N" is a mirror image turned N degrees clockwise, "rotate-N" the turn alone.
+    const bool flip = orientation.starts_with("flip-");
+    if (flip)
+        orientation.remove_prefix(5);
+    int turns = 0;
+    if (orientation == "rotate-90")
+        turns = 1;
+    else if (orientation == "rotate-180")
+        turns = 2;
+    else if (orientation == "rotate-270")
+        turns = 3;
+    else if (orientation != "rotate-0")
+        return shapes;
+    // A stored point (x, y) is shown at (1 - y, x) after a clockwise quarter turn; undo the
+    // turns on both corners, then the mirror.
+    const auto toStored = [&](double x, double y) {
+        for (int i = 0; i < turns; ++i)
+            std::tie(x, y) = std::pair(y, 1 - x);
+        return std::pair(flip ? 1 - x : x, y);
+    };
+    for (auto& shape : shapes) {
+        const auto& r = shape.rect;
+        const auto [x0, y0] = toStored(r.x, r.y);
+        const auto [x1, y1] = toStored(r.x + r.width, r.y + r.height);
+        shape.rect = {std::min(x0, x1), std::min(y0, y1), std::abs(x1 - x0), std::abs(y1 - y0)};
+    }
+    return shapes;
+}
 
 std::optional<std::string> VideoRedactor::render(const std::vector<RedactShape>& shapes,
                                                  const fs::path& output, const fs::path& source,

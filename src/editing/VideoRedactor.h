@@ -11,6 +11,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace varnel {
@@ -37,8 +38,15 @@ public:
         RedactStyle style_;
     };
 
+    // Zones are drawn on the picture as it is shown. A clip whose frames are stored turned
+    // (`orientation` is an image-orientation tag such as "rotate-90") gets them moved onto the
+    // stored frames; an unknown or empty orientation leaves them as they are.
+    static std::vector<RedactShape> onStoredFrames(std::vector<RedactShape> shapes,
+                                                   std::string_view orientation);
+
     // Re-encodes `source` into `destination` with the zones frosted on every frame; sound is
-    // copied as it is. The new clip is written beside the destination as ".bake-<UUID>.mov" and
+    // copied as it is, and each frame's time, the rotation and the colour description (or its
+    // absence) are kept. The new clip is written beside the destination as ".bake-<UUID>.mov" and
     // replaces it only when complete; otherwise that file is removed and the destination stays
     // as it was. Blocks until done; `progress` gets 0..1, and setting `cancel` stops the bake.
     // `why` gets the reason of a failure.

@@ -32,4 +32,25 @@ ElementPtr parse(const char* description, std::string* error) {
     return pipeline;
 }
 
+void rewriteCaps(GstPad* pad, std::function<void(GstStructure*)> edit) {
+    using Edit = std::function<void(GstStructure*)>;
+    gst_pad_add_probe(
+        pad, GST_PAD_PROBE_TYPE_EVENT_DOWNSTREAM,
+        [](GstPad*, GstPadProbeInfo* info, gpointer data) {
+            GstEvent* event = GST_PAD_PROBE_INFO_EVENT(info);
+            if (GST_EVENT_TYPE(event) != GST_EVENT_CAPS)
+                return GST_PAD_PROBE_OK;
+            GstCaps* caps = nullptr;
+            gst_event_parse_caps(event, &caps);
+            GstCaps* edited = gst_caps_copy(caps);
+            if (!gst_caps_is_empty(edited))
+                (*static_cast<Edit*>(data))(gst_caps_get_structure(edited, 0));
+            GST_PAD_PROBE_INFO_DATA(info) = gst_event_new_caps(edited);
+            gst_caps_unref(edited);
+            gst_event_unref(event);
+            return GST_PAD_PROBE_OK;
+        },
+        new Edit(std::move(edit)), [](gpointer data) { delete static_cast<Edit*>(data); });
+}
+
 } // namespace varnel::gst

@@ -2,6 +2,7 @@
 
 #include <gst/gst.h>
 
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -27,5 +28,9 @@ std::unique_ptr<GstElement, ObjectUnref> child(GstElement* bin, const char* name
 
 // Builds a pipeline from a launch description; the error text goes to `error` on failure.
 ElementPtr parse(const char* description, std::string* error = nullptr);
+
+// Every caps event that passes `pad` downstream is replaced by one whose first structure
+// `edit` has changed (fields set or removed).
+void rewriteCaps(GstPad* pad, std::function<void(GstStructure*)> edit);
 
 } // namespace varnel::gst

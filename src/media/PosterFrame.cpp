@@ -30,9 +30,11 @@ QImage toImage(GstSample* sample) {
 } // namespace
 
 QImage grab(const std::filesystem::path& clip, std::chrono::milliseconds timeout) {
-    // BGRx in memory is Qt's RGB32 on little-endian machines.
+    // BGRx in memory is Qt's RGB32 on little-endian machines. A clip recorded sideways is
+    // turned as players turn it.
     gst::ElementPtr pipeline =
-        gst::parse("filesrc name=source ! decodebin ! videoconvert ! video/x-raw,format=BGRx ! "
+        gst::parse("filesrc name=source ! decodebin ! videoconvert ! "
+                   "videoflip video-direction=auto ! video/x-raw,format=BGRx ! "
                    "appsink name=sink sync=false max-buffers=1");
     if (!pipeline)
         return {};

@@ -1,12 +1,15 @@
 // The editor's clip player on a real clip made here: frames arrive, zones are frosted into them
 // (also while paused), seeking and the end of the clip behave.
 #include "editing/ClipPlayer.h"
+#include "media/PosterFrame.h"
 #include "support/MediaProbe.h"
 #include "support/TestLibrary.h"
 
 #include <QCoreApplication>
 #include <QEventLoop>
 #include <QTimer>
+
+#include <opencv2/core.hpp>
 
 #include <gtest/gtest.h>
 
@@ -112,6 +115,31 @@ TEST_F(ClipPlayerTest, SeeksWhilePausedAndPlaysToTheEnd) {
     player.play(); // from the end, plays again from the start
     EXPECT_TRUE(player.isPlaying());
     EXPECT_LT(player.position(), 0.5);
+}
+
+// A phone held sideways stores its frames turned and says so in the file; the player and the
+// poster show the picture turned upright, as every player does, so zones land where they are drawn.
+TEST_F(ClipPlayerTest, ShowsAClipRecordedSidewaysUpright) {
+    TempDir dir;
+    ClipRecipe recipe;
+    recipe.width = kWidth;
+    recipe.height = kHeight;
+    recipe.frames = 5;
+    ASSERT_TRUE(writeClip(dir / "upright.mov", recipe));
+    recipe.orientation = "rotate-90";
+    ASSERT_TRUE(writeClip(dir / "sideways.mov", recipe));
+
+    ASSERT_TRUE(player.open(dir / "upright.mov"));
+    cv::Mat expected;
+    cv::rotate(player.rawFrame(), expected, cv::ROTATE_90_CLOCKWISE);
+    ASSERT_TRUE(player.open(dir / "sideways.mov"));
+    const cv::Mat shown = player.rawFrame();
+    ASSERT_EQ(shown.size(), expected.size());
+    EXPECT_LT(meanDifference(shown, expected), 1);
+
+    const QImage poster = PosterFrame::grab(dir / "sideways.mov");
+    EXPECT_EQ(poster.width(), kHeight);
+    EXPECT_EQ(poster.height(), kWidth);
 }
 
 TEST_F(ClipPlayerTest, RefusesWhatIsNotAClip) {

@@ -183,6 +183,82 @@ TEST_F(VideoRedactorTest, ABakeLandsOnTheClipItWasMadeFromWhateverHappensMeanwhi
 
 } // namespace
 
+// Phones record variable frame rates, rotation flags, untagged or tagged colour and 10-bit
+// HEVC. A bake keeps all of it, frosts the zone where the displayed picture shows it, and
+// changes nothing else.
+TEST_F(VideoRedactorTest, ClipsAsDevicesRecordThemKeepWhatTheyAre) {
+    struct Case {
+        const char* name;
+        ClipRecipe recipe;
+        cv::Rect2d storedZone; // the display's top quarter, in the stored frame
+    };
+    const cv::Rect2d top(0, 0, 1, 0.25);
+    const auto recipe = [](auto edit) {
+        ClipRecipe made;
+        edit(made);
+        return made;
+    };
+    const std::vector<Case> cases = {
+        {"untagged", {}, top},
+        {"tagged BT.709 full range", recipe([](ClipRecipe& r) { r.colorimetry = "1:3:5:1"; }), top},
+        {"variable frame rate", recipe([](ClipRecipe& r) {
+             r.frames = 40;
+             r.variableRate = true;
+         }),
+         top},
+        {"rotated a quarter turn, with sound", recipe([](ClipRecipe& r) {
+             r.sound = true;
+             r.orientation = "rotate-90";
+         }),
+         cv::Rect2d(0, 0, 0.25, 1)},
+        {"rotated a half turn", recipe([](ClipRecipe& r) { r.orientation = "rotate-180"; }),
+         cv::Rect2d(0, 0.75, 1, 0.25)},
+        {"rotated three quarters", recipe([](ClipRecipe& r) { r.orientation = "rotate-270"; }),
+         cv::Rect2d(0.75, 0, 0.25, 1)},
+        {"10-bit HEVC", recipe([](ClipRecipe& r) { r.hevc10 = true; }), top},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        const fs::path source = dir / "device.mov";
+        const fs::path baked = dir / "baked.mov";
+        ASSERT_TRUE(writeClip(source, c.recipe));
+        std::string why;
+        ASSERT_TRUE(VideoRedactor::bake(topQuarter, baked, source, style, {}, nullptr, &why))
+            << why;
+
+        const auto before = streamFacts(source);
+        const auto after = streamFacts(baked);
+        ASSERT_TRUE(before && after);
+        EXPECT_EQ(after->codec, "video/x-h264");
+        EXPECT_EQ(after->colorimetry, before->colorimetry);
+        EXPECT_EQ(after->orientation, c.recipe.orientation);
+        ASSERT_EQ(after->timestamps.size(), before->timestamps.size());
+        for (std::size_t i = 0; i < before->timestamps.size(); ++i)
+            EXPECT_NEAR(after->timestamps[i], before->timestamps[i], 1e6) << "frame " << i;
+        EXPECT_EQ(soundTracks(baked), c.recipe.sound ? 1 : 0);
+
+        const auto original = lumaPlanes(source);
+        const auto frosted = lumaPlanes(baked);
+        ASSERT_EQ(frosted.size(), original.size());
+        ASSERT_FALSE(original.empty());
+        const cv::Size size = original[0].size();
+        const cv::Rect zone(
+            cvRound(c.storedZone.x * size.width), cvRound(c.storedZone.y * size.height),
+            cvRound(c.storedZone.width * size.width), cvRound(c.storedZone.height * size.height));
+        // Rows or columns well clear of the zone's edge, where the blur reaches.
+        cv::Mat away(size, CV_8UC1, cv::Scalar(255));
+        away(cv::Rect(zone.x - 8, zone.y - 8, zone.width + 16, zone.height + 16) &
+             cv::Rect({}, size))
+            .setTo(0);
+        for (std::size_t i = 0; i < original.size(); ++i) {
+            cv::Mat diff;
+            cv::absdiff(original[i], frosted[i], diff);
+            EXPECT_GT(cv::mean(diff(zone))[0], 15) << "frame " << i;
+            EXPECT_LT(cv::mean(diff, away)[0], 2) << "frame " << i;
+        }
+    }
+}
+
 int main(int argc, char** argv) {
     QCoreApplication app(argc, argv);
     ::testing::InitGoogleTest(&argc, argv);

@@ -1,6 +1,7 @@
 #include "support/MediaProbe.h"
 
 #include "media/GstSupport.h"
+#include "media/MovieMatrix.h"
 
 #include <gst/app/gstappsink.h>
 #include <gst/pbutils/pbutils.h>
@@ -9,7 +10,9 @@
 #include <QCoreApplication>
 #include <QThread>
 
+#include <algorithm>
 #include <chrono>
+#include <map>
 
 namespace varnel::test {
 
@@ -52,31 +55,176 @@ readClip(const std::filesystem::path& file,
     return info;
 }
 
-bool writeTestClip(const std::filesystem::path& file, int width, int height, int frames,
-                   bool withSound) {
-    std::string description =
-        "videotestsrc pattern=smpte horizontal-speed=4 num-buffers=" + std::to_string(frames) +
-        " ! video/x-raw,framerate=30/1,width=" + std::to_string(width) +
-        ",height=" + std::to_string(height) +
-        " ! videoconvert ! video/x-raw,format=I420 ! x264enc speed-preset=ultrafast ! h264parse ! "
-        "qtmux name=mux ! "
-        "filesink name=out";
-    if (withSound)
-        description += " audiotestsrc num-buffers=" + std::to_string(frames * 48000 / 30 / 1024) +
-                       " ! audio/x-raw,rate=48000 ! audioconvert ! avenc_aac ! aacparse ! mux.";
-    auto pipeline = gst::parse(description.c_str());
-    if (!pipeline)
-        return false;
-    g_object_set(gst::child(pipeline.get(), "out").get(), "location", file.c_str(), nullptr);
-    gst_element_set_state(pipeline.get(), GST_STATE_PLAYING);
-    std::unique_ptr<GstBus, gst::ObjectUnref> bus(gst_element_get_bus(pipeline.get()));
+namespace {
+
+bool runToEnd(GstElement* pipeline) {
+    gst_element_set_state(pipeline, GST_STATE_PLAYING);
+    std::unique_ptr<GstBus, gst::ObjectUnref> bus(gst_element_get_bus(pipeline));
     GstMessage* end = gst_bus_timed_pop_filtered(
         bus.get(), 60 * GST_SECOND,
         static_cast<GstMessageType>(GST_MESSAGE_EOS | GST_MESSAGE_ERROR));
     const bool ok = end && GST_MESSAGE_TYPE(end) == GST_MESSAGE_EOS;
     if (end)
         gst_message_unref(end);
+    gst_element_set_state(pipeline, GST_STATE_NULL);
     return ok;
+}
+
+// Frames come at uneven intervals, as a phone records a screen that changes now and then.
+constexpr GstClockTime kIntervals[] = {GST_SECOND / 60, GST_SECOND / 20, GST_SECOND / 45,
+                                       GST_SECOND / 8,  GST_SECOND / 30, GST_SECOND / 120,
+                                       2 * GST_SECOND};
+
+GstPadProbeReturn retime(GstPad*, GstPadProbeInfo* info, gpointer) {
+    GstBuffer* buffer = gst_buffer_make_writable(GST_PAD_PROBE_INFO_BUFFER(info));
+    GST_PAD_PROBE_INFO_DATA(info) = buffer;
+    const auto index = GST_BUFFER_OFFSET(buffer);
+    GstClockTime start = 0;
+    for (guint64 i = 0; i < index; ++i)
+        start += kIntervals[i % std::size(kIntervals)];
+    GST_BUFFER_PTS(buffer) = start;
+    GST_BUFFER_DTS(buffer) = GST_CLOCK_TIME_NONE;
+    GST_BUFFER_DURATION(buffer) = kIntervals[index % std::size(kIntervals)];
+    return GST_PAD_PROBE_OK;
+}
+
+} // namespace
+
+bool writeClip(const std::filesystem::path& file, const ClipRecipe& recipe) {
+    const bool tagged = !recipe.colorimetry.empty();
+    std::string description =
+        "videotestsrc pattern=smpte horizontal-speed=4 num-buffers=" +
+        std::to_string(recipe.frames) +
+        " ! video/x-raw,framerate=30/1,width=" + std::to_string(recipe.width) +
+        ",height=" + std::to_string(recipe.height) +
+        " ! identity name=retime ! videoconvert ! video/x-raw,format=" +
+        (recipe.hevc10 ? "I420_10LE" : "I420") +
+        (tagged ? ",colorimetry=" + recipe.colorimetry : std::string()) + " ! " +
+        (recipe.hevc10 ? "x265enc speed-preset=ultrafast ! h265parse name=parse"
+                       : std::string("x264enc speed-preset=ultrafast bframes=2 insert-vui=") +
+                             (tagged ? "true" : "false") + " ! h264parse name=parse") +
+        " ! ";
+    description += "qtmux name=mux ! filesink name=out";
+    if (recipe.sound)
+        description +=
+            " audiotestsrc num-buffers=" + std::to_string(recipe.frames * 48000 / 30 / 1024) +
+            " ! audio/x-raw,rate=48000 ! audioconvert ! avenc_aac ! aacparse ! mux.";
+    auto pipeline = gst::parse(description.c_str());
+    if (!pipeline)
+        return false;
+    g_object_set(gst::child(pipeline.get(), "out").get(), "location", file.c_str(), nullptr);
+    if (recipe.variableRate) {
+        GstPad* pad = gst_element_get_static_pad(gst::child(pipeline.get(), "retime").get(), "src");
+        gst_pad_add_probe(pad, GST_PAD_PROBE_TYPE_BUFFER, retime, nullptr, nullptr);
+        gst_object_unref(pad);
+    }
+    if (!tagged) {
+        // The encoder copies the decoder-side defaults into its caps; the file must not say them.
+        GstPad* pad = gst_element_get_static_pad(gst::child(pipeline.get(), "parse").get(), "src");
+        gst::rewriteCaps(pad,
+                         [](GstStructure* s) { gst_structure_remove_field(s, "colorimetry"); });
+        gst_object_unref(pad);
+    }
+    if (!runToEnd(pipeline.get()))
+        return false;
+    // GStreamer's muxer writes no rotation; phones write it into the track header.
+    using MovieMatrix::Matrix;
+    static const std::map<std::string, Matrix> turns = {
+        {"rotate-90", {0, 0x10000, 0, -0x10000, 0, 0, 0, 0, 0x40000000}},
+        {"rotate-180", {-0x10000, 0, 0, 0, -0x10000, 0, 0, 0, 0x40000000}},
+        {"rotate-270", {0, -0x10000, 0, 0x10000, 0, 0, 0, 0, 0x40000000}},
+    };
+    if (recipe.orientation.empty())
+        return true;
+    const auto turn = turns.find(recipe.orientation);
+    return turn != turns.end() && MovieMatrix::setOnVideoTrack(file, turn->second);
+}
+
+bool writeTestClip(const std::filesystem::path& file, int width, int height, int frames,
+                   bool withSound) {
+    ClipRecipe recipe;
+    recipe.width = width;
+    recipe.height = height;
+    recipe.frames = frames;
+    recipe.sound = withSound;
+    recipe.colorimetry = "bt601";
+    return writeClip(file, recipe);
+}
+
+std::optional<StreamFacts> streamFacts(const std::filesystem::path& file) {
+    auto pipeline = gst::parse("filesrc name=source ! qtdemux name=demux demux.video_0 ! "
+                               "parsebin ! appsink name=sink sync=false");
+    if (!pipeline)
+        return std::nullopt;
+    g_object_set(gst::child(pipeline.get(), "source").get(), "location", file.c_str(), nullptr);
+    auto sink = gst::child(pipeline.get(), "sink");
+    StreamFacts facts;
+    GstPad* pad = gst_element_get_static_pad(sink.get(), "sink");
+    gst_pad_add_probe(
+        pad, GST_PAD_PROBE_TYPE_EVENT_DOWNSTREAM,
+        [](GstPad*, GstPadProbeInfo* info, gpointer data) {
+            GstEvent* event = GST_PAD_PROBE_INFO_EVENT(info);
+            gchar* orientation = nullptr;
+            if (GST_EVENT_TYPE(event) == GST_EVENT_TAG) {
+                GstTagList* tags = nullptr;
+                gst_event_parse_tag(event, &tags);
+                if (gst_tag_list_get_string(tags, GST_TAG_IMAGE_ORIENTATION, &orientation)) {
+                    static_cast<StreamFacts*>(data)->orientation = orientation;
+                    g_free(orientation);
+                }
+            }
+            return GST_PAD_PROBE_OK;
+        },
+        &facts, nullptr);
+    gst_object_unref(pad);
+    if (gst_element_set_state(pipeline.get(), GST_STATE_PLAYING) == GST_STATE_CHANGE_FAILURE)
+        return std::nullopt;
+    while (GstSample* sample =
+               gst_app_sink_try_pull_sample(GST_APP_SINK(sink.get()), 10 * GST_SECOND)) {
+        if (facts.codec.empty()) {
+            const GstStructure* s = gst_caps_get_structure(gst_sample_get_caps(sample), 0);
+            facts.codec = gst_structure_get_name(s);
+            if (const char* colorimetry = gst_structure_get_string(s, "colorimetry"))
+                facts.colorimetry = colorimetry;
+        }
+        // Edit lists and reordering delays shift the raw times; the stream time is what plays.
+        facts.timestamps.push_back(static_cast<std::int64_t>(
+            gst_segment_to_stream_time(gst_sample_get_segment(sample), GST_FORMAT_TIME,
+                                       GST_BUFFER_PTS(gst_sample_get_buffer(sample)))));
+        gst_sample_unref(sample);
+    }
+    if (facts.timestamps.empty())
+        return std::nullopt;
+    std::sort(facts.timestamps.begin(), facts.timestamps.end());
+    return facts;
+}
+
+std::vector<cv::Mat> lumaPlanes(const std::filesystem::path& file) {
+    std::vector<cv::Mat> planes;
+    auto pipeline = gst::parse("filesrc name=source ! qtdemux ! decodebin ! videoconvert ! "
+                               "video/x-raw,format=GRAY8 ! appsink name=sink sync=false");
+    if (!pipeline)
+        return planes;
+    g_object_set(gst::child(pipeline.get(), "source").get(), "location", file.c_str(), nullptr);
+    auto sink = gst::child(pipeline.get(), "sink");
+    if (gst_element_set_state(pipeline.get(), GST_STATE_PLAYING) == GST_STATE_CHANGE_FAILURE)
+        return planes;
+    while (GstSample* sample =
+               gst_app_sink_try_pull_sample(GST_APP_SINK(sink.get()), 10 * GST_SECOND)) {
+        GstVideoInfo video;
+        GstVideoFrame frame;
+        if (gst_video_info_from_caps(&video, gst_sample_get_caps(sample)) &&
+            gst_video_frame_map(&frame, &video, gst_sample_get_buffer(sample), GST_MAP_READ)) {
+            planes.push_back(
+                cv::Mat(GST_VIDEO_FRAME_HEIGHT(&frame), GST_VIDEO_FRAME_WIDTH(&frame), CV_8UC1,
+                        GST_VIDEO_FRAME_PLANE_DATA(&frame, 0),
+                        static_cast<std::size_t>(GST_VIDEO_FRAME_PLANE_STRIDE(&frame, 0)))
+                    .clone());
+            gst_video_frame_unmap(&frame);
+        }
+        gst_sample_unref(sample);
+    }
+    return planes;
 }
 
 std::optional<int> soundTracks(const std::filesystem::path& file) {

@@ -2,7 +2,12 @@
 
 #include <filesystem>
 #include <functional>
+#include <opencv2/core.hpp>
+
+#include <cstdint>
 #include <optional>
+#include <string>
+#include <vector>
 
 namespace varnel::test {
 
@@ -24,6 +29,37 @@ readClip(const std::filesystem::path& file,
 // when asked; false when the media framework failed.
 bool writeTestClip(const std::filesystem::path& file, int width, int height, int frames,
                    bool withSound);
+
+// A clip as phones record them: how it is encoded and tagged.
+struct ClipRecipe {
+    int width = 160;
+    int height = 240;
+    int frames = 30;
+    bool sound = false;
+    // Frames come 1/120 s to 2 s apart instead of every 1/30 s.
+    bool variableRate = false;
+    // 10-bit HEVC instead of 8-bit H.264.
+    bool hevc10 = false;
+    // How the file says to turn the picture: "rotate-90", "rotate-180", "rotate-270" or "".
+    std::string orientation;
+    // GStreamer's name of the colour description written into the stream and the file, such as
+    // "bt709" or "bt601"; "" leaves the clip untagged.
+    std::string colorimetry;
+};
+
+bool writeClip(const std::filesystem::path& file, const ClipRecipe& recipe);
+
+// What a movie file's video stream says of itself, before decoding.
+struct StreamFacts {
+    std::string codec;                      // "video/x-h264", "video/x-h265"
+    std::optional<std::string> colorimetry; // none when the stream is untagged
+    std::string orientation;                // "" when the file says nothing
+    std::vector<std::int64_t> timestamps;   // each frame's time in the stream, in ns
+};
+std::optional<StreamFacts> streamFacts(const std::filesystem::path& file);
+
+// Every frame's luma plane (8 bits, as displayed before any rotation).
+std::vector<cv::Mat> lumaPlanes(const std::filesystem::path& file);
 
 // How many sound tracks a movie file has; none when it can't be read.
 std::optional<int> soundTracks(const std::filesystem::path& file);
