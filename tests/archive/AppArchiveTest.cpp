@@ -217,22 +217,33 @@ TEST_F(AppArchiveTest, FlowsNamingUnsafeFilesAreSkippedAndTheRestImports) {
     FlowMeta bad = sample.store.meta(SampleLibrary::logIn);
     bad.screens[0].filename = "../../../escape.png";
     const FlowMeta good = sample.store.meta(SampleLibrary::transfer);
+    // Saving or reverting edits of 01.png would remove the file its patch entry names.
+    nlohmann::json claims = good.toJson();
+    claims["id"] = "0F0E0D0C-0000-4000-8000-000000000001";
+    claims["screens"][0]["patches"] =
+        nlohmann::json::array({RedactPatch{"", "02.png", {0, 0, 0.5, 0.5}}.toJson()});
     writeZip(
         zipFile,
         {{"QuillaneExport/quillane-export.json",
-          manifestFor("Mixed", {bad.summary("acme/onboarding/log-in"),
-                                good.summary("bank/uncategorized/transfer"),
-                                good.summary("../../outside")})},
+          manifestFor("Mixed",
+                      {bad.summary("acme/onboarding/log-in"),
+                       good.summary("bank/uncategorized/transfer"), good.summary("../../outside"),
+                       good.summary("bank/uncategorized/claims")})},
          {"QuillaneExport/acme/onboarding/log-in/meta.json", encodeLibraryJson(bad.toJson())},
          {"QuillaneExport/acme/onboarding/log-in/02.png", "x"},
          {"QuillaneExport/bank/uncategorized/transfer/meta.json", encodeLibraryJson(good.toJson())},
-         {"QuillaneExport/bank/uncategorized/transfer/01.png", "transfer"}});
+         {"QuillaneExport/bank/uncategorized/transfer/01.png", "transfer"},
+         {"QuillaneExport/bank/uncategorized/claims/meta.json", encodeLibraryJson(claims)},
+         {"QuillaneExport/bank/uncategorized/claims/01.png", "claims"},
+         {"QuillaneExport/bank/uncategorized/claims/02.png", "another screen"}});
     FlowLibrary other{FlowStore(dir / "Other")};
     auto inspection = other.inspectArchive(zipFile);
     const auto result =
         other.importArchive(inspection.extracted, ImportConflictResolution::replace);
     EXPECT_EQ(result.folders, std::vector<std::string>{SampleLibrary::transfer});
-    EXPECT_EQ(result.skipped.size(), 2u);
+    ASSERT_EQ(result.skipped.size(), 3u);
+    EXPECT_NE(result.skipped[2].find("“02.png” as its patch"), std::string::npos)
+        << result.skipped[2];
     EXPECT_FALSE(fs::exists(dir / "escape.png"));
     EXPECT_TRUE(checkLibrary(other.store()).empty());
 }

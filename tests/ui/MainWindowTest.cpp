@@ -1,9 +1,11 @@
 #include "ui/MainWindow.h"
 #include "app/AppSettings.h"
 #include "library/FlowLibrary.h"
+#include "support/MediaProbe.h"
 #include "support/TestLibrary.h"
 #include "text/OCRIndex.h"
 #include "ui/CategorizeDialog.h"
+#include "ui/ClipSaveBanner.h"
 #include "ui/GalleryView.h"
 #include "ui/LibrarySidebar.h"
 #include "ui/ScreenEditor.h"
@@ -461,6 +463,46 @@ TEST_F(MainWindowTest, TheEditorOpensOnTheCurrentScreenAndRevertNeedsAnOriginal)
     edit->trigger();
     EXPECT_EQ(window->editor(), editor);
     EXPECT_EQ(editor->filename(), "01.png");
+}
+
+// After "Save & Close" the editor is gone: a clip save that fails afterwards is told in the main
+// window, and its zones wait there until the user reopens them or lets them go.
+TEST_F(MainWindowTest, AFailedClipSaveStaysInTheWindowWithItsZones) {
+    ASSERT_TRUE(writeTestClip(dir / "clip.mov", 160, 240, 10, false));
+    library.addScreens(SampleLibrary::signUp, {dir / "clip.mov"});
+    const std::string clip = names(SampleLibrary::signUp).back();
+    const fs::path file = sample.root / SampleLibrary::signUp / clip;
+    const std::string playable = readFile(file);
+    writeFile(file, "no longer a clip");
+    const std::vector<RedactShape> zones = {{"z", RedactShape::Kind::rect, {0, 0, 1, 0.5}}};
+    std::optional<bool> result;
+    library.saveVideoEdits(SampleLibrary::signUp, clip, zones, defaultStyle(RedactPreset::light),
+                           {}, [&](bool ok) { result = ok; });
+    ASSERT_TRUE(waitUntil([&] { return result.has_value(); }));
+    ASSERT_FALSE(*result);
+
+    auto* banner = window->findChild<ClipSaveBanner*>("clipSaveBanner");
+    ASSERT_TRUE(banner);
+    EXPECT_TRUE(banner->isVisible());
+    const QString text = banner->label()->text();
+    EXPECT_TRUE(text.contains(QString::fromStdString(clip))) << text.toStdString();
+    EXPECT_TRUE(text.contains("Sign up")) << text.toStdString();
+
+    // The clip is fine again (restored from elsewhere, say); the zones come back in the editor.
+    writeFile(file, playable);
+    auto* reopen = banner->findChild<QPushButton*>("clipSaveReopen");
+    ASSERT_TRUE(reopen);
+    reopen->click();
+    ScreenEditor* editor = window->editor();
+    ASSERT_TRUE(editor);
+    EXPECT_EQ(editor->filename(), clip);
+    ASSERT_EQ(editor->state().shapes().size(), 1u);
+    EXPECT_EQ(editor->state().shapes()[0].rect, zones[0].rect);
+    EXPECT_TRUE(editor->state().isEdited()) << "restored, not yet saved";
+
+    banner->findChild<QPushButton*>("clipSaveDiscard")->click();
+    EXPECT_FALSE(banner->isVisible());
+    EXPECT_TRUE(library.clipSaveProblems().empty());
 }
 
 TEST_F(MainWindowTest, SearchShowsMatchingFlowsAndOnlyTheScreensThatHoldTheText) {
