@@ -1,11 +1,16 @@
-// Blur zones: a still baked with three zones against a full-picture blur (P3), and a
-// phone-sized clip baked with two zones, against real time (P4).
+// Blur zones: a still baked with three zones against a full-picture blur (P3), in memory, file
+// to file through the library with the original kept and its colour chunks, and end to end as
+// `varnel-cli redact`; phone-sized clips baked with two zones, against real time (P4), one as
+// the capture makes them and one as a phone records (turned, at a variable frame rate).
 #include "BenchScreen.h"
 #include "editing/GaussianBlur.h"
 #include "editing/ImageRedactor.h"
+#include "editing/ScreenEdits.h"
 #include "editing/VideoRedactor.h"
+#include "library/FlowStore.h"
 #include "media/GstSupport.h"
 #include "support/MediaProbe.h"
+#include "support/TestLibrary.h"
 
 #include <QGuiApplication>
 
@@ -17,6 +22,11 @@
 #include <chrono>
 #include <cmath>
 #include <cstring>
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <zlib.h>
 
 using namespace varnel;
 namespace fs = std::filesystem;
@@ -96,29 +106,112 @@ void BM_BakeOf1179x2556StillWith3Zones(benchmark::State& state) {
 }
 BENCHMARK(BM_BakeOf1179x2556StillWith3Zones)->Unit(benchmark::kMillisecond)->UseRealTime();
 
-// The same two bakes from a PNG file to a PNG file, as saving a screen does.
-void bakeFiles(benchmark::State& state, bool naive) {
+// A PNG chunk: length, type, data, CRC.
+std::string pngChunk(const std::string& type, const std::string& data) {
+    std::string out;
+    for (int shift = 24; shift >= 0; shift -= 8)
+        out += static_cast<char>((data.size() >> shift) & 0xff);
+    const std::string body = type + data;
+    out += body;
+    const auto crc =
+        crc32(0, reinterpret_cast<const Bytef*>(body.data()), static_cast<uInt>(body.size()));
+    for (int shift = 24; shift >= 0; shift -= 8)
+        out += static_cast<char>((crc >> shift) & 0xff);
+    return out;
+}
+
+// The phone screen as an iPhone saves it: tagged Display P3 (an ICC profile of 548 bytes, as
+// Apple's is), with cHRM and gAMA beside it.
+std::string taggedScreenPng() {
+    std::string png = ImageRedactor::encodePng(screenPixels());
+    std::string profile(548, '\0');
+    for (std::size_t i = 0; i < profile.size(); ++i)
+        profile[i] = static_cast<char>(i * 7);
+    const std::string colour = pngChunk("iCCP", std::string("Display P3") + '\0' + '\0' + profile) +
+                               pngChunk("cHRM", std::string(32, '\1')) +
+                               pngChunk("gAMA", std::string("\0\0\xb1\x8f", 4));
+    png.insert(8 + 25, colour); // after the signature and IHDR
+    return png;
+}
+
+bool keepsColourChunks(const fs::path& file) {
+    const std::string png = test::readFile(file);
+    return png.find("iCCPDisplay P3") != std::string::npos &&
+           png.find("cHRM") != std::string::npos && png.find("gAMA") != std::string::npos;
+}
+
+// A library with one flow holding the tagged phone screen as 01.png.
+struct StillLibrary {
     bench::TempFolder folder;
-    const fs::path source = folder.path / "01.orig.png";
-    const fs::path target = folder.path / "01.png";
-    cv::imwrite(source.string(), screenPixels());
-    for (auto _ : state) {
-        if (naive) {
-            if (!ImageRedactor::writePng(naiveBake(ImageRedactor::load(source)), target))
-                state.SkipWithError("write failed");
-        } else if (!ImageRedactor::apply(kZones, target, source, style())) {
-            state.SkipWithError("apply failed");
-        }
+    fs::path root = folder.path / "library";
+    FlowStore store{root};
+    std::string flow = store.createEmptyFlow("Acme", "Profile", std::nullopt, Date{}).folderName;
+    fs::path screen = root / flow / "01.png";
+    StillLibrary() {
+        test::writeFile(folder.path / "01.png", taggedScreenPng());
+        store.addScreens(flow, {folder.path / "01.png"}, Date{});
     }
-}
+};
+
+// The naive bake from the PNG file to a PNG file.
 void BM_NaiveBakeFileToFile(benchmark::State& state) {
-    bakeFiles(state, true);
-}
-void BM_BakeFileToFile(benchmark::State& state) {
-    bakeFiles(state, false);
+    StillLibrary library;
+    const fs::path target = library.folder.path / "baked.png";
+    for (auto _ : state)
+        if (!ImageRedactor::writePng(naiveBake(ImageRedactor::load(library.screen)), target))
+            state.SkipWithError("write failed");
 }
 BENCHMARK(BM_NaiveBakeFileToFile)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+// Saving a screen's zones as the editor does: decoded and baked from the kept original, the
+// screen, the original and meta.json written durably.
+void BM_BakeFileToFile(benchmark::State& state) {
+    StillLibrary library;
+    for (auto _ : state)
+        ScreenEdits::save(library.store, library.flow, "01.png", kZones, style(), {});
+    state.counters["colour_chunks_kept"] = keepsColourChunks(library.screen) ? 1 : 0;
+}
 BENCHMARK(BM_BakeFileToFile)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+// The same as a user runs it: a new `varnel-cli redact` process for each save.
+int runCli(const std::vector<std::string>& arguments) {
+    std::vector<char*> argv;
+    for (const auto& argument : arguments)
+        argv.push_back(const_cast<char*>(argument.c_str()));
+    argv.push_back(nullptr);
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
+    pid_t child = 0;
+    const int started = posix_spawn(&child, argv[0], &actions, nullptr, argv.data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    int status = 0;
+    if (started != 0 || waitpid(child, &status, 0) != child || !WIFEXITED(status))
+        return -1;
+    return WEXITSTATUS(status);
+}
+
+void BM_CliRedactOf1179x2556ScreenWith3Zones(benchmark::State& state) {
+    StillLibrary library;
+    const std::vector<std::string> command = {VARNEL_CLI_PATH,
+                                              "--library",
+                                              library.root.string(),
+                                              "redact",
+                                              library.flow,
+                                              "01.png",
+                                              "--zone",
+                                              "rect:0.05,0.08,0.6,0.05",
+                                              "--zone",
+                                              "rect:0.1,0.5,0.8,0.1",
+                                              "--zone",
+                                              "ellipse:0.3,0.2,0.4,0.18"};
+    for (auto _ : state)
+        if (runCli(command) != 0)
+            state.SkipWithError("varnel-cli redact failed");
+    state.counters["colour_chunks_kept"] = keepsColourChunks(library.screen) ? 1 : 0;
+    state.counters["original_kept"] = fs::exists(library.root / library.flow / "01.orig.png");
+}
+BENCHMARK(BM_CliRedactOf1179x2556ScreenWith3Zones)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 // Mean SSIM of the luma of two frames over the pixels where `where` is set (Gaussian window of
 // 11 with sigma 1.5, the usual constants).
@@ -236,6 +329,44 @@ void BM_BakeOf10sPhoneClipWith2Zones(benchmark::State& state) {
     state.counters["ssim_outside_min"] = lowest;
 }
 BENCHMARK(BM_BakeOf10sPhoneClipWith2Zones)->Unit(benchmark::kSecond)->UseRealTime()->Iterations(1);
+
+// A 10 s clip as a phone records it: stored turned a quarter (the matrix says so), frames only
+// when the screen changes (1/120 s to 2 s apart), sound beside it.
+void BM_BakeOf10sRotatedVariableRateClipWith2Zones(benchmark::State& state) {
+    bench::TempFolder folder;
+    const fs::path source = folder.path / "01.orig.mov";
+    const fs::path target = folder.path / "01.mov";
+    test::ClipRecipe recipe;
+    recipe.width = bench::kHeight - 4; // stored sideways, 4:2:0 needs even sizes
+    recipe.height = bench::kWidth - 1;
+    recipe.frames = 160; // the intervals add up to just over 10 s
+    recipe.variableRate = true;
+    recipe.orientation = "rotate-90";
+    recipe.sound = true;
+    if (!test::writeClip(source, recipe)) {
+        state.SkipWithError("could not make the clip");
+        return;
+    }
+    const auto facts = test::streamFacts(source);
+    const double length = facts ? facts->timestamps.back() / 1e9 : 0;
+    double seconds = 0;
+    for (auto _ : state) {
+        const auto start = std::chrono::steady_clock::now();
+        std::string why;
+        if (!VideoRedactor::bake(kClipZones, target, source, style(), {}, nullptr, &why))
+            state.SkipWithError(why.c_str());
+        seconds += std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    }
+    state.counters["clip_seconds"] = length;
+    state.counters["realtime_ratio"] = length * static_cast<double>(state.iterations()) / seconds;
+    const auto after = test::streamFacts(target);
+    state.counters["times_and_turn_kept"] = after && facts && after->orientation == "rotate-90" &&
+                                            after->timestamps.size() == facts->timestamps.size();
+}
+BENCHMARK(BM_BakeOf10sRotatedVariableRateClipWith2Zones)
+    ->Unit(benchmark::kSecond)
+    ->UseRealTime()
+    ->Iterations(1);
 
 } // namespace
 

@@ -3,9 +3,9 @@
 #include "editing/GaussianBlur.h"
 #include "library/Errors.h"
 #include "library/FileOps.h"
+#include "media/PngImage.h"
 #include "media/PngWriter.h"
 
-#include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 
 #include <algorithm>
@@ -249,10 +249,9 @@ std::string encodePng(const cv::Mat& bgra) {
     cv::minMaxLoc(alpha, &minAlpha);
     if (minAlpha >= 255) // screenshots are opaque: the fast writer drops the alpha channel
         return PngWriter::encode(bgra.data, bgra.cols, bgra.rows, bgra.step[0]);
-    std::vector<std::uint8_t> png;
-    if (!cv::imencode(".png", bgra, png))
-        return {};
-    return std::string(reinterpret_cast<const char*>(png.data()), png.size());
+    PngImage image;
+    image.pixels = bgra;
+    return image.encode();
 }
 
 bool writePng(const cv::Mat& bgra, const std::filesystem::path& file) {
@@ -268,7 +267,16 @@ bool writePng(const cv::Mat& bgra, const std::filesystem::path& file) {
 }
 
 cv::Mat load(const std::filesystem::path& file) {
-    cv::Mat image = cv::imread(file.string(), cv::IMREAD_UNCHANGED);
+    std::string bytes;
+    try {
+        bytes = FileOps::read(file);
+    } catch (const std::exception&) {
+        return {};
+    }
+    auto decoded = PngImage::decode(bytes);
+    if (!std::holds_alternative<PngImage>(decoded))
+        return {};
+    cv::Mat image = std::get<PngImage>(decoded).pixels;
     if (image.depth() == CV_16U) // 16-bit PNGs exist; what is baked and shown is 8-bit
         image.convertTo(image, CV_8U, 1.0 / 257);
     if (image.empty() || image.depth() != CV_8U)
@@ -278,6 +286,13 @@ cv::Mat load(const std::filesystem::path& file) {
     case 1:
         cv::cvtColor(image, bgra, cv::COLOR_GRAY2BGRA);
         break;
+    case 2: {
+        cv::Mat grey, alpha;
+        cv::extractChannel(image, grey, 0);
+        cv::extractChannel(image, alpha, 1);
+        cv::merge(std::vector<cv::Mat>{grey, grey, grey, alpha}, bgra);
+        break;
+    }
     case 3:
         cv::cvtColor(image, bgra, cv::COLOR_BGR2BGRA);
         break;
