@@ -12,7 +12,9 @@
 #include <unistd.h>
 
 #include <array>
+#include <chrono>
 #include <cmath>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <system_error>
@@ -67,6 +69,12 @@ constexpr const char* kVideoBranch =
     "identity name=frames ! queue max-size-buffers=4 max-size-bytes=0 max-size-time=0 ! "
     "x264enc name=encode speed-preset=ultrafast pass=qual quantizer=16 insert-vui=false ! "
     "h264parse name=out";
+
+// Sound is copied as it is. The demuxer hands out samples in time order and the muxer takes
+// them in time order too, so while the video is held up in decoding and encoding the sound must
+// wait somewhere: here, without a limit (a minute of sound is about a megabyte).
+constexpr const char* kSoundBranch =
+    "queue name=in max-size-buffers=0 max-size-bytes=0 max-size-time=0 ! identity name=out";
 
 // x264's names for the codes of ISO/IEC 23091-2, indexed by code; "" where it has none.
 constexpr std::array<const char*, 13> kPrimaries = {
@@ -126,7 +134,11 @@ struct Bake {
     std::optional<std::string> colorimetry;
     std::atomic<bool> sawVideo = false;
     std::atomic<bool> failed = false;
+    std::atomic<std::uint64_t> written = 0; // buffers out of the muxer
 };
+
+// A pipeline that writes nothing for this long is stuck; the save fails instead of waiting on.
+constexpr auto kStallLimit = std::chrono::seconds(60);
 
 std::string orientationOf(GstPad* pad) {
     std::string orientation;
@@ -288,7 +300,7 @@ void streamAdded(GstElement*, GstPad* pad, gpointer data) {
         if (!addBranch(*bake, pad, kVideoBranch, "video_%u"))
             bake->failed = true;
     } else if (kind.starts_with("audio/")) {
-        if (!addBranch(*bake, pad, "queue name=in ! identity name=out", "audio_%u"))
+        if (!addBranch(*bake, pad, kSoundBranch, "audio_%u"))
             bake->failed = true;
     } else {
         drain(*bake, pad);
@@ -350,14 +362,32 @@ std::optional<std::string> runBake(const std::vector<RedactShape>& shapes, const
     if (!gst_element_link(src, demux) || !gst_element_link(bake.mux, sink))
         return "the re-encoding could not be set up";
     g_signal_connect(demux, "pad-added", G_CALLBACK(streamAdded), &bake);
+    GstPad* muxed = gst_element_get_static_pad(bake.mux, "src");
+    gst_pad_add_probe(
+        muxed, GST_PAD_PROBE_TYPE_BUFFER,
+        [](GstPad*, GstPadProbeInfo*, gpointer data) {
+            ++static_cast<Bake*>(data)->written;
+            return GST_PAD_PROBE_OK;
+        },
+        &bake, nullptr);
+    gst_object_unref(muxed);
 
     if (gst_element_set_state(bake.pipeline, GST_STATE_PLAYING) == GST_STATE_CHANGE_FAILURE)
         return "the clip could not be opened";
     std::unique_ptr<GstBus, gst::ObjectUnref> bus(gst_element_get_bus(bake.pipeline));
     std::optional<std::string> failure;
+    std::uint64_t written = 0;
+    auto lastWrite = std::chrono::steady_clock::now();
     while (true) {
         if (cancel && cancel->load()) {
             failure = "the save was cancelled";
+            break;
+        }
+        if (const auto now = std::chrono::steady_clock::now(); bake.written != written) {
+            written = bake.written;
+            lastWrite = now;
+        } else if (now - lastWrite > kStallLimit) {
+            failure = "the re-encoding stopped making progress";
             break;
         }
         GstMessage* message = gst_bus_timed_pop_filtered(

@@ -203,7 +203,13 @@ TEST_F(VideoRedactorTest, ClipsAsDevicesRecordThemKeepWhatTheyAre) {
         {"tagged BT.709 full range", recipe([](ClipRecipe& r) { r.colorimetry = "1:3:5:1"; }), top},
         {"variable frame rate", recipe([](ClipRecipe& r) {
              r.frames = 40;
-             r.variableRate = true;
+             r.intervals = kPhoneIntervals;
+         }),
+         top},
+        {"variable frame rate, with sound", recipe([](ClipRecipe& r) {
+             r.frames = 360;
+             r.intervals = {1.0 / 60, 1.0 / 60, 1.0 / 30, 1.0 / 20, 1.0 / 60, 1.0 / 30};
+             r.sound = true;
          }),
          top},
         {"rotated a quarter turn, with sound", recipe([](ClipRecipe& r) {

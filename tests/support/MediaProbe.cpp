@@ -70,21 +70,20 @@ bool runToEnd(GstElement* pipeline) {
     return ok;
 }
 
-// Frames come at uneven intervals, as a phone records a screen that changes now and then.
-constexpr GstClockTime kIntervals[] = {GST_SECOND / 60, GST_SECOND / 20, GST_SECOND / 45,
-                                       GST_SECOND / 8,  GST_SECOND / 30, GST_SECOND / 120,
-                                       2 * GST_SECOND};
-
-GstPadProbeReturn retime(GstPad*, GstPadProbeInfo* info, gpointer) {
+GstPadProbeReturn retime(GstPad*, GstPadProbeInfo* info, gpointer data) {
+    const auto& intervals = *static_cast<const std::vector<double>*>(data);
     GstBuffer* buffer = gst_buffer_make_writable(GST_PAD_PROBE_INFO_BUFFER(info));
     GST_PAD_PROBE_INFO_DATA(info) = buffer;
     const auto index = GST_BUFFER_OFFSET(buffer);
+    const auto interval = [&](guint64 i) {
+        return static_cast<GstClockTime>(intervals[i % intervals.size()] * GST_SECOND);
+    };
     GstClockTime start = 0;
     for (guint64 i = 0; i < index; ++i)
-        start += kIntervals[i % std::size(kIntervals)];
+        start += interval(i);
     GST_BUFFER_PTS(buffer) = start;
     GST_BUFFER_DTS(buffer) = GST_CLOCK_TIME_NONE;
-    GST_BUFFER_DURATION(buffer) = kIntervals[index % std::size(kIntervals)];
+    GST_BUFFER_DURATION(buffer) = interval(index);
     return GST_PAD_PROBE_OK;
 }
 
@@ -113,9 +112,10 @@ bool writeClip(const std::filesystem::path& file, const ClipRecipe& recipe) {
     if (!pipeline)
         return false;
     g_object_set(gst::child(pipeline.get(), "out").get(), "location", file.c_str(), nullptr);
-    if (recipe.variableRate) {
+    if (!recipe.intervals.empty()) {
         GstPad* pad = gst_element_get_static_pad(gst::child(pipeline.get(), "retime").get(), "src");
-        gst_pad_add_probe(pad, GST_PAD_PROBE_TYPE_BUFFER, retime, nullptr, nullptr);
+        gst_pad_add_probe(pad, GST_PAD_PROBE_TYPE_BUFFER, retime,
+                          const_cast<std::vector<double>*>(&recipe.intervals), nullptr);
         gst_object_unref(pad);
     }
     if (!tagged) {

@@ -31,13 +31,16 @@ bool writeTestClip(const std::filesystem::path& file, int width, int height, int
                    bool withSound);
 
 // A clip as phones record them: how it is encoded and tagged.
+// Frames come at uneven intervals, as a phone records a screen that changes now and then.
+inline const std::vector<double> kPhoneIntervals = {1.0 / 60, 1.0 / 20,  1.0 / 45, 1.0 / 8,
+                                                    1.0 / 30, 1.0 / 120, 2.0};
 struct ClipRecipe {
     int width = 160;
     int height = 240;
     int frames = 30;
     bool sound = false;
-    // Frames come 1/120 s to 2 s apart instead of every 1/30 s.
-    bool variableRate = false;
+    // Seconds from each frame to the next, used in turn; none: every 1/30 s.
+    std::vector<double> intervals;
     // 10-bit HEVC instead of 8-bit H.264.
     bool hevc10 = false;
     // How the file says to turn the picture: "rotate-90", "rotate-180", "rotate-270" or "".
