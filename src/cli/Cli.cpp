@@ -97,8 +97,9 @@ Commands:
   figma export FOLDER                         write the package for the Figma import plugin;
                                               prints its path
   figma link FOLDER URL                       link a flow to the Figma file it was imported into
-  figma publish FOLDER                        send the flow's comment pins to the linked file
-                                              and pull its threads back (token from Settings)
+  figma sync FOLDER                           send the flow's comment pins to the linked file
+                                              and pull its threads back (token from Settings);
+                                              also named `figma publish`
 
 Options:
   --library DIR   the library folder

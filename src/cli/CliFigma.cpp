@@ -67,9 +67,10 @@ int figma(Invocation& inv, FlowStore& store, const FigmaAccess& access, std::ost
         return exportPackage(inv, store, out);
     if (sub == "link")
         return link(inv, store, out);
-    if (sub == "publish")
+    // A sync both sends the pins and pulls the threads; "publish" is its first name.
+    if (sub == "sync" || sub == "publish")
         return publish(inv, store, access, out);
-    throw UsageError("figma needs export, link or publish");
+    throw UsageError("figma needs export, link or sync");
 }
 
 } // namespace varnel::cli

@@ -19,7 +19,7 @@ struct FigmaAccess {
     std::string baseURL;
 };
 
-// `figma export FOLDER`, `figma link FOLDER URL`, `figma publish FOLDER`.
+// `figma export FOLDER`, `figma link FOLDER URL`, `figma sync FOLDER` (or `figma publish`).
 int figma(Invocation& inv, FlowStore& store, const FigmaAccess& access, std::ostream& out);
 
 } // namespace varnel::cli

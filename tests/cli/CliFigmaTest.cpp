@@ -34,11 +34,11 @@ protected:
         board = figma.addBoard(figma.addPage("Flows"), flowId, "2026-11-22T09:00:00Z", 0, 0,
                                {{"01.png", 0, 0, 390, 844}});
     }
-    CliResult publish() {
+    CliResult publish(const std::string& command = "publish") {
         std::ostringstream out, err;
         const cli::FigmaAccess access{&secrets, figma.baseURL()};
         const int code =
-            cli::run({"--library", root.string(), "figma", "publish", folder}, out, err, access);
+            cli::run({"--library", root.string(), "figma", command, folder}, out, err, access);
         return {code, out.str(), err.str()};
     }
     CliResult cli(std::vector<std::string> args) { return runCli(std::move(args), root.string()); }
@@ -99,7 +99,7 @@ TEST_F(CliFigmaTest, PublishPrintsTheSummaryOrTheError) {
     EXPECT_EQ(first.out, "1 posted\n");
     EXPECT_EQ(figma.comments().size(), 1u);
     EXPECT_TRUE(FlowStore(root).meta(folder).figmaLastPulledAt);
-    EXPECT_EQ(publish().out, "Nothing to publish\n");
+    EXPECT_EQ(publish("sync").out, "Nothing to publish\n") << "sync is publish's other name";
 
     figma.rejectToken(401);
     const auto refused = publish();
