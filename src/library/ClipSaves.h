@@ -23,6 +23,9 @@ public:
         std::vector<RedactShape> shapes;
         RedactStyle style;
         std::string reason;
+        // The clip file has the new zones but the record doesn't say so (putting it back
+        // failed); otherwise the clip is as it was.
+        bool clipChanged = false;
     };
 
     std::uint64_t begin(const ScreenID& screen);

@@ -347,22 +347,15 @@ void FlowLibrary::saveVideoEdits(const std::string& folderName, const std::strin
     });
 }
 
-void FlowLibrary::restoreFromOriginal(const std::string& folderName, const std::string& filename) {
-    const auto screen = store_.screenURL(folderName, filename);
-    const auto original = ScreenEdits::editingSource(store_, folderName, filename);
-    if (original == screen)
-        return;
-    const auto copy = root() / (".restore-" + newUUIDString() + ".mov");
-    try {
-        FileOps::copyDurably(original, copy);
-        std::filesystem::rename(copy, screen);
-        FileOps::syncFolder(screen.parent_path());
-    } catch (const std::exception& e) {
-        std::error_code ignored;
-        std::filesystem::remove(copy, ignored);
-        qWarning("The clip %s/%s couldn't be put back from its original: %s", folderName.c_str(),
-                 filename.c_str(), e.what());
-    }
+// The clip as it is now, kept beside the library until the new one is recorded: a hard link
+// when the file system has them, else a durable copy.
+std::filesystem::path FlowLibrary::keepPrevious(const std::filesystem::path& clip) {
+    const auto kept = root() / (".previous-" + newUUIDString() + ".mov");
+    std::error_code error;
+    std::filesystem::create_hard_link(clip, kept, error);
+    if (error)
+        FileOps::copyDurably(clip, kept);
+    return kept;
 }
 
 // Runs on the main thread, where every screen operation runs: the clip is where the save's
@@ -379,6 +372,8 @@ bool FlowLibrary::finishClipSave(std::uint64_t save, const std::filesystem::path
                        "saved."));
         return false;
     }
+    std::optional<std::filesystem::path> previous;
+    bool clipChanged = false;
     if (!failure) {
         try {
             mutate([&] {
@@ -386,6 +381,7 @@ bool FlowLibrary::finishClipSave(std::uint64_t save, const std::filesystem::path
                 if (!current.screen(where->filename))
                     throw LibraryError("The clip is no longer in its flow.");
                 const auto destination = store_.screenURL(where->folder, where->filename);
+                previous = keepPrevious(destination);
                 std::error_code error;
                 std::filesystem::rename(output, destination, error);
                 if (error)
@@ -394,8 +390,15 @@ bool FlowLibrary::finishClipSave(std::uint64_t save, const std::filesystem::path
                 try {
                     ScreenEdits::recordClip(store_, where->folder, where->filename, shapes, style);
                 } catch (...) {
-                    // Zones baked but not recorded: the untouched clip goes back in place.
-                    restoreFromOriginal(where->folder, where->filename);
+                    // Zones baked but not recorded: the clip as it was (with the zones its
+                    // record names) goes back in place.
+                    std::filesystem::rename(*previous, destination, error);
+                    if (error) {
+                        clipChanged = true;
+                    } else {
+                        previous.reset();
+                        FileOps::syncFolder(destination.parent_path());
+                    }
                     throw;
                 }
             });
@@ -404,10 +407,12 @@ bool FlowLibrary::finishClipSave(std::uint64_t save, const std::filesystem::path
         }
     }
     std::filesystem::remove(output, ignored);
+    if (previous)
+        std::filesystem::remove(*previous, ignored);
     if (failure) {
         qWarning("The clip %s/%s wasn't saved: %s", where->folder.c_str(), where->filename.c_str(),
                  failure->c_str());
-        clipSaves_.addProblem({*where, shapes, style, *failure});
+        clipSaves_.addProblem({*where, shapes, style, *failure, clipChanged});
         emit clipSaveProblemsChanged();
         return false;
     }

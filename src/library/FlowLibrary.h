@@ -214,7 +214,7 @@ private:
     QThreadPool videoPool_;
     std::shared_ptr<std::atomic<bool>> cancelVideo_ = std::make_shared<std::atomic<bool>>(false);
     ClipSaves clipSaves_;
-    void restoreFromOriginal(const std::string& folderName, const std::string& filename);
+    std::filesystem::path keepPrevious(const std::filesystem::path& clip);
     bool finishClipSave(std::uint64_t save, const std::filesystem::path& output,
                         const std::vector<RedactShape>& shapes, const RedactStyle& style,
                         std::optional<std::string> failure);

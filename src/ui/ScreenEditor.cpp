@@ -690,8 +690,12 @@ void ScreenEditor::save() {
                 auto* alert =
                     new QMessageBox(QMessageBox::Warning, tr("The video couldn't be saved."),
                                     tr("The video couldn't be saved."), QMessageBox::Ok, self);
-                alert->setInformativeText(reason + tr("The clip on disk is unchanged. Your zones "
-                                                      "are still here — try saving again."));
+                const QString clip =
+                    problem && problem->clipChanged
+                        ? tr("The clip on disk has the new zones, but they aren't recorded.")
+                        : tr("The clip on disk is unchanged.");
+                alert->setInformativeText(reason + clip + " " +
+                                          tr("Your zones are still here — try saving again."));
                 alert->setAttribute(Qt::WA_DeleteOnClose);
                 alert->open();
             }

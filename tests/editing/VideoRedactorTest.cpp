@@ -143,6 +143,34 @@ TEST_F(VideoRedactorTest, TheLibraryRecordsZonesOnlyForABakedClip) {
     EXPECT_TRUE(library.edits(folder, "01.mov").shapes.empty());
 }
 
+// When the new zones can't be recorded, the clip goes back to what its record describes: the
+// earlier bake, not the untouched original, so the record never names zones the file lacks.
+TEST_F(VideoRedactorTest, AnUnrecordedBakePutsThePreviousClipBack) {
+    FaultInjector faults;
+    FlowLibrary faulty{FlowStore(root, faults.operations())};
+    const auto save = [&](const std::vector<RedactShape>& zones) {
+        std::optional<bool> result;
+        faulty.saveVideoEdits(folder, "01.mov", zones, style, {}, [&](bool ok) { result = ok; });
+        EXPECT_TRUE(waitUntil([&] { return result.has_value(); }, 60));
+        return result.value_or(false);
+    };
+    ASSERT_TRUE(save(topQuarter));
+    const std::string baked = readFile(clip());
+
+    faults.failNext(FaultInjector::Kind::writer);
+    EXPECT_FALSE(save({{"", RedactShape::Kind::rect, {0, 0.75, 1, 0.25}}}));
+    EXPECT_TRUE(faults.fired());
+    EXPECT_EQ(readFile(clip()), baked);
+    const auto recorded = faulty.edits(folder, "01.mov").shapes;
+    ASSERT_EQ(recorded.size(), 1u);
+    EXPECT_EQ(recorded[0].rect, topQuarter[0].rect);
+    const auto problem = faulty.clipSaveProblem(folder, "01.mov");
+    ASSERT_TRUE(problem);
+    EXPECT_FALSE(problem->clipChanged);
+    for (const auto& name : FileOps::list(root))
+        EXPECT_FALSE(name.starts_with(".previous-") || name.starts_with(".bake-")) << name;
+}
+
 TEST_F(VideoRedactorTest, ABakeLandsOnTheClipItWasMadeFromWhateverHappensMeanwhile) {
     ASSERT_TRUE(writeTestClip(dir / "other.mov", kWidth, kHeight, 10, true));
     store().addScreens(folder, {dir / "other.mov"}, Date{});

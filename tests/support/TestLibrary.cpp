@@ -87,6 +87,11 @@ void FaultInjector::tick(Kind kind, const fs::path& path) {
     }
 }
 
+void FaultInjector::failNext(Kind kind) {
+    kind_ = kind;
+    failingCall_ = calls(kind) + 1;
+}
+
 FileOperations FaultInjector::operations() {
     const FileOperations standard = FileOperations::standard();
     return {

@@ -55,6 +55,8 @@ public:
     FaultInjector(Kind kind, int failingCall) : kind_(kind), failingCall_(failingCall) {}
 
     FileOperations operations();
+    // The next call of `kind` fails (and only that one).
+    void failNext(Kind kind);
     int calls(Kind kind) const { return counts_.count(kind) ? counts_.at(kind) : 0; }
     bool fired() const { return fired_; }
 
