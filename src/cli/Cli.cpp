@@ -99,7 +99,10 @@ Commands:
   figma link FOLDER URL                       link a flow to the Figma file it was imported into
   figma sync FOLDER                           send the flow's comment pins to the linked file
                                               and pull its threads back (token from Settings);
-                                              also named `figma publish`
+                                              also named `figma publish`; the API is
+                                              VARNEL_FIGMA_API when it is set
+  figma token [--clear]                       store the Figma token read from standard input in
+                                              the keychain, or remove it
 
 Options:
   --library DIR   the library folder
@@ -280,7 +283,10 @@ int recover(const Invocation& inv, FlowStore& store, std::ostream& out, std::ost
     return unresolved.empty() ? kSuccess : kFailed;
 }
 
-bool changesLibrary(const std::string& command) {
+bool changesLibrary(const Invocation& inv) {
+    const std::string& command = inv.command;
+    if (command == "figma" && !inv.arguments.empty() && inv.arguments[0] == "token")
+        return false; // the keychain's, not the library's
     return command != "list" && command != "check" && command != "export-app" &&
            command != "sources" && command != "search";
 }
@@ -329,7 +335,7 @@ int run(const std::vector<std::string>& args, std::ostream& out, std::ostream& e
         if (command == commands.end())
             throw UsageError("unknown command “" + inv.command + "”");
         std::optional<LibraryLock> lock;
-        if (changesLibrary(inv.command)) {
+        if (changesLibrary(inv)) {
             FileOps::createDirectory(store.root(), true);
             lock = LibraryLock::acquire(store.root());
             if (!lock)

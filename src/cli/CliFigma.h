@@ -3,6 +3,7 @@
 #include "cli/CliSupport.h"
 
 #include <iosfwd>
+#include <istream>
 #include <string>
 
 namespace varnel {
@@ -12,14 +13,16 @@ class SecretStore;
 
 namespace varnel::cli {
 
-// Where `figma publish` finds the token and Figma; the command's own are the keychain and
-// https://api.figma.com.
+// Where `figma sync` finds the token and Figma, and `figma token` reads; the command's own are
+// the keychain, VARNEL_FIGMA_API or https://api.figma.com, and standard input.
 struct FigmaAccess {
     SecretStore* secrets = nullptr;
     std::string baseURL;
+    std::istream* in = nullptr;
 };
 
-// `figma export FOLDER`, `figma link FOLDER URL`, `figma sync FOLDER` (or `figma publish`).
+// `figma export FOLDER`, `figma link FOLDER URL`, `figma sync FOLDER` (or `figma publish`),
+// `figma token [--clear]`.
 int figma(Invocation& inv, FlowStore& store, const FigmaAccess& access, std::ostream& out);
 
 } // namespace varnel::cli

@@ -16,6 +16,7 @@ ScreenComment ScreenComment::fromJson(const Json& json) {
     c.createdAt = requireDate(json, "createdAt");
     c.postedId = optionalString(json, "postedId");
     c.postedSignature = optionalString(json, "postedSignature");
+    c.postedFileKey = optionalString(json, "postedFileKey");
     return c;
 }
 
@@ -25,6 +26,8 @@ Json ScreenComment::toJson() const {
         json["postedId"] = *postedId;
     if (postedSignature)
         json["postedSignature"] = *postedSignature;
+    if (postedFileKey)
+        json["postedFileKey"] = *postedFileKey;
     return json;
 }
 

@@ -17,6 +17,9 @@ struct ScreenComment {
     Date createdAt;
     std::optional<std::string> postedId;
     std::optional<std::string> postedSignature;
+    // The key of the Figma file it was posted to; a pin posted to another file is unpublished
+    // in the linked one.
+    std::optional<std::string> postedFileKey;
 
     bool operator==(const ScreenComment&) const = default;
 

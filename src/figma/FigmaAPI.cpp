@@ -3,6 +3,7 @@
 #include "figma/FigmaAPIError.h"
 #include "figma/HttpClient.h"
 
+#include <cstdlib>
 #include <stdexcept>
 
 namespace varnel {
@@ -30,6 +31,16 @@ FigmaAPI::FigmaAPI(std::string token, std::string baseURL)
         throw std::invalid_argument("The Figma API address must use https");
 }
 
+std::string FigmaAPI::configuredBaseURL() {
+    const char* value = std::getenv(kBaseURLVariable);
+    if (!value || !*value)
+        return kBaseURL;
+    if (!Http::isAllowedURL(value))
+        throw std::invalid_argument(std::string(kBaseURLVariable) +
+                                    " must be an https address, or http on this machine");
+    return value;
+}
+
 std::string FigmaAPI::url(const std::string& path, const Query& query) const {
     std::string out = baseURL_ + path;
     char separator = '?';
@@ -48,6 +59,9 @@ std::string FigmaAPI::run(const std::string& method, const std::string& url,
     request.url = url;
     request.timeoutSeconds = kTimeoutSeconds;
     request.headers.emplace_back("X-Figma-Token", token_);
+    request.cancel = stop_;
+    if (stop_ && *stop_)
+        throw Http::Cancelled();
     if (jsonBody) {
         request.headers.emplace_back("Content-Type", "application/json");
         request.body = *jsonBody;

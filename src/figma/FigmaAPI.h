@@ -13,11 +13,17 @@ namespace varnel {
 class FigmaAPI : public FigmaCommentAPI {
 public:
     static constexpr const char* kBaseURL = "https://api.figma.com";
+    // Names another API address (a proxy, a stand-in), https or this machine's loopback.
+    static constexpr const char* kBaseURLVariable = "VARNEL_FIGMA_API";
     static constexpr long kTimeoutSeconds = 60;
 
     // Throws std::invalid_argument for a base URL that isn't https (plain http is let through
     // for this machine's loopback only, where the tests' server listens).
     explicit FigmaAPI(std::string token, std::string baseURL = kBaseURL);
+
+    // The address to use: VARNEL_FIGMA_API when it is set, else Figma's own. Throws
+    // std::invalid_argument when the variable names an address that isn't allowed.
+    static std::string configuredBaseURL();
 
     FigmaAccount me() override;
     FigmaNode file(const std::string& key, int depth) override;
@@ -29,6 +35,9 @@ public:
     std::string postReply(const std::string& key, const std::string& message,
                           const std::string& commentId) override;
     void deleteComment(const std::string& key, const std::string& commentId) override;
+    void setStopFlag(std::shared_ptr<const std::atomic<bool>> flag) override {
+        stop_ = std::move(flag);
+    }
 
 private:
     using Query = std::vector<std::pair<std::string, std::string>>;
@@ -41,6 +50,7 @@ private:
 
     std::string token_;
     std::string baseURL_;
+    std::shared_ptr<const std::atomic<bool>> stop_;
 };
 
 } // namespace varnel

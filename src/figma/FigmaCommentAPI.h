@@ -2,6 +2,8 @@
 
 #include "figma/FigmaRecords.h"
 
+#include <atomic>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -30,6 +32,10 @@ public:
                                   const std::string& commentId) = 0;
     // A comment Figma no longer has counts as deleted.
     virtual void deleteComment(const std::string& key, const std::string& commentId) = 0;
+
+    // Once the flag is set, the request in flight is aborted (Http::Cancelled) and so is every
+    // later one.
+    virtual void setStopFlag(std::shared_ptr<const std::atomic<bool>> flag) { (void)flag; }
 };
 
 } // namespace varnel

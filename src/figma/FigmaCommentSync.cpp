@@ -5,6 +5,7 @@
 #include "figma/FigmaCommentPublisher.h"
 #include "figma/FigmaFileLink.h"
 #include "figma/FigmaThreadAssembler.h"
+#include "figma/HttpClient.h"
 
 #include <set>
 
@@ -59,22 +60,34 @@ std::vector<FigmaCommentPlanner::Screen> screensOf(const FlowMeta& meta) {
     return screens;
 }
 
-FigmaCommentPlanner::Existing existingOf(const std::vector<FigmaCommentRef>& refs) {
-    FigmaCommentPlanner::Existing existing;
-    for (const auto& ref : refs)
-        existing[ref.id] = ref.nodeId;
-    return existing;
+// The account whose comments may be adopted; when it can't be read, a comment with the pin's
+// text at the pin's exact place is taken as the pin's post whoever wrote it, rather than posting
+// the pin twice.
+std::optional<std::string> accountId(FigmaCommentAPI& api) {
+    try {
+        return api.me().id;
+    } catch (const Http::Cancelled&) {
+        throw;
+    } catch (const std::exception&) {
+        return std::nullopt;
+    }
+}
+
+void checkStop(const std::atomic<bool>* stop) {
+    if (stop && *stop)
+        throw Http::Cancelled();
 }
 
 } // namespace
 
 FigmaSyncResult run(const FlowMeta& meta, FigmaCommentAPI& api,
-                    const FigmaPublishPersistence& persistence) {
+                    const FigmaPublishPersistence& persistence, const std::atomic<bool>* stop) {
     const std::string link = meta.figmaFileURL.value_or("");
     const auto key = FigmaFileLink::key(link);
     if (!key)
         return FigmaSyncError{FigmaSyncError::Kind::badFileURL, "no file key in the link"};
     try {
+        checkStop(stop);
         const auto board = findBoard(api, *key, FigmaFileLink::nodeId(link), meta.id);
         if (!board)
             return FigmaSyncError{FigmaSyncError::Kind::boardNotFound,
@@ -84,11 +97,22 @@ FigmaSyncResult run(const FlowMeta& meta, FigmaCommentAPI& api,
             return FigmaSyncError{FigmaSyncError::Kind::screensChanged,
                                   "board older than the screens"};
 
+        checkStop(stop);
         const FigmaNode subtree = boardSubtree(api, *key, *board, meta.id);
         const FigmaBoardGeometry geometry = FigmaBoardIndex::geometry(subtree, board->root.pageId);
-        const FigmaCommentPlan plan = FigmaCommentPlanner::plan(
-            screensOf(meta), meta.figmaPendingDeletes.value_or(std::vector<std::string>{}),
-            existingOf(api.comments(*key)), geometry);
+        checkStop(stop);
+        const auto refs = api.comments(*key);
+        const auto screens = screensOf(meta);
+        const auto pending = meta.figmaPendingDeletes.value_or(std::vector<std::string>{});
+        FigmaCommentPlan plan = FigmaCommentPlanner::plan(
+            screens, pending, FigmaCommentPlanner::FileState::of(*key, refs), geometry);
+        if (FigmaCommentPlanner::adopts(plan)) {
+            checkStop(stop);
+            if (auto account = accountId(api))
+                plan = FigmaCommentPlanner::plan(
+                    screens, pending, FigmaCommentPlanner::FileState::of(*key, refs, account),
+                    geometry);
+        }
 
         std::set<std::string> posted;
         for (const auto& screen : meta.screens)
@@ -98,18 +122,26 @@ FigmaSyncResult run(const FlowMeta& meta, FigmaCommentAPI& api,
         // Pins posted by this run are local pins' comments too.
         FigmaPublishPersistence recording = persistence;
         recording.markPosted = [&](const std::string& file, const std::string& pin,
-                                   const std::string& id, const std::string& signature) {
-            persistence.markPosted(file, pin, id, signature);
+                                   const std::string& id, const std::string& signature,
+                                   const std::string& fileKey) {
+            persistence.markPosted(file, pin, id, signature, fileKey);
             posted.insert(id);
         };
-        PublishSummary summary = FigmaCommentPublisher(api, recording).publish(*key, plan);
+        PublishSummary summary = FigmaCommentPublisher(api, recording, stop).publish(*key, plan);
+        if (summary.stopped)
+            return summary;
 
         const auto pulled = api.comments(*key);
+        checkStop(stop);
         const FigmaThreadAssembly assembly =
             FigmaThreadAssembler::assemble(pulled, geometry, posted);
         persistence.saveThreads(assembly.threads);
         summary.commentsElsewhere = assembly.commentsElsewhere;
         return summary;
+    } catch (const Http::Cancelled&) {
+        PublishSummary stopped;
+        stopped.stopped = true;
+        return stopped;
     } catch (...) {
         return FigmaSyncError::from(std::current_exception());
     }

@@ -6,6 +6,7 @@
 #include "figma/PublishSummary.h"
 #include "library/FlowMeta.h"
 
+#include <atomic>
 #include <variant>
 
 namespace varnel {
@@ -20,8 +21,11 @@ std::string resultText(const FigmaSyncResult& result);
 namespace FigmaCommentSync {
 
 // Never throws: an error that stops the run before the publish step changes nothing locally.
+// Once `stop` is set the run ends at the next request, with a summary that says so; what it
+// did until then is recorded.
 FigmaSyncResult run(const FlowMeta& meta, FigmaCommentAPI& api,
-                    const FigmaPublishPersistence& persistence);
+                    const FigmaPublishPersistence& persistence,
+                    const std::atomic<bool>* stop = nullptr);
 
 } // namespace FigmaCommentSync
 

@@ -14,9 +14,9 @@ namespace varnel {
 struct FigmaPublishPersistence {
     using Threads = std::map<std::string, std::vector<FigmaThread>>; // by screen file name
 
-    // filename, local pin id, Figma comment id, signature
+    // filename, local pin id, Figma comment id, signature, the key of the file posted to
     std::function<void(const std::string&, const std::string&, const std::string&,
-                       const std::string&)>
+                       const std::string&, const std::string&)>
         markPosted;
     std::function<void(const std::string&)> clearPendingDelete;
     // filename, local pin id

@@ -12,11 +12,20 @@ FigmaAPIFactory factoryFor(std::string baseURL) {
     };
 }
 
+// VARNEL_FIGMA_API when it names an allowed address, else Figma's own.
+std::string appBaseURL() {
+    try {
+        return FigmaAPI::configuredBaseURL();
+    } catch (const std::invalid_argument& e) {
+        qWarning("%s; using %s", e.what(), FigmaAPI::kBaseURL);
+        return FigmaAPI::kBaseURL;
+    }
+}
+
 } // namespace
 
 FigmaServices::FigmaServices(FlowLibrary& library, QObject* parent)
-    : FigmaServices(library, std::make_unique<KeychainStore>(), nullptr, FigmaAPI::kBaseURL,
-                    parent) {}
+    : FigmaServices(library, std::make_unique<KeychainStore>(), nullptr, appBaseURL(), parent) {}
 
 FigmaServices::FigmaServices(FlowLibrary& library, SecretStore& secrets, std::string baseURL,
                              QObject* parent)
@@ -28,6 +37,6 @@ FigmaServices::FigmaServices(FlowLibrary& library, std::unique_ptr<SecretStore> 
       secrets_(borrowed ? *borrowed : *ownedSecrets_),
       account_(secrets_, avatars_, factoryFor(baseURL)),
       sync_(library, secrets_, factoryFor(baseURL)),
-      threads_(library, secrets_, factoryFor(baseURL)) {}
+      threads_(library, secrets_, factoryFor(baseURL), &account_) {}
 
 } // namespace varnel

@@ -6,6 +6,7 @@
 #include "figma/FigmaFileLink.h"
 #include "figma/FigmaSyncError.h"
 #include "figma/FigmaSyncService.h"
+#include "figma/HttpClient.h"
 #include "library/FlowLibrary.h"
 
 #include <variant>
@@ -14,23 +15,47 @@ namespace varnel {
 
 namespace {
 
-// A 404 on a thread means the thread, not the file: the file answered the link before.
-std::string messageFor(std::exception_ptr error) {
+std::optional<long> statusOf(std::exception_ptr error) {
     try {
         std::rethrow_exception(error);
     } catch (const FigmaAPIError& e) {
-        if (e.kind() == FigmaAPIError::Kind::status && e.status() == 404)
-            return FigmaThreadActions::kThreadGone;
+        if (e.kind() == FigmaAPIError::Kind::status)
+            return e.status();
     } catch (...) {
     }
+    return std::nullopt;
+}
+
+// A 404 on a thread means the thread, not the file: the file answered the link before.
+std::string replyMessage(std::exception_ptr error) {
+    if (statusOf(error) == 404)
+        return FigmaThreadActions::kThreadGone;
     return FigmaSyncError::from(error).message();
 }
+
+// Figma answers 403 to a token that works, when the thread is someone else's.
+std::string deleteMessage(std::exception_ptr error) {
+    if (statusOf(error) == 403)
+        return FigmaThreadActions::kNotAuthor;
+    return replyMessage(error);
+}
+
+struct PostedReply {
+    std::string id;
+    std::optional<FigmaAccount> author;
+};
 
 } // namespace
 
 FigmaThreadActions::FigmaThreadActions(FlowLibrary& library, SecretStore& secrets,
-                                       FigmaAPIFactory factory, QObject* parent)
-    : QObject(parent), library_(library), secrets_(secrets), factory_(std::move(factory)) {}
+                                       FigmaAPIFactory factory, const FigmaAccountCache* account,
+                                       QObject* parent)
+    : QObject(parent), library_(library), secrets_(secrets), factory_(std::move(factory)),
+      account_(account) {}
+
+FigmaThreadActions::~FigmaThreadActions() {
+    *stop_ = true;
+}
 
 std::string FigmaThreadActions::threadURL(const std::string& folderName,
                                           const std::string& rootId) {
@@ -44,10 +69,14 @@ std::string FigmaThreadActions::threadURL(const std::string& folderName,
     return {};
 }
 
-template <typename Work, typename Apply>
+template <typename Work, typename Apply, typename Explain>
 void FigmaThreadActions::request(const std::string& folderName, const std::string& rootId,
-                                 Work work, Apply apply) {
+                                 Work work, Apply apply, Explain explain) {
+    if (!busy_.insert(rootId).second)
+        return;
+    // Marked busy first: reading the keychain may run the event loop, and with it a second click.
     const auto fail = [&](const std::string& message) {
+        busy_.erase(rootId);
         emit finished(QString::fromStdString(folderName), QString::fromStdString(rootId),
                       QString::fromStdString(message));
     };
@@ -62,6 +91,7 @@ void FigmaThreadActions::request(const std::string& folderName, const std::strin
             return fail(FigmaSyncError{FigmaSyncError::Kind::badFileURL, {}}.message());
         key = *found;
         api = factory_(*token);
+        api->setStopFlag(stop_);
     } catch (...) {
         return fail(FigmaSyncError::from(std::current_exception()).message());
     }
@@ -69,14 +99,15 @@ void FigmaThreadActions::request(const std::string& folderName, const std::strin
     using Result = std::variant<Value, std::string>;
     runInBackground(
         this,
-        [api, key, work]() -> Result {
+        [api, key, work, explain]() -> Result {
             try {
                 return work(*api, key);
             } catch (...) {
-                return messageFor(std::current_exception());
+                return explain(std::current_exception());
             }
         },
         [this, folderName, rootId, apply](const Result& result) {
+            busy_.erase(rootId);
             std::string error;
             if (const auto* value = std::get_if<Value>(&result)) {
                 try {
@@ -97,13 +128,27 @@ void FigmaThreadActions::reply(const std::string& folderName, const std::string&
     request(
         folderName, rootId,
         [rootId, text](FigmaCommentAPI& api, const std::string& key) {
-            const std::string id = api.postReply(key, text, rootId);
-            const FigmaAccount me = api.me();
-            return FigmaReply{id, text, me.handle, me.imgUrl, me.id, Date::now()};
+            PostedReply posted{api.postReply(key, text, rootId), std::nullopt};
+            // Figma has the reply now: not knowing who wrote it must not lose it.
+            try {
+                posted.author = api.me();
+            } catch (const std::exception&) {
+            }
+            return posted;
         },
-        [this, folderName, filename, rootId](const FigmaReply& reply) {
+        [this, folderName, filename, rootId, text](const PostedReply& posted) {
+            std::optional<FigmaAccount> author = posted.author;
+            if (!author && account_)
+                author = account_->account();
+            FigmaReply reply{posted.id, text, {}, {}, {}, Date::now()};
+            if (author) {
+                reply.authorHandle = author->handle;
+                reply.authorImgURL = author->imgUrl;
+                reply.authorId = author->id;
+            }
             library_.addFigmaReply(folderName, filename, rootId, reply);
-        });
+        },
+        replyMessage);
 }
 
 void FigmaThreadActions::deleteThread(const std::string& folderName, const std::string& filename,
@@ -116,7 +161,8 @@ void FigmaThreadActions::deleteThread(const std::string& folderName, const std::
         },
         [this, folderName, filename, rootId](bool) {
             library_.removeFigmaThread(folderName, filename, rootId);
-        });
+        },
+        deleteMessage);
 }
 
 } // namespace varnel

@@ -16,9 +16,27 @@ void initOnce() {
     std::call_once(once, [] { curl_global_init(CURL_GLOBAL_DEFAULT); });
 }
 
+struct Sink {
+    std::string* body;
+    std::size_t maxBytes;
+    bool tooLarge = false;
+};
+
 size_t collect(char* data, size_t size, size_t count, void* target) {
-    static_cast<std::string*>(target)->append(data, size * count);
-    return size * count;
+    auto* sink = static_cast<Sink*>(target);
+    const std::size_t n = size * count;
+    if (sink->maxBytes && sink->body->size() + n > sink->maxBytes) {
+        sink->tooLarge = true;
+        return 0; // ends the transfer with a write error
+    }
+    sink->body->append(data, n);
+    return n;
+}
+
+// libcurl calls this at least once a second, also while waiting for an answer.
+int progress(void* flag, curl_off_t, curl_off_t, curl_off_t, curl_off_t) {
+    const auto* cancel = static_cast<const std::atomic<bool>*>(flag);
+    return cancel && cancel->load() ? 1 : 0;
 }
 
 bool isLoopbackHost(const QString& host) {
@@ -43,16 +61,25 @@ bool isAllowedURL(const std::string& url) {
     return scheme == "https" || (scheme == "http" && isLoopbackHost(parsed.host()));
 }
 
-Response perform(const Request& request) {
-    if (!isAllowedURL(request.url))
-        throw std::invalid_argument("refusing to send a request to " + request.url);
-    initOnce();
+bool isLoopbackURL(const std::string& url) {
+    const QUrl parsed(QString::fromStdString(url), QUrl::StrictMode);
+    return parsed.isValid() && parsed.scheme().toLower() == "http" && isLoopbackHost(parsed.host());
+}
+
+namespace {
+
+struct Exchange {
+    Response response;
+    std::string location; // where a redirect points, absolute
+};
+
+Exchange performOnce(const Request& request, const std::string& url, bool withHeaders) {
     std::unique_ptr<CURL, EasyDeleter> handle(curl_easy_init());
     if (!handle)
         throw TransportError("the HTTP client could not start");
     CURL* curl = handle.get();
     std::unique_ptr<curl_slist, ListDeleter> headers;
-    for (const auto& [name, value] : request.headers) {
+    for (const auto& [name, value] : withHeaders ? request.headers : decltype(request.headers){}) {
         const std::string line = name + ": " + value;
         curl_slist* appended = curl_slist_append(headers.get(), line.c_str());
         if (!appended)
@@ -60,17 +87,23 @@ Response perform(const Request& request) {
         headers.release();
         headers.reset(appended);
     }
-    Response response;
-    const bool https = request.url.rfind("https:", 0) == 0;
-    curl_easy_setopt(curl, CURLOPT_URL, request.url.c_str());
+    Exchange exchange;
+    Sink sink{&exchange.response.body, request.maxBytes};
+    const bool https = url.rfind("https:", 0) == 0;
+    curl_easy_setopt(curl, CURLOPT_URL, url.c_str());
     curl_easy_setopt(curl, CURLOPT_PROTOCOLS_STR, https ? "https" : "http");
     curl_easy_setopt(curl, CURLOPT_FOLLOWLOCATION, 0L);
     curl_easy_setopt(curl, CURLOPT_NOSIGNAL, 1L);
     curl_easy_setopt(curl, CURLOPT_TIMEOUT, request.timeoutSeconds);
     curl_easy_setopt(curl, CURLOPT_HTTPHEADER, headers.get());
     curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, &collect);
-    curl_easy_setopt(curl, CURLOPT_WRITEDATA, &response.body);
+    curl_easy_setopt(curl, CURLOPT_WRITEDATA, &sink);
     curl_easy_setopt(curl, CURLOPT_ACCEPT_ENCODING, "");
+    if (request.cancel) {
+        curl_easy_setopt(curl, CURLOPT_XFERINFOFUNCTION, &progress);
+        curl_easy_setopt(curl, CURLOPT_XFERINFODATA, request.cancel.get());
+        curl_easy_setopt(curl, CURLOPT_NOPROGRESS, 0L);
+    }
     if (request.method == "POST") {
         curl_easy_setopt(curl, CURLOPT_POST, 1L);
         curl_easy_setopt(curl, CURLOPT_POSTFIELDSIZE, static_cast<long>(request.body.size()));
@@ -81,10 +114,47 @@ Response perform(const Request& request) {
     char message[CURL_ERROR_SIZE] = {};
     curl_easy_setopt(curl, CURLOPT_ERRORBUFFER, message);
     const CURLcode code = curl_easy_perform(curl);
+    if (code == CURLE_ABORTED_BY_CALLBACK)
+        throw Cancelled();
+    if (sink.tooLarge)
+        throw TransportError("the answer is larger than " + std::to_string(request.maxBytes) +
+                             " bytes");
     if (code != CURLE_OK)
         throw TransportError(message[0] ? message : curl_easy_strerror(code));
-    curl_easy_getinfo(curl, CURLINFO_RESPONSE_CODE, &response.status);
-    return response;
+    curl_easy_getinfo(curl, CURLINFO_RESPONSE_CODE, &exchange.response.status);
+    char* location = nullptr;
+    curl_easy_getinfo(curl, CURLINFO_REDIRECT_URL, &location);
+    if (location)
+        exchange.location = location;
+    return exchange;
+}
+
+bool isRedirect(long status) {
+    return status == 301 || status == 302 || status == 303 || status == 307 || status == 308;
+}
+
+} // namespace
+
+Response perform(const Request& request) {
+    if (!isAllowedURL(request.url))
+        throw std::invalid_argument("refusing to send a request to " + request.url);
+    initOnce();
+    const bool fromLoopback = isLoopbackURL(request.url);
+    std::string url = request.url;
+    for (int hop = 0;; ++hop) {
+        Exchange exchange = performOnce(request, url, hop == 0);
+        if (!isRedirect(exchange.response.status) || request.maxRedirects == 0 ||
+            request.method != "GET")
+            return std::move(exchange.response);
+        if (hop >= request.maxRedirects)
+            throw TransportError("too many redirects");
+        const std::string& next = exchange.location;
+        const bool secure = next.rfind("https:", 0) == 0 && isAllowedURL(next);
+        if (!secure && !(fromLoopback && isLoopbackURL(next)))
+            throw TransportError("refusing a redirect to " +
+                                 (next.empty() ? std::string("nowhere") : next));
+        url = next;
+    }
 }
 
 std::string percentEncode(const std::string& text, const std::string& keep) {

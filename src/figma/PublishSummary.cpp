@@ -10,6 +10,7 @@ std::string PublishSummary::text() const {
         {deleted, " deleted"},
         {removedLocally, " removed — deleted in Figma"},
         {skipped, " skipped — screen not on the board"},
+        {kept, " kept as they are — others replied in Figma"},
         {failures, " failed — publish again to retry"},
         {commentsElsewhere, " comments elsewhere in the file"},
     };
@@ -21,6 +22,9 @@ std::string PublishSummary::text() const {
             out += " · ";
         out += std::to_string(count) + label;
     }
+    if (stopped)
+        return out.empty() ? "Stopped — sync again to finish"
+                           : out + " · stopped — sync again to finish";
     return out.empty() ? "Nothing to publish" : out;
 }
 

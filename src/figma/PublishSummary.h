@@ -12,6 +12,8 @@ struct PublishSummary {
     int commentsElsewhere = 0;
     int skipped = 0;
     int failures = 0;
+    int kept = 0;         // changes not sent, because others replied in those threads
+    bool stopped = false; // the run ended before its work was done
 
     bool operator==(const PublishSummary&) const = default;
 

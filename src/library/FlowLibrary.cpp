@@ -34,6 +34,7 @@ void FlowLibrary::open() {
 }
 
 void FlowLibrary::setRoot(const std::filesystem::path& root) {
+    emit aboutToSwitchRoot();
     // A pass over the old library is stopped and its results dropped.
     cancelOCR_->store(true);
     ++ocrGeneration_;

@@ -178,6 +178,8 @@ public:
     void setFigmaFileURL(const std::string& folderName, const std::optional<std::string>& url);
     // A publish's bookkeeping on this flow, for the thread that owns the library.
     FigmaPublishPersistence figmaPersistence(const std::string& folderName);
+    // The folder of the flow with this id; throws when the library has none.
+    std::string folderOfFlow(const std::string& flowId) const;
     void addFigmaReply(const std::string& folderName, const std::string& filename,
                        const std::string& rootId, const FigmaReply& reply);
     void removeFigmaThread(const std::string& folderName, const std::string& filename,
@@ -186,6 +188,8 @@ public:
 signals:
     // After every reload.
     void changed();
+    // Before setRoot leaves this library, while its flows can still be written.
+    void aboutToSwitchRoot();
     // The text index of a flow was updated; `remaining` screens are still to be read.
     void ocrIndexChanged();
     void ocrProgress(int remaining);

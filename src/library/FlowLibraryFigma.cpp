@@ -2,6 +2,7 @@
 #include "library/FlowLibrary.h"
 
 #include "figma/FigmaExport.h"
+#include "library/Errors.h"
 #include "library/FileOps.h"
 
 #include <QtGlobal>
@@ -36,23 +37,39 @@ void FlowLibrary::setFigmaFileURL(const std::string& folderName,
     mutate([&] { store_.setFigmaFileURL(folderName, url); });
 }
 
+std::string FlowLibrary::folderOfFlow(const std::string& flowId) const {
+    for (const auto& summary : summaries_)
+        if (summary.id == flowId)
+            return summary.folderName;
+    throw LibraryError("The flow is no longer in the library.");
+}
+
 FigmaPublishPersistence FlowLibrary::figmaPersistence(const std::string& folderName) {
-    // The store's bookkeeping, each step followed by a reload so the views see it.
-    const FigmaPublishPersistence store = store_.figmaPersistence(folderName);
+    // Each step finds the flow by its id in this library, for the flow may be renamed or moved
+    // while a run goes on; a step that finds it nowhere throws, which ends the run.
+    const std::string flowId = meta(folderName).id;
+    const std::filesystem::path libraryRoot = root();
+    const auto folder = [this, flowId, libraryRoot] {
+        if (root() != libraryRoot)
+            throw LibraryError("The library was switched.");
+        return folderOfFlow(flowId);
+    };
     FigmaPublishPersistence p;
-    p.markPosted = [this, store](const std::string& file, const std::string& pin,
-                                 const std::string& id, const std::string& signature) {
-        mutate([&] { store.markPosted(file, pin, id, signature); });
+    p.markPosted = [this, folder](const std::string& file, const std::string& pin,
+                                  const std::string& id, const std::string& signature,
+                                  const std::string& fileKey) {
+        mutate([&] { store_.markFigmaPosted(folder(), file, pin, id, signature, fileKey); });
     };
-    p.clearPendingDelete = [this, store](const std::string& id) {
-        mutate([&] { store.clearPendingDelete(id); });
+    p.clearPendingDelete = [this, folder](const std::string& id) {
+        mutate([&] { store_.clearFigmaPendingDelete(folder(), id); });
     };
-    p.removeLocalPin = [this, store](const std::string& file, const std::string& pin) {
-        mutate([&] { store.removeLocalPin(file, pin); });
+    p.removeLocalPin = [this, folder](const std::string& file, const std::string& pin) {
+        mutate([&] { store_.removePinDeletedInFigma(folder(), file, pin); });
     };
-    p.saveThreads = [this, store, folderName](const FigmaPublishPersistence::Threads& threads) {
-        mutate([&] { store.saveThreads(threads); });
-        emit figmaThreadsRefreshed(QString::fromStdString(folderName));
+    p.saveThreads = [this, folder](const FigmaPublishPersistence::Threads& threads) {
+        const std::string now = folder();
+        mutate([&] { store_.saveFigmaThreads(now, threads, Date::now()); });
+        emit figmaThreadsRefreshed(QString::fromStdString(now));
     };
     return p;
 }

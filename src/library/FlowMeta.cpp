@@ -1,5 +1,6 @@
 #include "library/FlowMeta.h"
 
+#include "figma/FigmaFileLink.h"
 #include "library/ScreenFiles.h"
 
 #include <algorithm>
@@ -104,6 +105,14 @@ ScreenRef* FlowMeta::screen(std::string_view filename) {
 
 const ScreenRef* FlowMeta::screen(std::string_view filename) const {
     return const_cast<FlowMeta*>(this)->screen(filename);
+}
+
+std::optional<std::string> FlowMeta::figmaFileKey() const {
+    return figmaFileURL ? FigmaFileLink::key(*figmaFileURL) : std::nullopt;
+}
+
+bool FlowMeta::isPostedToLinkedFile(const ScreenComment& pin) const {
+    return pin.postedId && (!pin.postedFileKey || pin.postedFileKey == figmaFileKey());
 }
 
 void FlowMeta::queuePendingDeletes(std::vector<std::string> postedIds) {

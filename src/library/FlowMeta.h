@@ -42,6 +42,11 @@ struct FlowMeta {
     ScreenRef* screen(std::string_view filename);
     const ScreenRef* screen(std::string_view filename) const;
 
+    // The key of the linked Figma file, if the link has one.
+    std::optional<std::string> figmaFileKey() const;
+    // The pin's post is a comment of the linked file; a pin recorded before posts named their
+    // file counts as the linked file's.
+    bool isPostedToLinkedFile(const ScreenComment& pin) const;
     // Appends the published pin ids to "figmaPendingDeletes" after those already queued, once.
     void queuePendingDeletes(std::vector<std::string> postedIds);
 };

@@ -109,9 +109,10 @@ public:
 
     // Figma bookkeeping of a publish, one meta.json write each. A pin reposted under a new id
     // queues its old comment for deletion; a pin deleted meanwhile queues the new one.
+    // The pin remembers the file it was posted to.
     void markFigmaPosted(std::string_view folderName, const std::string& filename,
                          const std::string& pinId, const std::string& commentId,
-                         const std::string& signature);
+                         const std::string& signature, const std::string& fileKey);
     void clearFigmaPendingDelete(std::string_view folderName, const std::string& commentId);
     // Removes a pin whose comment was deleted in Figma, without queueing anything.
     void removePinDeletedInFigma(std::string_view folderName, const std::string& filename,
@@ -120,6 +121,8 @@ public:
     void saveFigmaThreads(std::string_view folderName,
                           const std::map<std::string, std::vector<FigmaThread>>& threads,
                           Date pulledAt);
+    // Linking another file keeps the pins' posts as the old file's, so that they are posted again
+    // in the new one, and drops the threads and deletes that belong to the old file.
     void setFigmaFileURL(std::string_view folderName, const std::optional<std::string>& url);
     // The four above as a publish's bookkeeping on one flow; threads are stamped with now.
     FigmaPublishPersistence figmaPersistence(const std::string& folderName);

@@ -57,7 +57,7 @@ void FlowStore::setComments(std::string_view folderName, const std::string& file
             kept.insert(*pin.postedId);
     std::vector<std::string> gone;
     for (const auto& pin : screen.pins())
-        if (pin.postedId && !kept.contains(*pin.postedId))
+        if (m.isPostedToLinkedFile(pin) && !kept.contains(*pin.postedId))
             gone.push_back(*pin.postedId);
     m.queuePendingDeletes(std::move(gone));
     screen.comments = nonEmpty(std::move(next));
@@ -71,19 +71,24 @@ namespace varnel {
 
 void FlowStore::markFigmaPosted(std::string_view folderName, const std::string& filename,
                                 const std::string& pinId, const std::string& commentId,
-                                const std::string& signature) {
+                                const std::string& signature, const std::string& fileKey) {
     FlowMeta m = meta(folderName);
     ScreenRef& screen = requireScreen(m, folderName, filename);
     std::vector<ScreenComment> pins = screen.pins();
     const auto pin = std::find_if(pins.begin(), pins.end(),
                                   [&](const ScreenComment& p) { return p.id == pinId; });
+    const bool linked = m.figmaFileKey() == fileKey;
     if (pin == pins.end()) {
-        m.queuePendingDeletes({commentId});
+        // Deleted while it was being posted; the next run deletes the comment, if it can reach it.
+        if (linked)
+            m.queuePendingDeletes({commentId});
     } else {
-        if (pin->postedId && *pin->postedId != commentId)
+        const bool sameFile = pin->postedFileKey.value_or(fileKey) == fileKey;
+        if (pin->postedId && *pin->postedId != commentId && sameFile && linked)
             m.queuePendingDeletes({*pin->postedId});
         pin->postedId = commentId;
         pin->postedSignature = signature;
+        pin->postedFileKey = fileKey;
         screen.comments = std::move(pins);
     }
     writeMeta(folderName, m);
@@ -128,7 +133,23 @@ void FlowStore::saveFigmaThreads(std::string_view folderName,
 void FlowStore::setFigmaFileURL(std::string_view folderName,
                                 const std::optional<std::string>& url) {
     FlowMeta m = meta(folderName);
+    const auto before = m.figmaFileKey();
     m.figmaFileURL = url;
+    const auto after = m.figmaFileKey();
+    if (before && before != after) {
+        // The posts stay the old file's: each pin remembers it, so that it is unpublished in the
+        // new one and published again if the old link comes back. What was pulled or queued for
+        // the old file can't be reached through the new link.
+        for (auto& screen : m.screens) {
+            if (screen.comments)
+                for (auto& pin : *screen.comments)
+                    if (pin.postedId && !pin.postedFileKey)
+                        pin.postedFileKey = before;
+            screen.figmaThreads.reset();
+        }
+        m.figmaPendingDeletes.reset();
+        m.figmaLastPulledAt.reset();
+    }
     writeMeta(folderName, m);
 }
 
@@ -163,8 +184,9 @@ void FlowStore::removeFigmaThread(std::string_view folderName, const std::string
 FigmaPublishPersistence FlowStore::figmaPersistence(const std::string& folderName) {
     FigmaPublishPersistence p;
     p.markPosted = [this, folderName](const std::string& file, const std::string& pin,
-                                      const std::string& id, const std::string& signature) {
-        markFigmaPosted(folderName, file, pin, id, signature);
+                                      const std::string& id, const std::string& signature,
+                                      const std::string& fileKey) {
+        markFigmaPosted(folderName, file, pin, id, signature, fileKey);
     };
     p.clearPendingDelete = [this, folderName](const std::string& id) {
         clearFigmaPendingDelete(folderName, id);

@@ -68,6 +68,7 @@ void unpublish(ScreenRef& ref, bool newIds) {
         for (auto& pin : *ref.comments) {
             pin.postedId.reset();
             pin.postedSignature.reset();
+            pin.postedFileKey.reset();
             if (newIds)
                 pin.id = newUUIDString();
         }
@@ -75,10 +76,11 @@ void unpublish(ScreenRef& ref, bool newIds) {
     ref.figmaThreads.reset();
 }
 
-std::vector<std::string> postedIds(const ScreenRef& ref) {
+// The linked file's comments of the screen's pins, which leave with it.
+std::vector<std::string> postedIds(const FlowMeta& meta, const ScreenRef& ref) {
     std::vector<std::string> ids;
     for (const auto& pin : ref.pins()) {
-        if (pin.postedId)
+        if (meta.isPostedToLinkedFile(pin))
             ids.push_back(*pin.postedId);
     }
     return ids;
@@ -329,7 +331,7 @@ ThumbEdits FlowStore::deleteScreens(std::string_view folderName,
             if (LibraryLayout::isSafeFileName(patch.file))
                 files.push_back(patch.file);
         }
-        const auto pinIds = postedIds(ref);
+        const auto pinIds = postedIds(m, ref);
         ids.insert(ids.end(), pinIds.begin(), pinIds.end());
     }
     const std::vector<std::string> before = filenames(m.screens);
@@ -484,7 +486,7 @@ ThumbEdits FlowStore::moveScreens(std::string_view sourceFolder,
                 patch.file = newPatch;
             }
         }
-        const auto pinIds = postedIds(ref);
+        const auto pinIds = postedIds(source, ref);
         ids.insert(ids.end(), pinIds.begin(), pinIds.end());
         unpublish(ref, false);
         ref.filename = newName;

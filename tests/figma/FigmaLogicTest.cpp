@@ -135,9 +135,37 @@ ScreenComment pin(const std::string& id, double x, double y, const std::string& 
     return p;
 }
 
+using FileState = FigmaCommentPlanner::FileState;
+
+// The linked file "KEY" with top-level comments anchored as given.
+FileState fileWith(const std::map<std::string, std::optional<std::string>>& anchors) {
+    FileState file;
+    file.fileKey = "KEY";
+    for (const auto& [id, node] : anchors)
+        file.comments[id].nodeId = node;
+    return file;
+}
+
+std::vector<std::string> steps(const FigmaCommentPlan& plan) {
+    std::vector<std::string> out;
+    for (const auto& op : plan.operations) {
+        if (const auto* d = std::get_if<Op::Delete>(&op.value))
+            out.push_back("delete " + d->commentId);
+        else if (const auto* p = std::get_if<Op::Post>(&op.value))
+            out.push_back("post " + p->filename + " " + p->commentId);
+        else if (const auto* a = std::get_if<Op::Adopt>(&op.value))
+            out.push_back("adopt " + a->figmaCommentId + " for " + a->commentId);
+        else if (const auto* k = std::get_if<Op::Keep>(&op.value))
+            out.push_back("keep " + k->commentId);
+        else
+            out.push_back("remove " + std::get<Op::RemoveLocal>(op.value).commentId);
+    }
+    return out;
+}
+
 TEST(FigmaCommentPlannerTest, PostsAnchoredOnTheBoardRoot) {
-    const auto plan =
-        FigmaCommentPlanner::plan({{"01.png", {pin("a", 0.5, 0.5, "Hi")}}}, {}, {}, testBoard());
+    const auto plan = FigmaCommentPlanner::plan({{"01.png", {pin("a", 0.5, 0.5, "Hi")}}}, {},
+                                                fileWith({}), testBoard());
     ASSERT_EQ(plan.operations.size(), 1u);
     const auto& post = std::get<Op::Post>(plan.operations[0].value);
     EXPECT_EQ(post.filename, "01.png");
@@ -149,16 +177,19 @@ TEST(FigmaCommentPlannerTest, PostsAnchoredOnTheBoardRoot) {
     // A root box away from the origin shifts the offset.
     auto shifted = testBoard();
     shifted.rootBox = {50, 100, 1000, 900};
-    const auto moved =
-        FigmaCommentPlanner::plan({{"01.png", {pin("a", 0.5, 0.5, "Hi")}}}, {}, {}, shifted);
+    const auto moved = FigmaCommentPlanner::plan({{"01.png", {pin("a", 0.5, 0.5, "Hi")}}}, {},
+                                                 fileWith({}), shifted);
     EXPECT_EQ(std::get<Op::Post>(moved.operations[0].value).meta,
               (FigmaClientMeta{FigmaClientMeta::FrameOffset{"1:1", 245, 522}}));
 }
 
 TEST(FigmaCommentPlannerTest, EveryCaseOfAPin) {
-    const FigmaCommentPlanner::Existing existing{{"c-kept", "1:1"},     {"c-page", "0:1"},
-                                                 {"c-edited", "1:1"},   {"c-elsewhere", "9:9"},
-                                                 {"c-unsigned", "1:1"}, {"c-nonode", std::nullopt}};
+    const FileState existing = fileWith({{"c-kept", "1:1"},
+                                         {"c-page", "0:1"},
+                                         {"c-edited", "1:1"},
+                                         {"c-elsewhere", "9:9"},
+                                         {"c-unsigned", "1:1"},
+                                         {"c-nonode", std::nullopt}});
     ScreenComment edited = pin("e", 0.1, 0.1, "old", "c-edited");
     edited.text = "new";
     const std::vector<FigmaCommentPlanner::Screen> screens{
@@ -172,22 +203,13 @@ TEST(FigmaCommentPlannerTest, EveryCaseOfAPin) {
     const auto plan =
         FigmaCommentPlanner::plan(screens, {"c-pending", "c-edited"}, existing, testBoard());
 
-    std::vector<std::string> steps;
-    for (const auto& op : plan.operations) {
-        if (const auto* d = std::get_if<Op::Delete>(&op.value))
-            steps.push_back("delete " + d->commentId);
-        else if (const auto* p = std::get_if<Op::Post>(&op.value))
-            steps.push_back("post " + p->filename + " " + p->commentId);
-        else
-            steps.push_back("remove " + std::get<Op::RemoveLocal>(op.value).commentId);
-    }
     // c-kept2 is gone from Figma, so its pin is removed even though its screen left the board.
     const std::vector<std::string> expected{
         "remove g",        "remove s2",          "post 01.png e",     "post 01.png r",
         "post 01.png u",   "post 01.png n",      "post 01.png new",   "post 02.png z",
         "delete c-edited", "delete c-elsewhere", "delete c-unsigned", "delete c-nonode",
         "delete c-pending"};
-    EXPECT_EQ(steps, expected);
+    EXPECT_EQ(steps(plan), expected);
     ASSERT_EQ(plan.skipped(), 1);
     EXPECT_EQ(plan.skips[0], (FigmaCommentPlan::Skip{"03.png", "s", "screen not on the board"}));
     EXPECT_EQ(std::get<Op::RemoveLocal>(plan.operations[0].value).reason,
@@ -195,9 +217,101 @@ TEST(FigmaCommentPlannerTest, EveryCaseOfAPin) {
 }
 
 TEST(FigmaCommentPlannerTest, NothingToDo) {
-    const auto plan = FigmaCommentPlanner::plan({{"01.png", {}}}, {}, {}, testBoard());
+    const auto plan = FigmaCommentPlanner::plan({{"01.png", {}}}, {}, fileWith({}), testBoard());
     EXPECT_TRUE(plan.operations.empty());
     EXPECT_EQ(plan.skipped(), 0);
+}
+
+FigmaCommentRef comment(const std::string& id, const std::string& author,
+                        std::optional<std::string> parent = {}) {
+    FigmaCommentRef r;
+    r.id = id;
+    r.nodeId = parent ? std::nullopt : std::optional<std::string>("1:1");
+    r.offsetX = r.offsetY = 0;
+    r.message = "m";
+    r.authorId = author;
+    r.parentId = std::move(parent);
+    return r;
+}
+
+TEST(FigmaCommentPlannerTest, NeverDeletesAThreadOthersRepliedIn) {
+    // t-others has a colleague's reply; t-own only its author's own.
+    const auto file =
+        FileState::of("KEY", {comment("t-others", "me"), comment("r1", "me", "t-others"),
+                              comment("r2", "them", "t-others"), comment("t-own", "me"),
+                              comment("r3", "me", "t-own"), comment("t-gone", "me"),
+                              comment("r4", "them", "t-gone")});
+    EXPECT_TRUE(file.comments.at("t-others").othersReplied);
+    EXPECT_FALSE(file.comments.at("t-own").othersReplied);
+    EXPECT_EQ(file.comments.size(), 3u); // replies are no top-level comments
+
+    ScreenComment moved = pin("a", 0.1, 0.1, "text", "t-others");
+    moved.x = 0.3;
+    ScreenComment edited = pin("b", 0.1, 0.1, "text", "t-own");
+    edited.text = "changed";
+    const auto plan = FigmaCommentPlanner::plan({{"01.png", {moved, edited}}},
+                                                {"t-gone", "t-missing"}, file, testBoard());
+    EXPECT_EQ(steps(plan), (std::vector<std::string>{"post 01.png b", "delete t-own", "keep t-gone",
+                                                     "delete t-missing"}));
+    ASSERT_EQ(plan.kept.size(), 1u);
+    EXPECT_EQ(plan.kept[0], (FigmaCommentPlan::Skip{"01.png", "a", "others replied in Figma"}));
+}
+
+TEST(FigmaCommentPlannerTest, APinBelongsToTheFileItWasPostedTo) {
+    ScreenComment elsewhere = pin("a", 0.1, 0.1, "from A", "c-in-A");
+    elsewhere.postedFileKey = "A";
+    ScreenComment here = pin("b", 0.2, 0.2, "in KEY", "c-here");
+    here.postedFileKey = "KEY";
+    ScreenComment gone = pin("c", 0.3, 0.3, "deleted in KEY", "c-gone");
+    gone.postedFileKey = "KEY";
+    ScreenComment older = pin("d", 0.4, 0.4, "recorded before keys", "c-old");
+    const auto plan = FigmaCommentPlanner::plan({{"01.png", {elsewhere, here, gone, older}}}, {},
+                                                fileWith({{"c-here", "1:1"}}), testBoard());
+    // Only the pins of this file whose comments are gone count as deleted in Figma.
+    EXPECT_EQ(steps(plan), (std::vector<std::string>{"remove c", "remove d", "post 01.png a"}));
+}
+
+TEST(FigmaCommentPlannerTest, AdoptsAPostThatWasNeverRecorded) {
+    // A run posted "a" and "moved"'s new place, then stopped before recording them.
+    const auto board = testBoard();
+    const auto anchorOf = [&](double x, double y) {
+        return std::get<FigmaClientMeta::FrameOffset>(
+            FigmaCommentPlanner::anchor(board, board.screenBoxes.at("01.png"), x, y).value);
+    };
+    const auto placed = [&](const std::string& id, const std::string& message, double x, double y,
+                            const std::string& author) {
+        FigmaCommentRef r = comment(id, author);
+        const auto at = anchorOf(x, y);
+        r.offsetX = at.x + 0.001; // as Figma may round it
+        r.offsetY = at.y;
+        r.message = message;
+        return r;
+    };
+    ScreenComment moved = pin("moved", 0.1, 0.1, "Move me", "c-old");
+    moved.x = 0.6;
+    const std::vector<FigmaCommentRef> refs{placed("c-a", "Twice?", 0.5, 0.5, "me"),
+                                            placed("c-twin", "Twice?", 0.5, 0.5, "me"),
+                                            placed("c-old", "Move me", 0.1, 0.1, "me"),
+                                            placed("c-new", "Move me", 0.6, 0.1, "me"),
+                                            placed("c-theirs", "Same words", 0.7, 0.7, "them"),
+                                            placed("c-claimed", "Mine", 0.2, 0.2, "me")};
+    const std::vector<FigmaCommentPlanner::Screen> screens{
+        {"01.png",
+         {pin("a", 0.5, 0.5, "Twice?"), pin("a2", 0.5, 0.5, "Twice?"),
+          pin("a3", 0.5, 0.5, "Twice?"), moved, pin("t", 0.7, 0.7, "Same words"),
+          pin("mine", 0.2, 0.2, "Mine", "c-claimed"), pin("m2", 0.2, 0.2, "Mine")}}};
+
+    const auto plan =
+        FigmaCommentPlanner::plan(screens, {}, FileState::of("KEY", refs, "me"), board);
+    // Each comment is adopted once; a colleague's comment and one that is a pin's already never.
+    EXPECT_EQ(steps(plan),
+              (std::vector<std::string>{"adopt c-a for a", "adopt c-twin for a2", "post 01.png a3",
+                                        "adopt c-new for moved", "post 01.png t", "post 01.png m2",
+                                        "delete c-old"}));
+    EXPECT_TRUE(FigmaCommentPlanner::adopts(plan));
+    // Without knowing the account, the place and words alone decide.
+    const auto unknown = FigmaCommentPlanner::plan(screens, {}, FileState::of("KEY", refs), board);
+    EXPECT_EQ(steps(unknown)[4], "adopt c-theirs for t");
 }
 
 FigmaCommentRef ref(const std::string& id, std::optional<std::string> nodeId, double x, double y,
@@ -261,9 +375,11 @@ TEST(PublishSummaryTest, Text) {
     EXPECT_EQ(PublishSummary{}.text(), "Nothing to publish");
     EXPECT_EQ((PublishSummary{.posted = 2, .failures = 1}.text()),
               "2 posted · 1 failed — publish again to retry");
-    EXPECT_EQ((PublishSummary{1, 2, 3, 4, 5, 6}.text()),
+    EXPECT_EQ((PublishSummary{1, 2, 3, 4, 5, 6, 7, true}.text()),
               "1 posted · 2 deleted · 3 removed — deleted in Figma · 5 skipped — screen not on "
-              "the board · 6 failed — publish again to retry · 4 comments elsewhere in the file");
+              "the board · 7 kept as they are — others replied in Figma · 6 failed — publish "
+              "again to retry · 4 comments elsewhere in the file · stopped — sync again to finish");
+    EXPECT_EQ(PublishSummary{.stopped = true}.text(), "Stopped — sync again to finish");
 }
 
 TEST(FigmaSyncErrorTest, MapsWhatTheClientThrew) {
