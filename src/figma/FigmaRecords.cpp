@@ -131,6 +131,10 @@ FigmaCommentRef FigmaCommentRef::fromJson(const Json& json) {
         if (auto offset = meta->find("node_offset"); offset != meta->end()) {
             ref.offsetX = numberAt(*offset, "x");
             ref.offsetY = numberAt(*offset, "y");
+        } else if (!ref.nodeId) {
+            // A Vector: a point of the canvas.
+            ref.offsetX = numberAt(*meta, "x");
+            ref.offsetY = numberAt(*meta, "y");
         }
     }
     if (auto user = json.find("user"); user != json.end() && user->is_object()) {

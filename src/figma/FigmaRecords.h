@@ -76,6 +76,7 @@ struct FigmaClientMeta {
 // One comment or reply of a file, as decoded from "/comments".
 struct FigmaCommentRef {
     std::string id;
+    // The anchor; without one, the offsets are a point of the canvas.
     std::optional<std::string> nodeId;
     std::optional<double> offsetX;
     std::optional<double> offsetY;

@@ -21,17 +21,19 @@ struct Place {
     double y = 0;
 };
 
-// The comment's canvas point: its anchor node's corner plus the offset. A page has no box;
-// offsets on it are canvas coordinates already.
+// The comment's canvas point: its anchor node's corner plus the offset. A page has no box, and a
+// comment without an anchor is placed by its point of the canvas: both offsets are canvas
+// coordinates already.
 std::optional<Place> placeOf(const FigmaCommentRef& ref, const FigmaBoardGeometry& geometry) {
-    if (!ref.nodeId || !ref.offsetX || !ref.offsetY)
+    if (!ref.offsetX || !ref.offsetY)
         return std::nullopt;
     double x = *ref.offsetX, y = *ref.offsetY;
-    if (const auto node = geometry.nodeBoxes.find(*ref.nodeId); node != geometry.nodeBoxes.end()) {
+    if (ref.nodeId && *ref.nodeId != geometry.pageId) {
+        const auto node = geometry.nodeBoxes.find(*ref.nodeId);
+        if (node == geometry.nodeBoxes.end())
+            return std::nullopt;
         x += node->second.x;
         y += node->second.y;
-    } else if (*ref.nodeId != geometry.pageId) {
-        return std::nullopt;
     }
     for (const auto& [file, box] : geometry.screenBoxes) {
         if (box.width <= 0 || box.height <= 0 || !box.contains(x, y))

@@ -41,9 +41,17 @@ bool isClientMeta(const FakeFigma::Json& meta) {
 FakeFigma::FakeFigma(std::string fileKey, std::string token)
     : fileKey_(std::move(fileKey)), token_(std::move(token)),
       server_(std::make_unique<httplib::Server>()) {
-    document_ = {
-        {"id", "0:0"}, {"name", "Document"}, {"type", "DOCUMENT"}, {"children", Json::array()}};
+    addFile(fileKey_);
     route();
+    server_->set_post_routing_handler([this](const httplib::Request&, httplib::Response& res) {
+        if (!res.has_header("X-Fake-Hang"))
+            return;
+        // The request was carried out; its answer waits.
+        std::unique_lock lock(mutex_);
+        ++hanging_;
+        released_.wait(lock, [this] { return !hang_ || stopping_; });
+        --hanging_;
+    });
     port_ = server_->bind_to_any_port("127.0.0.1");
     thread_ = std::thread([this] { server_->listen_after_bind(); });
     while (!server_->is_running()) // so that stop() in the destructor always finds it running
@@ -51,6 +59,12 @@ FakeFigma::FakeFigma(std::string fileKey, std::string token)
 }
 
 FakeFigma::~FakeFigma() {
+    release();
+    {
+        std::lock_guard lock(mutex_);
+        stopping_ = true;
+    }
+    released_.notify_all();
     server_->stop();
     thread_.join();
 }
@@ -59,8 +73,9 @@ std::string FakeFigma::baseURL() const {
     return "http://127.0.0.1:" + std::to_string(port_);
 }
 
-std::string FakeFigma::fileLink(const std::string& nodeId) const {
-    std::string link = "https://www.figma.com/design/" + fileKey_ + "/Flows";
+std::string FakeFigma::fileLink(const std::string& nodeId, const std::string& fileKey) const {
+    std::string link =
+        "https://www.figma.com/design/" + (fileKey.empty() ? fileKey_ : fileKey) + "/Flows";
     if (!nodeId.empty()) {
         std::string dashed = nodeId;
         std::replace(dashed.begin(), dashed.end(), ':', '-');
@@ -95,10 +110,39 @@ const FakeFigma::Json* FakeFigma::findNode(const Json& node, const std::string& 
     return const_cast<FakeFigma*>(this)->findNode(const_cast<Json&>(node), id);
 }
 
-std::string FakeFigma::addPage(const std::string& name) {
+void FakeFigma::addFile(const std::string& key) {
+    std::lock_guard lock(mutex_);
+    files_[key].key = key;
+    files_[key].document = {
+        {"id", "0:0"}, {"name", "Document"}, {"type", "DOCUMENT"}, {"children", Json::array()}};
+}
+
+FakeFigma::File& FakeFigma::file(const std::string& key) {
+    const auto found = files_.find(key.empty() ? fileKey_ : key);
+    if (found == files_.end())
+        throw std::invalid_argument("no file " + key);
+    return found->second;
+}
+
+FakeFigma::File* FakeFigma::fileOfNode(const std::string& nodeId) {
+    for (auto& [key, f] : files_)
+        if (findNode(f.document, nodeId))
+            return &f;
+    return nullptr;
+}
+
+FakeFigma::File* FakeFigma::fileOfComment(const std::string& commentId) {
+    for (auto& [key, f] : files_)
+        for (const auto& c : f.comments)
+            if (c["id"] == commentId)
+                return &f;
+    return nullptr;
+}
+
+std::string FakeFigma::addPage(const std::string& name, const std::string& fileKey) {
     std::lock_guard lock(mutex_);
     const std::string id = "0:" + std::to_string(nextNode_++);
-    document_["children"].push_back(
+    file(fileKey).document["children"].push_back(
         {{"id", id}, {"name", name}, {"type", "CANVAS"}, {"children", Json::array()}});
     return id;
 }
@@ -107,7 +151,8 @@ std::string FakeFigma::addBoard(const std::string& pageId, const std::string& fl
                                 const std::optional<std::string>& importedAt, double x, double y,
                                 const std::vector<Screen>& screens) {
     std::lock_guard lock(mutex_);
-    Json* page = findNode(document_, pageId);
+    File* owner = fileOfNode(pageId);
+    Json* page = owner ? findNode(owner->document, pageId) : nullptr;
     if (!page)
         throw std::invalid_argument("no page " + pageId);
     double right = 0, bottom = 0;
@@ -144,7 +189,8 @@ std::string FakeFigma::addBoard(const std::string& pageId, const std::string& fl
 
 std::string FakeFigma::screenNode(const std::string& boardId, const std::string& file) const {
     std::lock_guard lock(mutex_);
-    const Json* board = findNode(document_, boardId);
+    File* owner = const_cast<FakeFigma*>(this)->fileOfNode(boardId);
+    const Json* board = findNode(owner->document, boardId);
     for (const auto& child : board->at("children"))
         if (child["name"] == file)
             return child["id"];
@@ -166,7 +212,8 @@ void FakeFigma::removeNode(const std::string& nodeId) {
             }
         }
     };
-    prune(document_);
+    for (auto& [key, f] : files_)
+        prune(f.document);
 }
 
 FakeFigma::Json FakeFigma::userJson(bool self) const {
@@ -179,25 +226,24 @@ FakeFigma::Json FakeFigma::userJson(bool self) const {
             {"img_url", baseURL() + "/avatars/" + kForeignId + ".png"}};
 }
 
-FakeFigma::Json FakeFigma::newComment(const std::string& message, const Json& meta, bool self,
+FakeFigma::Json FakeFigma::newComment(File& file, const std::string& fileKey,
+                                      const std::string& message, const Json& meta, bool self,
                                       const std::string& createdAt,
                                       const std::optional<std::string>& parent) {
     const std::string id = std::to_string(nextComment_++);
     Json comment{{"id", id},
-                 {"file_key", fileKey_},
+                 {"file_key", fileKey},
                  {"user", userJson(self)},
                  {"created_at", createdAt.empty() ? now() : createdAt},
                  {"resolved_at", nullptr},
                  {"message", message},
                  {"reactions", Json::array()},
-                 {"order_id", parent ? Json(nullptr) : Json(std::to_string(comments_.size() + 1))}};
-    if (parent) {
-        comment["parent_id"] = *parent;
-        comment["client_meta"] = Json::object();
-    } else {
-        comment["client_meta"] = meta;
-    }
-    comments_.push_back(comment);
+                 {"order_id",
+                  parent ? Json(nullptr) : Json(std::to_string(file.comments.size() + 1))}};
+    // As Figma sends them: a top-level comment's parent is "", a reply has no place.
+    comment["parent_id"] = parent.value_or("");
+    comment["client_meta"] = parent ? Json(nullptr) : meta;
+    file.comments.push_back(comment);
     return comment;
 }
 
@@ -205,48 +251,84 @@ std::string FakeFigma::addForeignComment(const std::string& message, const std::
                                          double x, double y, const std::string& createdAt) {
     std::lock_guard lock(mutex_);
     const Json meta{{"node_id", nodeId}, {"node_offset", {{"x", x}, {"y", y}}}};
-    return newComment(message, meta, false, createdAt, std::nullopt)["id"];
+    File* owner = fileOfNode(nodeId);
+    if (!owner)
+        throw std::invalid_argument("no node " + nodeId);
+    return newComment(*owner, owner->key, message, meta, false, createdAt, std::nullopt)["id"];
+}
+
+std::string FakeFigma::addForeignCanvasComment(const std::string& message, double x, double y,
+                                               const std::string& createdAt) {
+    std::lock_guard lock(mutex_);
+    return newComment(file(fileKey_), fileKey_, message, Json{{"x", x}, {"y", y}}, false,
+                      createdAt, std::nullopt)["id"];
 }
 
 std::string FakeFigma::addForeignReply(const std::string& parentId, const std::string& message,
                                        const std::string& createdAt) {
     std::lock_guard lock(mutex_);
-    return newComment(message, Json::object(), false, createdAt, parentId)["id"];
+    File* owner = fileOfComment(parentId);
+    if (!owner)
+        throw std::invalid_argument("no comment " + parentId);
+    return newComment(*owner, owner->key, message, Json::object(), false, createdAt,
+                      parentId)["id"];
 }
 
 void FakeFigma::deleteInFigma(const std::string& commentId) {
     std::lock_guard lock(mutex_);
-    std::erase_if(comments_, [&](const Json& c) {
-        return c["id"] == commentId || c.value("parent_id", "") == commentId;
-    });
+    for (auto& [key, f] : files_)
+        std::erase_if(f.comments, [&](const Json& c) {
+            return c["id"] == commentId || c.value("parent_id", "") == commentId;
+        });
 }
 
 void FakeFigma::reanchor(const std::string& commentId, const std::string& nodeId, double x,
                          double y) {
     std::lock_guard lock(mutex_);
-    for (auto& c : comments_)
-        if (c["id"] == commentId)
-            c["client_meta"] = {{"node_id", nodeId}, {"node_offset", {{"x", x}, {"y", y}}}};
+    for (auto& [key, f] : files_)
+        for (auto& c : f.comments)
+            if (c["id"] == commentId)
+                c["client_meta"] = {{"node_id", nodeId}, {"node_offset", {{"x", x}, {"y", y}}}};
 }
 
 void FakeFigma::resolve(const std::string& commentId) {
     std::lock_guard lock(mutex_);
-    for (auto& c : comments_)
-        if (c["id"] == commentId)
-            c["resolved_at"] = "2026-11-22T11:00:00Z";
+    for (auto& [key, f] : files_)
+        for (auto& c : f.comments)
+            if (c["id"] == commentId)
+                c["resolved_at"] = "2026-11-22T11:00:00Z";
 }
 
-std::vector<FakeFigma::Json> FakeFigma::comments() const {
+std::vector<FakeFigma::Json> FakeFigma::comments(const std::string& fileKey) const {
     std::lock_guard lock(mutex_);
-    return comments_;
+    return const_cast<FakeFigma*>(this)->file(fileKey).comments;
 }
 
 std::optional<FakeFigma::Json> FakeFigma::comment(const std::string& id) const {
     std::lock_guard lock(mutex_);
-    for (const auto& c : comments_)
-        if (c["id"] == id)
-            return c;
+    for (const auto& [key, f] : files_)
+        for (const auto& c : f.comments)
+            if (c["id"] == id)
+                return c;
     return std::nullopt;
+}
+
+void FakeFigma::hangNext(const std::string& method, const std::string& pathSuffix) {
+    std::lock_guard lock(mutex_);
+    hang_ = Failure{method, pathSuffix, 0, 1};
+}
+
+bool FakeFigma::hanging() const {
+    std::lock_guard lock(mutex_);
+    return hanging_ > 0;
+}
+
+void FakeFigma::release() {
+    {
+        std::lock_guard lock(mutex_);
+        hang_.reset();
+    }
+    released_.notify_all();
 }
 
 void FakeFigma::failNext(const std::string& method, const std::string& pathSuffix, int status,
@@ -302,6 +384,11 @@ bool FakeFigma::admit(const httplib::Request& req, httplib::Response& res, const
     if (r.token != token_) {
         error(res, 403, "Invalid token");
         return false;
+    }
+    if (hang_ && hang_->remaining > 0 && hang_->method == method &&
+        req.path.ends_with(hang_->pathSuffix)) {
+        --hang_->remaining;
+        res.set_header("X-Fake-Hang", "1");
     }
     for (auto& f : failures_) {
         if (f.remaining > 0 && f.method == method && req.path.ends_with(f.pathSuffix)) {
@@ -370,11 +457,13 @@ void FakeFigma::route() {
                     {"schemaVersion", 0},
                     {"styles", Json::object()}};
     };
-    const auto keyMatches = [this](const httplib::Request& req, httplib::Response& res) {
-        if (req.matches[1] == fileKey_)
-            return true;
+    // The file a request names; none, and a 404 answer, for a key no file has.
+    const auto fileFor = [this](const httplib::Request& req, httplib::Response& res) -> File* {
+        const auto found = files_.find(req.matches[1]);
+        if (found != files_.end())
+            return &found->second;
         error(res, 404, "Not found");
-        return false;
+        return nullptr;
     };
     const auto badRequest = [this](httplib::Response& res) { error(res, 400, "Bad request"); };
 
@@ -391,7 +480,8 @@ void FakeFigma::route() {
 
     s.Get(R"(/v1/files/([^/]+))", [=, this](const httplib::Request& req, httplib::Response& res) {
         std::lock_guard lock(mutex_);
-        if (!admit(req, res, "GET") || !keyMatches(req, res))
+        File* f = admit(req, res, "GET") ? fileFor(req, res) : nullptr;
+        if (!f)
             return;
         if (!checkQuery(req, {"depth", "ids", "plugin_data"}, {"plugin_data"}))
             return badRequest(res);
@@ -402,7 +492,7 @@ void FakeFigma::route() {
         const bool plugin = req.get_param_value("plugin_data") == "shared";
         if (req.has_param("depth")) {
             const int depth = std::stoi(req.get_param_value("depth"));
-            res.set_content(fileEnvelope(nodeJson(document_, depth, plugin)).dump(),
+            res.set_content(fileEnvelope(nodeJson(f->document, depth, plugin)).dump(),
                             "application/json");
             return;
         }
@@ -426,13 +516,14 @@ void FakeFigma::route() {
             out["children"] = kept;
             return out;
         };
-        res.set_content(fileEnvelope(*prune(document_, 0)).dump(), "application/json");
+        res.set_content(fileEnvelope(*prune(f->document, 0)).dump(), "application/json");
     });
 
     s.Get(R"(/v1/files/([^/]+)/nodes)",
           [=, this](const httplib::Request& req, httplib::Response& res) {
               std::lock_guard lock(mutex_);
-              if (!admit(req, res, "GET") || !keyMatches(req, res))
+              File* f = admit(req, res, "GET") ? fileFor(req, res) : nullptr;
+              if (!f)
                   return;
               if (!checkQuery(req, {"ids", "plugin_data", "depth"}, {"ids"}))
                   return badRequest(res);
@@ -440,7 +531,7 @@ void FakeFigma::route() {
               Json nodes = Json::object();
               std::stringstream list(req.get_param_value("ids"));
               for (std::string id; std::getline(list, id, ',');) {
-                  const Json* node = findNode(document_, id);
+                  const Json* node = findNode(f->document, id);
                   nodes[id] = node ? Json{{"document", nodeJson(*node, 1000, plugin)},
                                           {"components", Json::object()},
                                           {"componentSets", Json::object()},
@@ -457,17 +548,19 @@ void FakeFigma::route() {
     s.Get(R"(/v1/files/([^/]+)/comments)",
           [=, this](const httplib::Request& req, httplib::Response& res) {
               std::lock_guard lock(mutex_);
-              if (!admit(req, res, "GET") || !keyMatches(req, res))
+              File* f = admit(req, res, "GET") ? fileFor(req, res) : nullptr;
+              if (!f)
                   return;
               if (!checkQuery(req, {"as_md"}, {}))
                   return badRequest(res);
-              res.set_content(Json{{"comments", comments_}}.dump(), "application/json");
+              res.set_content(Json{{"comments", f->comments}}.dump(), "application/json");
           });
 
     s.Post(R"(/v1/files/([^/]+)/comments)", [=, this](const httplib::Request& req,
                                                       httplib::Response& res) {
         std::lock_guard lock(mutex_);
-        if (!admit(req, res, "POST") || !keyMatches(req, res))
+        File* f = admit(req, res, "POST") ? fileFor(req, res) : nullptr;
+        if (!f)
             return;
         if (!checkQuery(req, {}, {}))
             return badRequest(res);
@@ -487,13 +580,13 @@ void FakeFigma::route() {
             violation("POST comments: neither a reply nor a placed comment");
         if (body.contains("comment_id")) {
             const std::string parent = body["comment_id"].is_string() ? body["comment_id"] : "";
-            const auto root = std::find_if(comments_.begin(), comments_.end(),
+            const auto root = std::find_if(f->comments.begin(), f->comments.end(),
                                            [&](const Json& c) { return c["id"] == parent; });
-            if (root == comments_.end())
+            if (root == f->comments.end())
                 return error(res, 404, "Not found");
-            if (root->contains("parent_id"))
+            if (!root->value("parent_id", "").empty())
                 return badRequest(res);
-            res.set_content(newComment(body["message"], {}, true, {}, parent).dump(),
+            res.set_content(newComment(*f, f->key, body["message"], {}, true, {}, parent).dump(),
                             "application/json");
             return;
         }
@@ -502,28 +595,30 @@ void FakeFigma::route() {
             return badRequest(res);
         }
         if (body["client_meta"].contains("node_id") &&
-            !findNode(document_, body["client_meta"]["node_id"]))
+            !findNode(f->document, body["client_meta"]["node_id"]))
             return badRequest(res);
         res.set_content(
-            newComment(body["message"], body["client_meta"], true, {}, std::nullopt).dump(),
+            newComment(*f, f->key, body["message"], body["client_meta"], true, {}, std::nullopt)
+                .dump(),
             "application/json");
     });
 
     s.Delete(R"(/v1/files/([^/]+)/comments/([^/]+))", [=, this](const httplib::Request& req,
                                                                 httplib::Response& res) {
         std::lock_guard lock(mutex_);
-        if (!admit(req, res, "DELETE") || !keyMatches(req, res))
+        File* f = admit(req, res, "DELETE") ? fileFor(req, res) : nullptr;
+        if (!f)
             return;
         if (!checkQuery(req, {}, {}))
             return badRequest(res);
         const std::string id = req.matches[2];
-        const auto found = std::find_if(comments_.begin(), comments_.end(),
+        const auto found = std::find_if(f->comments.begin(), f->comments.end(),
                                         [&](const Json& c) { return c["id"] == id; });
-        if (found == comments_.end())
+        if (found == f->comments.end())
             return error(res, 404, "Not found");
         if ((*found)["user"]["id"] != kUserId)
             return error(res, 403, "Only the author may delete a comment");
-        std::erase_if(comments_, [&](const Json& c) {
+        std::erase_if(f->comments, [&](const Json& c) {
             return c["id"] == id || c.value("parent_id", "") == id;
         });
         res.set_content(Json{{"status", 200}, {"error", false}}.dump(), "application/json");

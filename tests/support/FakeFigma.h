@@ -2,6 +2,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include <condition_variable>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -45,11 +46,14 @@ public:
 
     std::string baseURL() const;
     const std::string& fileKey() const { return fileKey_; }
-    // A file link as the user copies it from Figma.
-    std::string fileLink(const std::string& nodeId = {}) const;
+    // A file link as the user copies it from Figma; of the first file unless another is named.
+    std::string fileLink(const std::string& nodeId = {}, const std::string& fileKey = {}) const;
+    // Another file, empty, as a duplicate or a second import makes one. Node and comment ids are
+    // unique across files.
+    void addFile(const std::string& key);
 
-    // The file: one page per call of addPage, boards on pages. Returns node ids.
-    std::string addPage(const std::string& name);
+    // A file: one page per call of addPage, boards on pages. Returns node ids.
+    std::string addPage(const std::string& name, const std::string& fileKey = {});
     // A board as the import plugin lays it out: a root tagged with the flow, one frame per
     // screen tagged with its file, each frame holding a picture node.
     std::string addBoard(const std::string& pageId, const std::string& flowId,
@@ -62,12 +66,15 @@ public:
     // Comments made in Figma by someone else.
     std::string addForeignComment(const std::string& message, const std::string& nodeId, double x,
                                   double y, const std::string& createdAt);
+    // One placed at a point of the canvas (Figma's Vector client_meta), in the first file.
+    std::string addForeignCanvasComment(const std::string& message, double x, double y,
+                                        const std::string& createdAt);
     std::string addForeignReply(const std::string& parentId, const std::string& message,
                                 const std::string& createdAt);
     void deleteInFigma(const std::string& commentId);
     void reanchor(const std::string& commentId, const std::string& nodeId, double x, double y);
     void resolve(const std::string& commentId);
-    std::vector<Json> comments() const;
+    std::vector<Json> comments(const std::string& fileKey = {}) const;
     std::optional<Json> comment(const std::string& id) const;
 
     // The next `count` requests whose method and path match answer with `status` instead.
@@ -78,6 +85,13 @@ public:
         std::lock_guard lock(mutex_);
         rejectStatus_ = status;
     }
+
+    // The next request whose method and path match is carried out, then its answer is held back
+    // until release() (or the server stops), as when a connection stalls after the server acted.
+    void hangNext(const std::string& method, const std::string& pathSuffix);
+    // Whether a request is being held back now.
+    bool hanging() const;
+    void release();
 
     std::vector<Recorded> requests() const;
     // Requests that broke the API's rules; empty when the client behaved.
@@ -99,7 +113,16 @@ private:
         int remaining;
     };
 
+    struct File {
+        std::string key;
+        Json document;
+        std::vector<Json> comments;
+    };
+
     void route();
+    File& file(const std::string& key);
+    File* fileOfNode(const std::string& nodeId);
+    File* fileOfComment(const std::string& commentId);
     bool admit(const httplib::Request& req, httplib::Response& res, const char* method);
     void violation(const std::string& what);
     void error(httplib::Response& res, int status, const std::string& message) const;
@@ -107,8 +130,9 @@ private:
                     const std::vector<std::string>& required);
     Json nodeJson(const Json& node, int depth, bool pluginData) const;
     Json userJson(bool self) const;
-    Json newComment(const std::string& message, const Json& meta, bool self,
-                    const std::string& createdAt, const std::optional<std::string>& parent);
+    Json newComment(File& file, const std::string& fileKey, const std::string& message,
+                    const Json& meta, bool self, const std::string& createdAt,
+                    const std::optional<std::string>& parent);
     std::string newNodeId();
     Json* findNode(Json& node, const std::string& id);
     const Json* findNode(const Json& node, const std::string& id) const;
@@ -121,8 +145,11 @@ private:
     int port_ = 0;
 
     mutable std::mutex mutex_;
-    Json document_;
-    std::vector<Json> comments_;
+    std::map<std::string, File> files_;
+    std::condition_variable released_;
+    std::optional<Failure> hang_;
+    int hanging_ = 0;
+    bool stopping_ = false;
     std::vector<Recorded> log_;
     std::vector<std::string> violations_;
     std::vector<Failure> failures_;
