@@ -15,6 +15,11 @@ const FigmaThread* thread(const ScreenComment& pin, const std::vector<FigmaThrea
     return nullptr;
 }
 
+bool othersReplied(const FigmaThread& thread) {
+    return std::any_of(thread.replies.begin(), thread.replies.end(),
+                       [&](const FigmaReply& r) { return r.authorId != thread.authorId; });
+}
+
 bool isEditLocked(const ScreenComment& pin, const std::vector<FigmaThread>& threads) {
     const FigmaThread* t = thread(pin, threads);
     return t && !t->replies.empty();

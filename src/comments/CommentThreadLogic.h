@@ -13,7 +13,10 @@ namespace varnel::CommentThreadLogic {
 // The pulled thread whose root is the published pin; none for a local pin or a vanished thread.
 const FigmaThread* thread(const ScreenComment& pin, const std::vector<FigmaThread>& threads);
 
-// A published pin whose thread has replies can no longer be edited.
+// Someone other than the thread's author replied in it.
+bool othersReplied(const FigmaThread& thread);
+
+// A published pin whose thread has replies can no longer be edited or moved.
 bool isEditLocked(const ScreenComment& pin, const std::vector<FigmaThread>& threads);
 
 // Threads drawn as pins of their own: not a local pin's, placed, and unresolved unless asked.

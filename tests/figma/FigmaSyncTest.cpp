@@ -7,6 +7,7 @@
 #include "figma/FigmaPublishableWork.h"
 #include "figma/FigmaSyncService.h"
 #include "figma/FigmaThreadActions.h"
+#include "figma/HttpClient.h"
 #include "library/FlowLibrary.h"
 #include "support/FakeFigma.h"
 #include "support/MemorySecrets.h"
@@ -16,6 +17,11 @@
 #include <QSignalSpy>
 
 #include <gtest/gtest.h>
+
+#include <chrono>
+#include <iostream>
+#include <random>
+#include <thread>
 
 namespace varnel {
 namespace {
@@ -270,6 +276,244 @@ TEST_F(FigmaSyncTest, AFailureMidRunIsRedoneByTheNextRun) {
     EXPECT_EQ(FigmaPublishableWork::count(meta()), 0);
 }
 
+TEST_F(FigmaSyncTest, RelinkingToAnotherFileKeepsThePins) {
+    addPin("01.png", "a", 0.2, 0.2, "First");
+    addPin("02.png", "b", 0.4, 0.4, "Second");
+    ASSERT_EQ(publishText(), "2 posted");
+    // "b" was recorded before pins named their file, as older versions did.
+    editPin("02.png", "b", [](ScreenComment& p) { p.postedFileKey.reset(); });
+    const auto inA = figma.comments();
+
+    // The flow imported again into file B, whose link the user pastes.
+    figma.addFile("BKEY");
+    const std::string pageB = figma.addPage("Flows", "BKEY");
+    figma.addBoard(pageB, flowId, "2026-11-23T09:00:00Z", 0, 0,
+                   {{"01.png", 0, 0, 390, 844}, {"02.png", 440, 0, 390, 844}});
+    figma.addForeignComment(
+        "Welcome to B",
+        figma.screenNode(figma.addBoard(pageB, "other", {}, 0, 3000, {{"x.png", 0, 0, 10, 10}}),
+                         "x.png"),
+        1, 1, "");
+    library.setFigmaFileURL(folder, figma.fileLink({}, "BKEY"));
+    EXPECT_TRUE(threads("01.png").empty()); // A's threads can't be answered through B's link
+    EXPECT_EQ(FigmaPublishableWork::count(meta()), 2);
+
+    EXPECT_EQ(publishText(), "2 posted · 1 comments elsewhere in the file");
+    ASSERT_EQ(pins("01.png").size(), 1u);
+    ASSERT_EQ(pins("02.png").size(), 1u);
+    EXPECT_EQ(pins("01.png")[0].postedFileKey, "BKEY");
+    EXPECT_EQ(figma.comments("BKEY").size(), 3u);
+    EXPECT_EQ(figma.comments(), inA); // nothing in A was touched
+    EXPECT_EQ(threads("02.png").size(), 1u);
+    EXPECT_EQ(FigmaPublishableWork::count(meta()), 0);
+
+    // Back to A: its comments are still the pins' own; none is posted a second time.
+    library.setFigmaFileURL(folder, figma.fileLink());
+    EXPECT_EQ(publishText(), "2 posted");
+    EXPECT_EQ(figma.comments(), inA);
+    EXPECT_EQ(*postedId("01.png", "a"), inA[0]["id"]);
+
+    // Deleting a pin now deletes its comment in A only.
+    library.saveComments(folder, "01.png", {});
+    EXPECT_EQ(publishText(), "1 deleted");
+    EXPECT_EQ(figma.comments().size(), 1u);
+    EXPECT_EQ(figma.comments("BKEY").size(), 3u);
+}
+
+TEST_F(FigmaSyncTest, AThreadOthersRepliedInIsNeverDeleted) {
+    addPin("01.png", "moved", 0.2, 0.2, "Move me");
+    addPin("02.png", "dropped", 0.5, 0.5, "On a screen that goes");
+    addPin("01.png", "mine", 0.7, 0.7, "Only my own reply");
+    ASSERT_EQ(publishText(), "3 posted");
+    const auto moved = *postedId("01.png", "moved");
+    const auto dropped = *postedId("02.png", "dropped");
+    const auto mine = *postedId("01.png", "mine");
+    figma.addForeignReply(moved, "I disagree", "2026-11-22T12:00:00Z");
+    figma.addForeignReply(dropped, "Keep this", "2026-11-22T12:00:01Z");
+    ASSERT_EQ(publishText(), "Nothing to publish"); // pulls the replies
+    ASSERT_EQ(threads("01.png")[0].replies.size(), 1u);
+
+    // Changed on disk behind the lock (an older version, or by hand), and a pin deleted.
+    editPin("01.png", "moved", [](ScreenComment& p) { p.x = 0.9; });
+    editPin("01.png", "mine", [](ScreenComment& p) { p.text = "Edited"; });
+    library.saveComments(folder, "02.png", {});
+    EXPECT_EQ(meta().figmaPendingDeletes, std::vector<std::string>{dropped});
+    EXPECT_EQ(FigmaPublishableWork::count(meta()), 2); // the moved pin waits on its replies
+
+    EXPECT_EQ(publishText(), "1 posted · 1 deleted · 2 kept as they are — others replied in Figma");
+    EXPECT_FALSE(figma.comment(mine));
+    ASSERT_TRUE(figma.comment(moved));
+    EXPECT_EQ((*figma.comment(moved))["client_meta"]["node_offset"]["x"], 0.2 * 390);
+    ASSERT_TRUE(figma.comment(dropped));
+    EXPECT_EQ(figma.comments().size(), 5u); // three threads, two replies
+    EXPECT_FALSE(meta().figmaPendingDeletes);
+    // Locally both conversations are still there: the kept one as a thread of its own.
+    ASSERT_EQ(threads("01.png").size(), 2u);
+    EXPECT_EQ(threads("01.png")[0].replies[0].text, "I disagree");
+    ASSERT_EQ(threads("02.png").size(), 1u);
+    EXPECT_EQ(threads("02.png")[0].replies[0].text, "Keep this");
+
+    EXPECT_EQ(FigmaPublishableWork::count(meta()), 0);
+    EXPECT_EQ(publishText(), "1 kept as they are — others replied in Figma");
+    EXPECT_EQ(figma.comments().size(), 5u);
+}
+
+// Figma, with the run interrupted at one request the way a quit does: the request is either
+// carried out and its answer lost, or never sent.
+class InterruptingAPI : public FigmaCommentAPI {
+public:
+    InterruptingAPI(FigmaCommentAPI& inner, int at, bool afterActing)
+        : inner_(inner), countdown_(at), afterActing_(afterActing) {}
+
+    const std::shared_ptr<std::atomic<bool>> stop = std::make_shared<std::atomic<bool>>(false);
+
+    FigmaAccount me() override {
+        return step([&] { return inner_.me(); });
+    }
+    FigmaNode file(const std::string& key, int depth) override {
+        return step([&] { return inner_.file(key, depth); });
+    }
+    FigmaNode file(const std::string& key, const std::string& ids) override {
+        return step([&] { return inner_.file(key, ids); });
+    }
+    std::optional<FigmaNode> nodes(const std::string& key, const std::string& id) override {
+        return step([&] { return inner_.nodes(key, id); });
+    }
+    std::vector<FigmaCommentRef> comments(const std::string& key) override {
+        return step([&] { return inner_.comments(key); });
+    }
+    std::string postComment(const std::string& key, const std::string& message,
+                            const FigmaClientMeta& meta) override {
+        return step([&] { return inner_.postComment(key, message, meta); });
+    }
+    std::string postReply(const std::string& key, const std::string& message,
+                          const std::string& commentId) override {
+        return step([&] { return inner_.postReply(key, message, commentId); });
+    }
+    void deleteComment(const std::string& key, const std::string& commentId) override {
+        step([&] {
+            inner_.deleteComment(key, commentId);
+            return true;
+        });
+    }
+
+private:
+    template <typename F> auto step(F request) -> decltype(request()) {
+        if (*stop)
+            throw Http::Cancelled();
+        if (countdown_-- == 0) {
+            if (afterActing_)
+                request();
+            *stop = true;
+            throw Http::Cancelled();
+        }
+        return request();
+    }
+
+    FigmaCommentAPI& inner_;
+    int countdown_;
+    bool afterActing_;
+};
+
+TEST_F(FigmaSyncTest, InterruptedRunsNeverPostAPinTwice) {
+    std::mt19937 random(17);
+    const auto pick = [&](int n) { return std::uniform_int_distribution<int>(0, n - 1)(random); };
+    int counter = 0;
+    const auto addSome = [&](int n) {
+        for (int i = 0; i < n; ++i) {
+            const std::string id = "p" + std::to_string(++counter);
+            addPin(pick(2) ? "01.png" : "02.png", id, 0.1 * pick(10), 0.1 * pick(10), "Pin " + id);
+        }
+    };
+    addSome(8);
+    int interrupted = 0;
+    for (int run = 0; run < 50; ++run) {
+        // What a user does between runs: edits, moves, new pins, deleted pins.
+        const std::string file = pick(2) ? "01.png" : "02.png";
+        auto list = pins(file);
+        if (!list.empty()) {
+            auto& p = list[pick(static_cast<int>(list.size()))];
+            switch (pick(4)) {
+            case 0:
+                p.text += " (edited " + std::to_string(run) + ")";
+                break;
+            case 1:
+                p.x = 0.1 * pick(10);
+                break;
+            case 2:
+                list.erase(list.begin() + pick(static_cast<int>(list.size())));
+                break;
+            default:
+                break;
+            }
+            library.saveComments(folder, file, list);
+        }
+        if (pick(3) == 0)
+            addSome(1);
+
+        // The run stops at a random request, or its bookkeeping fails at a random step.
+        InterruptingAPI interrupting(api, pick(9), pick(2) == 0);
+        FigmaPublishPersistence persistence = library.figmaPersistence(folder);
+        if (pick(4) == 0) {
+            auto steps = std::make_shared<int>(pick(6));
+            const auto inner = persistence.markPosted;
+            persistence.markPosted = [=](const auto& f, const auto& p, const auto& id,
+                                         const auto& sig, const auto& key) {
+                if ((*steps)-- == 0)
+                    throw std::runtime_error("the app is closing");
+                inner(f, p, id, sig, key);
+            };
+        }
+        const auto result =
+            FigmaCommentSync::run(meta(), interrupting, persistence, interrupting.stop.get());
+        interrupted += *interrupting.stop;
+    }
+    ASSERT_GT(interrupted, 30);
+    ASSERT_EQ(publishText().find("failed"), std::string::npos);
+
+    // Every pin is in Figma once, as it is now; a comment no pin names is a pin posted twice.
+    std::set<std::string> named;
+    int local = 0;
+    for (const char* file : {"01.png", "02.png"}) {
+        for (const auto& p : pins(file)) {
+            ++local;
+            ASSERT_TRUE(p.postedId) << p.text;
+            const auto posted = figma.comment(*p.postedId);
+            ASSERT_TRUE(posted) << p.text;
+            EXPECT_EQ((*posted)["message"], p.text);
+            named.insert(*p.postedId);
+        }
+    }
+    int postedTwice = 0, orphans = 0;
+    for (const auto& c : figma.comments()) {
+        if (named.contains(c["id"]))
+            continue;
+        bool duplicate = false;
+        for (const char* file : {"01.png", "02.png"})
+            for (const auto& p : pins(file))
+                duplicate = duplicate || c["message"] == p.text;
+        (duplicate ? postedTwice : orphans)++;
+    }
+    std::cout << "pins posted twice across 50 interrupted runs: " << postedTwice
+              << "; comments of pins deleted while their post was unrecorded: " << orphans << "\n";
+    EXPECT_EQ(postedTwice, 0);
+    EXPECT_EQ(static_cast<int>(figma.comments().size()), local + orphans);
+    EXPECT_FALSE(meta().figmaPendingDeletes);
+}
+
+TEST_F(FigmaSyncTest, BookkeepingFollowsTheFlowById) {
+    addPin("01.png", "p", 0.5, 0.5, "Hello");
+    const FigmaPublishPersistence persistence = library.figmaPersistence(folder);
+    const std::string renamed = library.renameFlow(folder, "Sign up, renamed");
+    ASSERT_NE(renamed, folder);
+    persistence.markPosted("01.png", "p", "c1", "sig", "FILEKEY");
+    folder = renamed;
+    EXPECT_EQ(postedId("01.png", "p"), "c1");
+
+    library.deleteFlow(folder);
+    EXPECT_THROW(persistence.markPosted("01.png", "p", "c2", "sig", "FILEKEY"), std::exception);
+}
+
 class FigmaServicesTest : public FigmaSyncTest {
 protected:
     FigmaServicesTest() { FigmaAuth::setToken("secret-token", secrets); }
@@ -351,6 +595,115 @@ TEST_F(FigmaServicesTest, ReplyAndDeleteFromTheThreadPanel) {
     EXPECT_TRUE(threads("01.png").empty());
     EXPECT_TRUE(pins("01.png").empty()); // the pin went with its thread, queueing nothing
     EXPECT_FALSE(meta().figmaPendingDeletes);
+}
+
+// Secrets whose next read runs the event loop, as the desktop keychain's does, with a click in it.
+class ReentrantSecrets : public test::MemorySecrets {
+public:
+    std::optional<std::string> data(const std::string& key) override {
+        if (auto click = std::exchange(duringRead, nullptr))
+            click();
+        return MemorySecrets::data(key);
+    }
+    std::function<void()> duringRead;
+};
+
+// Runs the main thread's events until Figma holds back an answer.
+void waitUntilHanging(const FakeFigma& figma) {
+    while (!figma.hanging()) {
+        QCoreApplication::processEvents();
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+}
+
+TEST_F(FigmaServicesTest, QuittingDuringARunAbortsItsRequestAndNothingIsPostedTwice) {
+    for (int i = 0; i < 8; ++i)
+        addPin(i % 2 ? "01.png" : "02.png", "p" + std::to_string(i), 0.1 * i, 0.5,
+               "Pin " + std::to_string(i));
+    figma.hangNext("POST", "/comments");
+    auto service = std::make_unique<FigmaSyncService>(library, secrets, factory());
+    service->publish(folder);
+    waitUntilHanging(figma);
+
+    service.reset();              // the app quits
+    EXPECT_TRUE(figma.hanging()); // it did not wait for the answer
+    figma.release();
+    ASSERT_EQ(figma.comments().size(), 1u); // Figma took the post whose answer never came
+    EXPECT_EQ(FigmaPublishableWork::count(meta()), 8);
+
+    EXPECT_EQ(publishText(), "8 posted");
+    EXPECT_EQ(figma.comments().size(), 8u);
+}
+
+TEST_F(FigmaServicesTest, ARenamedFlowStopsItsRunAndTheNextRunFinishesIt) {
+    addPin("01.png", "a", 0.5, 0.5, "First");
+    addPin("02.png", "b", 0.5, 0.5, "Second");
+    figma.hangNext("POST", "/comments");
+    FigmaSyncService service(library, secrets, factory());
+    service.publish(folder);
+    waitUntilHanging(figma);
+    folder = library.renameFlow(folder, "Renamed while syncing");
+    EXPECT_TRUE(service.isSyncing(folder)); // the same flow, under its new name
+    service.waitForIdle();
+    figma.release();
+    ASSERT_TRUE(service.lastOutcome(folder));
+    EXPECT_EQ(service.lastOutcome(folder)->text, "Stopped — sync again to finish");
+
+    service.publish(folder);
+    service.waitForIdle();
+    EXPECT_EQ(service.lastOutcome(folder)->text, "2 posted");
+    EXPECT_EQ(figma.comments().size(), 2u);
+}
+
+TEST_F(FigmaServicesTest, ASecondClickWhileTheKeychainIsReadStartsNothing) {
+    ReentrantSecrets keychain;
+    FigmaAuth::setToken("secret-token", keychain);
+    FigmaSyncService service(library, keychain, factory());
+    addPin("01.png", "p", 0.5, 0.5, "Once");
+    keychain.duringRead = [&] { service.publish(folder); };
+    service.publish(folder);
+    service.waitForIdle();
+    EXPECT_EQ(countRequests("POST"), 1);
+    EXPECT_EQ(figma.comments().size(), 1u);
+
+    const std::string root = *postedId("01.png", "p");
+    FigmaThreadActions actions(library, keychain, factory());
+    QSignalSpy done(&actions, &FigmaThreadActions::finished);
+    keychain.duringRead = [&] { actions.reply(folder, "01.png", root, "Only once"); };
+    actions.reply(folder, "01.png", root, "Only once");
+    EXPECT_TRUE(actions.isBusy(root));
+    waitFor([&] { return done.count() == 1; });
+    EXPECT_FALSE(actions.isBusy(root));
+    EXPECT_EQ(figma.comments().size(), 2u);
+}
+
+TEST_F(FigmaServicesTest, TheThreadPanelsRequestsSayWhatHappened) {
+    addPin("01.png", "p", 0.5, 0.5, "Hello");
+    ASSERT_EQ(publishText(), "1 posted");
+    const std::string root = *postedId("01.png", "p");
+    FigmaAvatarCache avatars;
+    FigmaAccountCache account(secrets, avatars, factory());
+    account.ensureLoaded();
+    waitFor([&] { return !account.loading(); });
+    FigmaThreadActions actions(library, secrets, factory(), &account);
+    QSignalSpy done(&actions, &FigmaThreadActions::finished);
+
+    // Figma took the reply; who wrote it could not be asked, so the known account says.
+    figma.failNext("GET", "/v1/me", 500);
+    actions.reply(folder, "01.png", root, "Accepted");
+    waitFor([&] { return done.count() == 1; });
+    EXPECT_EQ(done[0][2].toString(), "");
+    ASSERT_EQ(threads("01.png")[0].replies.size(), 1u);
+    EXPECT_EQ(threads("01.png")[0].replies[0].text, "Accepted");
+    EXPECT_EQ(threads("01.png")[0].replies[0].authorId, FakeFigma::kUserId);
+    EXPECT_EQ(figma.comments().size(), 2u);
+
+    // Someone else's thread: Figma answers 403, which is about the thread, not the token.
+    const std::string theirs = figma.addForeignComment("Theirs", board, 10, 10, "");
+    actions.deleteThread(folder, "01.png", theirs);
+    waitFor([&] { return done.count() == 2; });
+    EXPECT_EQ(done[1][2].toString(), "Only the thread’s author can delete it");
+    EXPECT_TRUE(figma.comment(theirs));
 }
 
 TEST_F(FigmaServicesTest, AccountAndAvatarsAreFetchedOnce) {

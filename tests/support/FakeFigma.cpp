@@ -231,15 +231,15 @@ FakeFigma::Json FakeFigma::newComment(File& file, const std::string& fileKey,
                                       const std::string& createdAt,
                                       const std::optional<std::string>& parent) {
     const std::string id = std::to_string(nextComment_++);
-    Json comment{{"id", id},
-                 {"file_key", fileKey},
-                 {"user", userJson(self)},
-                 {"created_at", createdAt.empty() ? now() : createdAt},
-                 {"resolved_at", nullptr},
-                 {"message", message},
-                 {"reactions", Json::array()},
-                 {"order_id",
-                  parent ? Json(nullptr) : Json(std::to_string(file.comments.size() + 1))}};
+    Json comment{
+        {"id", id},
+        {"file_key", fileKey},
+        {"user", userJson(self)},
+        {"created_at", createdAt.empty() ? now() : createdAt},
+        {"resolved_at", nullptr},
+        {"message", message},
+        {"reactions", Json::array()},
+        {"order_id", parent ? Json(nullptr) : Json(std::to_string(file.comments.size() + 1))}};
     // As Figma sends them: a top-level comment's parent is "", a reply has no place.
     comment["parent_id"] = parent.value_or("");
     comment["client_meta"] = parent ? Json(nullptr) : meta;
@@ -260,8 +260,8 @@ std::string FakeFigma::addForeignComment(const std::string& message, const std::
 std::string FakeFigma::addForeignCanvasComment(const std::string& message, double x, double y,
                                                const std::string& createdAt) {
     std::lock_guard lock(mutex_);
-    return newComment(file(fileKey_), fileKey_, message, Json{{"x", x}, {"y", y}}, false,
-                      createdAt, std::nullopt)["id"];
+    return newComment(file(fileKey_), fileKey_, message, Json{{"x", x}, {"y", y}}, false, createdAt,
+                      std::nullopt)["id"];
 }
 
 std::string FakeFigma::addForeignReply(const std::string& parentId, const std::string& message,
