@@ -16,7 +16,11 @@ const FigmaThread* thread(const ScreenComment& pin, const std::vector<FigmaThrea
 // Someone other than the thread's author replied in it.
 bool othersReplied(const FigmaThread& thread);
 
-// A published pin whose thread has replies can no longer be edited or moved.
+// Why a pin can't be edited or moved.
+inline constexpr const char* kLocked = "Editing is locked because the thread has replies";
+
+// A published pin whose thread has replies can no longer be edited or moved: a repost would
+// drop the replies.
 bool isEditLocked(const ScreenComment& pin, const std::vector<FigmaThread>& threads);
 
 // Threads drawn as pins of their own: not a local pin's, placed, and unresolved unless asked.

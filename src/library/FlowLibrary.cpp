@@ -104,12 +104,14 @@ void FlowLibrary::deleteFlow(const std::string& folderName) {
 }
 
 std::string FlowLibrary::saveMeta(const std::string& folderName, const FlowMeta& meta) {
+    removeStaleFigmaZip(folderName, meta.name);
     std::string now = mutate([&] { return store_.saveMeta(folderName, meta); });
     clipSaves_.followFlow(folderName, now);
     return now;
 }
 
 std::string FlowLibrary::renameFlow(const std::string& folderName, const std::string& newName) {
+    removeStaleFigmaZip(folderName, newName);
     std::string now = mutate([&] { return store_.renameFlow(folderName, newName); });
     clipSaves_.followFlow(folderName, now);
     return now;

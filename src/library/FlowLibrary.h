@@ -175,6 +175,8 @@ public:
     std::filesystem::path exportToFigmaInFlowFolder(const std::string& folderName);
     std::optional<std::filesystem::path> existingFigmaZip(const std::string& folderName);
     void removeFigmaZip(const std::string& folderName);
+    // Before the flow takes `newName`: its package, named after the old name, goes.
+    void removeStaleFigmaZip(const std::string& folderName, const std::string& newName);
     void setFigmaFileURL(const std::string& folderName, const std::optional<std::string>& url);
     // A publish's bookkeeping on this flow, for the thread that owns the library.
     FigmaPublishPersistence figmaPersistence(const std::string& folderName);

@@ -32,6 +32,18 @@ void FlowLibrary::removeFigmaZip(const std::string& folderName) {
         FileOps::remove(*file);
 }
 
+// The package is named after the flow: under a new name, the old one would linger beside the
+// next export, and an old board could be imported from it.
+void FlowLibrary::removeStaleFigmaZip(const std::string& folderName, const std::string& newName) {
+    try {
+        if (meta(folderName).name == newName)
+            return;
+        removeFigmaZip(folderName);
+    } catch (const std::exception& e) {
+        qWarning("The old Figma package of %s stays: %s", folderName.c_str(), e.what());
+    }
+}
+
 void FlowLibrary::setFigmaFileURL(const std::string& folderName,
                                   const std::optional<std::string>& url) {
     mutate([&] { store_.setFigmaFileURL(folderName, url); });

@@ -5,12 +5,14 @@
 #include "comments/CommentThreadLogic.h"
 #include "ui/CommentPinShape.h"
 
+#include <QGuiApplication>
 #include <QHBoxLayout>
 #include <QKeyEvent>
 #include <QLineEdit>
 #include <QMouseEvent>
 #include <QPainter>
 #include <QPainterPath>
+#include <QStyleHints>
 #include <QToolButton>
 #include <QToolTip>
 #include <QWheelEvent>
@@ -63,6 +65,12 @@ Qt::CursorShape cursorFor(EditorGeometry::Handle handle) {
         return Qt::SizeHorCursor;
     }
     return Qt::ArrowCursor;
+}
+
+// A pin moves only when the pointer goes further than the platform's drag distance: a click's
+// jitter must never make a published pin look edited.
+double pinSlop() {
+    return std::max<double>(kDragThreshold, QGuiApplication::styleHints()->startDragDistance());
 }
 
 double distance(QPointF a, QPointF b) {
@@ -315,6 +323,7 @@ void EditorCanvas::mousePressEvent(QMouseEvent* event) {
         drag_ = Drag::pin;
         dragPin_ = *pin;
         pinStart_ = {pins_[*pin].x, pins_[*pin].y};
+        pinLocked_ = CommentThreadLogic::isEditLocked(pins_[*pin], threads_);
         return;
     }
     if (const auto root = remotePinAt(pressPoint_)) {
@@ -493,6 +502,13 @@ void EditorCanvas::dragTo(QPointF point) {
                                                 {point.x(), point.y()}, image);
         break;
     case Drag::pin: {
+        if (!changed_ && distance(point, pressPoint_) < pinSlop())
+            break;
+        if (pinLocked_) {
+            // The same rule as editing: moving would repost, and repost would drop the replies.
+            QToolTip::showText(mapToGlobal(point.toPoint()), tr(CommentThreadLogic::kLocked), this);
+            break;
+        }
         changed_ = true;
         const ViewPoint moved = CommentEditing::movedPosition(
             pinStart_, {point.x() - pressPoint_.x(), point.y() - pressPoint_.y()}, image);
@@ -549,9 +565,13 @@ void EditorCanvas::finishDrag(QPointF point) {
             emit patchesSettled();
         break;
     case Drag::pin:
-        if (changed_) {
+        if (changed_ && distance(point, pressPoint_) >= pinSlop()) {
             emit pinsEdited();
-        } else if (distance(point, pressPoint_) < kDragThreshold) {
+        } else if (changed_) {
+            // Dragged back where it was: not a move.
+            pins_[dragPin_].x = pinStart_.x;
+            pins_[dragPin_].y = pinStart_.y;
+        } else if (distance(point, pressPoint_) < pinSlop()) {
             emit pinActivated(QString::fromStdString(pins_[dragPin_].id));
         }
         break;

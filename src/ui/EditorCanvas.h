@@ -148,6 +148,7 @@ private:
     bool commentsEnabled_ = false;
     std::size_t dragPin_ = 0;
     ViewPoint pinStart_;
+    bool pinLocked_ = false; // the pressed pin's thread has replies
     std::optional<Draft> draft_;
     QWidget* draftBox_;
     QLineEdit* draftField_;

@@ -1,11 +1,15 @@
 #include "ui/FigmaFlowBar.h"
 
+#include "figma/Background.h"
+#include "figma/FigmaAutoLink.h"
+#include "figma/FigmaExport.h"
 #include "figma/FigmaFileLink.h"
 #include "figma/FigmaPublishableWork.h"
 #include "figma/FigmaServices.h"
 #include "library/FlowLibrary.h"
 
 #include <QApplication>
+#include <QClipboard>
 #include <QDateTime>
 #include <QDrag>
 #include <QHBoxLayout>
@@ -59,7 +63,8 @@ private:
 FigmaFlowBar::FigmaFlowBar(FlowLibrary& library, FigmaServices& figma, QWidget* parent)
     : QFrame(parent), library_(library), figma_(figma), title_(new QLabel(this)),
       export_(new QPushButton(tr("Export for Figma"), this)), chip_(new PackageChip(this)),
-      link_(new QLineEdit(this)), publish_(new QPushButton(this)), status_(new QLabel(this)) {
+      link_(new QLineEdit(this)), publish_(new QPushButton(this)),
+      offer_(new QPushButton(tr("Link to the Copied File"), this)), status_(new QLabel(this)) {
     setObjectName("figmaBar");
     setFrameShape(QFrame::StyledPanel);
     export_->setObjectName("figmaExport");
@@ -69,6 +74,10 @@ FigmaFlowBar::FigmaFlowBar(FlowLibrary& library, FigmaServices& figma, QWidget* 
     link_->setToolTip(tr("The Figma file this flow was imported into"));
     link_->setClearButtonEnabled(true);
     publish_->setObjectName("figmaPublish");
+    publish_->setToolTip(tr("Send this flow's comment changes to the linked file and bring its "
+                            "replies back"));
+    offer_->setObjectName("figmaLinkOffer");
+    offer_->hide();
     status_->setObjectName("figmaStatus");
     status_->setTextInteractionFlags(Qt::TextSelectableByMouse);
 
@@ -79,6 +88,7 @@ FigmaFlowBar::FigmaFlowBar(FlowLibrary& library, FigmaServices& figma, QWidget* 
     auto* bottom = new QHBoxLayout;
     bottom->addWidget(new QLabel(tr("Figma file:"), this));
     bottom->addWidget(link_, 1);
+    bottom->addWidget(offer_);
     bottom->addWidget(publish_);
     auto* layout = new QVBoxLayout(this);
     layout->setContentsMargins(12, 8, 12, 8);
@@ -89,6 +99,9 @@ FigmaFlowBar::FigmaFlowBar(FlowLibrary& library, FigmaServices& figma, QWidget* 
     connect(export_, &QPushButton::clicked, this, &FigmaFlowBar::exportPackage);
     connect(link_, &QLineEdit::editingFinished, this, &FigmaFlowBar::applyLink);
     connect(publish_, &QPushButton::clicked, this, &FigmaFlowBar::publish);
+    connect(offer_, &QPushButton::clicked, this, &FigmaFlowBar::acceptOffer);
+    connect(QGuiApplication::clipboard(), &QClipboard::dataChanged, this,
+            &FigmaFlowBar::clipboardChanged);
     connect(&library_, &FlowLibrary::changed, this, &FigmaFlowBar::refresh);
     connect(&figma_.sync(), &FigmaSyncService::stateChanged, this, [this](const QString& folder) {
         if (folder_ && folder.toStdString() == *folder_)
@@ -102,6 +115,8 @@ void FigmaFlowBar::setFlow(const std::optional<std::string>& folderName) {
         return;
     folder_ = folderName;
     error_.clear();
+    note_.clear();
+    offeredURL_.reset();
     link_->clear();
     refresh();
 }
@@ -125,16 +140,26 @@ void FigmaFlowBar::refresh() {
     if (!link_->hasFocus() && error_.isEmpty())
         link_->setText(QString::fromStdString(meta->figmaFileURL.value_or("")));
 
+    // Always available for a linked flow: colleagues' replies come in even when nothing goes out.
     const bool syncing = figma_.sync().isSyncing(*folder_);
     const int pending = FigmaPublishableWork::count(*meta);
-    publish_->setText(pending > 0 ? tr("Publish Comments (%1)").arg(pending)
-                                  : tr("Publish Comments"));
-    publish_->setEnabled(!syncing && pending > 0 && meta->figmaFileURL.has_value());
-    export_->setEnabled(!syncing);
+    publish_->setText(pending > 0 ? tr("Sync with Figma (%1)").arg(pending)
+                                  : tr("Sync with Figma"));
+    publish_->setEnabled(!syncing && meta->figmaFileURL.has_value());
+    export_->setEnabled(!syncing && !exporting_);
+    if (meta->figmaFileURL)
+        offeredURL_.reset();
+    offer_->setVisible(offeredURL_.has_value());
+    if (offeredURL_)
+        offer_->setToolTip(QString::fromStdString(*offeredURL_));
 
     QString text = error_;
     bool failed = !error_.isEmpty();
-    if (text.isEmpty() && syncing) {
+    if (text.isEmpty() && exporting_) {
+        text = tr("Writing the package…");
+    } else if (text.isEmpty() && !note_.isEmpty()) {
+        text = note_;
+    } else if (text.isEmpty() && syncing) {
         text = tr("Syncing with Figma…");
     } else if (text.isEmpty()) {
         if (const auto outcome = figma_.sync().lastOutcome(*folder_)) {
@@ -160,18 +185,64 @@ void FigmaFlowBar::showError(const QString& text) {
 }
 
 void FigmaFlowBar::exportPackage() {
+    if (!folder_ || exporting_)
+        return;
+    FlowMeta meta;
+    std::filesystem::path source, destination;
+    try {
+        meta = library_.meta(*folder_);
+        source = library_.store().flowURL(*folder_);
+        destination = source / FigmaExport::packageName(meta);
+    } catch (const std::exception& e) {
+        return showError(
+            tr("The package couldn't be written: %1").arg(QString::fromUtf8(e.what())));
+    }
+    // Reading and zipping every screen takes a while: the window stays responsive meanwhile.
+    exporting_ = true;
+    error_.clear();
+    note_.clear();
+    refresh();
+    const std::string folder = *folder_;
+    runInBackground(
+        this,
+        [meta, source, destination]() -> std::string {
+            try {
+                FigmaExport::exportPackage(meta, source, destination);
+                return {};
+            } catch (const std::exception& e) {
+                return e.what();
+            }
+        },
+        [this, folder](const std::string& failure) {
+            exporting_ = false;
+            if (folder_ != folder)
+                return refresh();
+            if (!failure.empty())
+                return showError(
+                    tr("The package couldn't be written: %1").arg(QString::fromStdString(failure)));
+            note_ = tr("Package ready — drag it onto the Varnel Import plugin window in Figma");
+            refresh();
+        });
+}
+
+void FigmaFlowBar::clipboardChanged() {
     if (!folder_)
         return;
     try {
-        library_.exportToFigmaInFlowFolder(*folder_);
-        error_.clear();
-        chip_->setFile(library_.existingFigmaZip(*folder_));
-        status_->setStyleSheet({});
-        status_->setText(
-            tr("Package ready — drag it onto the Varnel Import plugin window in Figma"));
-    } catch (const std::exception& e) {
-        showError(tr("The package couldn't be written: %1").arg(QString::fromUtf8(e.what())));
+        offeredURL_ = FigmaAutoLink::offer(QGuiApplication::clipboard()->text().toStdString(),
+                                           library_.meta(*folder_));
+    } catch (const std::exception&) {
+        offeredURL_.reset();
     }
+    refresh();
+}
+
+void FigmaFlowBar::acceptOffer() {
+    if (!offeredURL_)
+        return;
+    link_->setText(QString::fromStdString(*offeredURL_));
+    offeredURL_.reset();
+    applyLink();
 }
 
 void FigmaFlowBar::applyLink() {
@@ -199,6 +270,7 @@ void FigmaFlowBar::publish() {
     if (!folder_)
         return;
     error_.clear();
+    note_.clear();
     figma_.sync().publish(*folder_);
     refresh();
 }

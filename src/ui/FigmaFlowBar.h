@@ -39,10 +39,16 @@ public:
     QString statusText() const;
     QLineEdit* linkField() const { return link_; }
     QPushButton* publishButton() const { return publish_; }
+    // Shown when a Figma file link was copied while this flow has none.
+    QPushButton* linkOfferButton() const { return offer_; }
+    QPushButton* exportButton() const { return export_; }
+    bool isExporting() const { return exporting_; }
 
 private:
     void refresh();
     void showError(const QString& text);
+    void clipboardChanged();
+    void acceptOffer();
 
     FlowLibrary& library_;
     FigmaServices& figma_;
@@ -52,8 +58,12 @@ private:
     PackageChip* chip_;
     QLineEdit* link_;
     QPushButton* publish_;
+    QPushButton* offer_;
     QLabel* status_;
     QString error_; // a local error (link, export) until the flow changes
+    QString note_;  // what the last export did, until the flow changes
+    std::optional<std::string> offeredURL_;
+    bool exporting_ = false;
 };
 
 } // namespace varnel

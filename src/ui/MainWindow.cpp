@@ -314,8 +314,7 @@ void MainWindow::buildMenus() {
     deleteFlowAction_ = flow->addAction(tr("Delete Flow…"), this, &MainWindow::deleteFlow);
     deleteFlowAction_->setShortcut(QKeySequence(tr("Ctrl+Shift+Del")));
     flow->addSeparator();
-    publishFigmaAction_ =
-        flow->addAction(tr("Publish Comments to Figma"), this, &MainWindow::publishToFigma);
+    publishFigmaAction_ = flow->addAction(tr("Sync with Figma"), this, &MainWindow::publishToFigma);
     publishFigmaAction_->setShortcut(QKeySequence(tr("Ctrl+Shift+P")));
 
     QMenu* view = menuBar()->addMenu(tr("&View"));

@@ -284,10 +284,7 @@ void MainWindow::dropFiles(const std::vector<std::filesystem::path>& files,
 void MainWindow::exportForFigma() {
     if (!gallery_->currentFlow())
         return;
-    figmaBar_->exportPackage();
-    if (const auto zip = library_.existingFigmaZip(*gallery_->currentFlow()))
-        showTransient(tr("Wrote %1 — drag it onto the Varnel Import plugin window in Figma")
-                          .arg(qs(zip->filename().string())));
+    figmaBar_->exportPackage(); // its row says when the package is ready
 }
 
 void MainWindow::publishToFigma() {

@@ -800,9 +800,19 @@ void ScreenEditor::connectFigma() {
          }});
     connect(&actions, &FigmaThreadActions::finished, this,
             [this](const QString& folder, const QString& root, const QString& error) {
-                if (folder.toStdString() == folder_ && root.toStdString() == threadPanel_->rootId())
-                    threadPanel_->setNote(error);
+                if (folder.toStdString() != folder_ || root.toStdString() != threadPanel_->rootId())
+                    return;
+                threadPanel_->setNote(error);
+                threadPanel_->requestFinished(!error.isEmpty());
             });
+    FigmaAccountCache& account = figma_->account();
+    const auto showAccount = [this, &account] {
+        threadPanel_->setAccountId(account.account() ? std::optional(account.account()->id)
+                                                     : std::nullopt);
+    };
+    connect(&account, &FigmaAccountCache::changed, this, showAccount);
+    showAccount();
+    account.ensureLoaded();
     FigmaAvatarCache& avatars = figma_->avatars();
     threadPanel_->setAvatarSource([&avatars](const std::optional<std::string>& url) {
         avatars.ensureLoaded(url);

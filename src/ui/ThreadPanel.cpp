@@ -1,5 +1,6 @@
 #include "ui/ThreadPanel.h"
 
+#include "comments/CommentThreadLogic.h"
 #include "ui/Avatar.h"
 #include "ui/Messages.h"
 
@@ -44,10 +45,9 @@ QWidget* messageRow(const std::string& author, const std::string& text, const QI
 
 ThreadPanel::ThreadPanel(QWidget* parent)
     : QFrame(parent), title_(new QLabel(tr("Comment"), this)), messages_(new QVBoxLayout),
-      locked_(new QLabel(tr("Editing is locked because the thread has replies"), this)),
-      note_(new QLabel(this)), edit_(new QPushButton(tr("Edit comment"), this)),
-      replyField_(new QLineEdit(this)), reply_(new QPushButton(tr("Reply"), this)),
-      open_(new QPushButton(tr("Open in Figma"), this)),
+      locked_(new QLabel(tr(CommentThreadLogic::kLocked), this)), note_(new QLabel(this)),
+      edit_(new QPushButton(tr("Edit comment"), this)), replyField_(new QLineEdit(this)),
+      reply_(new QPushButton(tr("Reply"), this)), open_(new QPushButton(tr("Open in Figma"), this)),
       delete_(new QPushButton(tr("Delete thread…"), this)) {
     setFrameShape(QFrame::StyledPanel);
     setMinimumWidth(240);
@@ -84,8 +84,10 @@ ThreadPanel::ThreadPanel(QWidget* parent)
         const QString text = replyField_->text().trimmed();
         if (text.isEmpty() || !actions_.reply)
             return;
-        actions_.reply(rootId_, text.toStdString());
+        // Cleared first: sending may run the event loop, and a second Enter must find it empty.
+        unsent_ = text;
         replyField_->clear();
+        actions_.reply(rootId_, text.toStdString());
     };
     connect(reply_, &QPushButton::clicked, this, sendReply);
     connect(replyField_, &QLineEdit::returnPressed, this, sendReply);
@@ -112,7 +114,18 @@ void ThreadPanel::setFigmaActions(FigmaActions actions) {
     replyField_->setVisible(bool(actions_.reply));
     reply_->setVisible(bool(actions_.reply));
     open_->setVisible(bool(actions_.open));
-    delete_->setVisible(bool(actions_.deleteThread));
+    updateDelete();
+}
+
+void ThreadPanel::setAccountId(std::optional<std::string> id) {
+    accountId_ = std::move(id);
+    updateDelete();
+}
+
+// Figma lets only a thread's author delete it.
+void ThreadPanel::updateDelete() {
+    delete_->setVisible(actions_.deleteThread && shown_ && accountId_ &&
+                        shown_->authorId == *accountId_);
 }
 
 void ThreadPanel::clearMessages() {
@@ -139,6 +152,7 @@ void ThreadPanel::showThread(const FigmaThread& thread, bool editable, bool edit
             messageRow(reply.authorHandle, reply.text, avatar(reply.authorImgURL), 14, this));
     edit_->setVisible(editable && !editLocked);
     locked_->setVisible(editable && editLocked);
+    updateDelete();
     note_->hide();
 }
 
@@ -148,6 +162,12 @@ void ThreadPanel::refreshAvatars() {
         showThread(*shown_, shownEditable_, shownLocked_);
         setNote(note);
     }
+}
+
+void ThreadPanel::requestFinished(bool failed) {
+    if (failed && replyField_->text().isEmpty())
+        replyField_->setText(unsent_);
+    unsent_.clear();
 }
 
 void ThreadPanel::setNote(const QString& note) {

@@ -45,6 +45,11 @@ public:
     void refreshAvatars();
     // A line under the thread, for what Figma answered.
     void setNote(const QString& note);
+    // A reply or delete ended; a reply that failed goes back into the field, not lost.
+    void requestFinished(bool failed);
+    QPushButton* deleteButton() const { return delete_; }
+    // The signed-in Figma account: Delete is offered only on its own threads.
+    void setAccountId(std::optional<std::string> id);
     // Asked before deleting a thread with replies; tests answer it themselves.
     void setDeleteConfirmation(std::function<bool()> confirm) { confirm_ = std::move(confirm); }
 
@@ -54,6 +59,7 @@ signals:
 
 private:
     void clearMessages();
+    void updateDelete();
 
     QLabel* title_;
     QVBoxLayout* messages_;
@@ -64,6 +70,8 @@ private:
     QPushButton* reply_;
     QPushButton* open_;
     QPushButton* delete_;
+    std::optional<std::string> accountId_;
+    QString unsent_; // the reply being sent
     FigmaActions actions_;
     std::string rootId_;
     bool hasReplies_ = false;

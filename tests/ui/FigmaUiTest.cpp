@@ -17,6 +17,7 @@
 #include "ui/ThreadPanel.h"
 
 #include <QApplication>
+#include <QClipboard>
 #include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
@@ -99,17 +100,23 @@ TEST_F(FigmaUiTest, FlowRowLinksExportsAndPublishes) {
     EXPECT_EQ(bar.linkField()->text(), "https://www.figma.com/design/UIKEY");
 
     window->action("Export for Figma…")->trigger();
+    EXPECT_EQ(status(), "Writing the package…");
+    EXPECT_FALSE(bar.exportButton()->isEnabled());
+    waitFor([&] { return !bar.isExporting(); });
+    EXPECT_EQ(status(), "Package ready — drag it onto the Varnel Import plugin window in Figma");
     ASSERT_TRUE(library.existingFigmaZip(folder));
     auto* chip = bar.findChild<QLabel*>("figmaPackage");
     ASSERT_TRUE(chip);
     EXPECT_TRUE(chip->isVisible());
     EXPECT_EQ(chip->toolTip(), "Drag onto the Varnel Import plugin window in Figma");
 
-    EXPECT_EQ(bar.publishButton()->text(), "Publish Comments");
+    // Linked: a sync can always pull colleagues' replies, even with nothing to send.
+    EXPECT_EQ(bar.publishButton()->text(), "Sync with Figma");
+    EXPECT_TRUE(bar.publishButton()->isEnabled());
     addPin("p1", 0.5, 0.5, "Price is cut off");
-    EXPECT_EQ(bar.publishButton()->text(), "Publish Comments (1)");
+    EXPECT_EQ(bar.publishButton()->text(), "Sync with Figma (1)");
     ASSERT_TRUE(bar.publishButton()->isEnabled());
-    EXPECT_TRUE(window->action("Publish Comments to Figma")->isEnabled());
+    EXPECT_TRUE(window->action("Sync with Figma")->isEnabled());
 
     bar.publishButton()->click();
     EXPECT_EQ(status(), "Add your Figma token in Settings → Figma first");
@@ -121,8 +128,25 @@ TEST_F(FigmaUiTest, FlowRowLinksExportsAndPublishes) {
     EXPECT_FALSE(bar.publishButton()->isEnabled()) << "one run at a time";
     services.sync().waitForIdle();
     EXPECT_EQ(status(), "1 posted");
-    EXPECT_EQ(bar.publishButton()->text(), "Publish Comments");
+    EXPECT_EQ(bar.publishButton()->text(), "Sync with Figma");
     EXPECT_EQ(figma.comments().size(), 1u);
+
+    // Nothing to send: a sync still brings a colleague's reply in.
+    figma.addForeignReply(figma.comments()[0]["id"], "On it", "2026-11-22T12:00:00Z");
+    bar.publishButton()->click();
+    services.sync().waitForIdle();
+    EXPECT_EQ(status(), "Nothing to publish");
+    ASSERT_TRUE(library.meta(folder).screen("01.png")->figmaThreads);
+    EXPECT_EQ(library.meta(folder).screen("01.png")->figmaThreads->at(0).replies.at(0).text,
+              "On it");
+
+    // Renamed, the flow's package under the old name goes with the old name.
+    const auto oldZip = *library.existingFigmaZip(folder);
+    const std::string renamed = library.renameFlow(folder, "Checkout v2");
+    EXPECT_FALSE(fs::exists(library.store().flowURL(renamed) / oldZip.filename()));
+    folder = renamed;
+    window->gallery().selectFlow(folder);
+    QApplication::processEvents();
 
     figma.rejectToken(403);
     addPin("p2", 0.2, 0.2, "Second");
@@ -229,6 +253,85 @@ TEST_F(FigmaUiTest, ThreadPanelRepliesAndDeletesInFigma) {
     EXPECT_FALSE(panel.isVisible());
     EXPECT_TRUE(library.comments(folder, "01.png").empty());
     delete editor;
+}
+
+TEST_F(FigmaUiTest, PinsWithRepliesStayPutAndOnlyTheAuthorMayDelete) {
+    FigmaAuth::setToken("ui-token", secrets);
+    library.setFigmaFileURL(folder, figma.fileLink());
+    addPin("talk", 0.3, 0.3, "Discussed");
+    addPin("free", 0.7, 0.7, "Not yet");
+    services.sync().publish(folder);
+    services.sync().waitForIdle();
+    const std::string root = *library.comments(folder, "01.png")[0].postedId;
+    figma.addForeignReply(root, "Please keep it there", "2026-11-22T11:00:00Z");
+    const std::string theirs =
+        figma.addForeignComment("Their own thread", board, 195, 100, "2026-11-22T11:00:01Z");
+    services.sync().publish(folder);
+    services.sync().waitForIdle();
+    const auto before = library.comments(folder, "01.png");
+
+    auto* editor = new ScreenEditor(library, *settings, folder, "01.png", window.get(), &services);
+    editor->setWindowFlag(Qt::Window);
+    editor->resize(900, 900);
+    editor->show();
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(editor));
+    EditorCanvas& canvas = editor->canvas();
+    // Where a point of the picture is now: the thread panel takes room when it opens.
+    const auto at = [&](double x, double y) {
+        const ViewRect r = canvas.imageRect();
+        return QPoint(int(r.x + x * r.width), int(r.y + y * r.height));
+    };
+    const auto drag = [&](QPoint from, QPoint to) {
+        QTest::mousePress(&canvas, Qt::LeftButton, {}, from);
+        QTest::mouseMove(&canvas, from + (to - from) / 2);
+        QTest::mouseMove(&canvas, to);
+        QTest::mouseRelease(&canvas, Qt::LeftButton, {}, to);
+        QApplication::processEvents();
+    };
+
+    // The pin with a colleague's reply doesn't move; the other one does, but not by a jitter.
+    drag(at(0.3, 0.3), at(0.3, 0.3) + QPoint(80, 40));
+    drag(at(0.7, 0.7), at(0.7, 0.7) + QPoint(4, 3)); // a hand's tremor on a click
+    EXPECT_EQ(library.comments(folder, "01.png"), before);
+    drag(at(0.7, 0.7), at(0.7, 0.7) + QPoint(60, 0));
+    EXPECT_GT(library.comments(folder, "01.png")[1].x, 0.7);
+    EXPECT_EQ(library.comments(folder, "01.png")[0], before[0]);
+
+    // Delete is offered on the signed-in account's threads only.
+    waitFor([&] { return services.account().account().has_value(); });
+    ThreadPanel& panel = editor->threadPanel();
+    QTest::mouseClick(&canvas, Qt::LeftButton, {}, at(0.3, 0.3));
+    ASSERT_TRUE(panel.isVisible());
+    EXPECT_TRUE(panel.deleteButton()->isVisible());
+    QTest::mouseClick(&canvas, Qt::LeftButton, {}, at(0.5, 100.0 / 844));
+    ASSERT_EQ(panel.rootId(), theirs);
+    EXPECT_FALSE(panel.deleteButton()->isVisible());
+
+    // A reply that fails goes back into the field.
+    QSignalSpy done(&services.threads(), &FigmaThreadActions::finished);
+    figma.failNext("POST", "/comments", 500);
+    auto* field = panel.findChild<QLineEdit*>();
+    field->setText("Agreed");
+    QTest::keyClick(field, Qt::Key_Return);
+    waitFor([&] { return done.count() == 1; });
+    EXPECT_EQ(field->text(), "Agreed");
+    delete editor;
+}
+
+TEST_F(FigmaUiTest, ACopiedFigmaLinkIsOfferedForAFlowWithout) {
+    FigmaFlowBar& bar = window->figmaBar();
+    window->gallery().selectFlow(folder);
+    QApplication::processEvents();
+    QGuiApplication::clipboard()->setText("see https://www.figma.com/design/UIKEY/Flows");
+    EXPECT_FALSE(bar.linkOfferButton()->isVisible()) << "a link inside a sentence";
+    QGuiApplication::clipboard()->setText(QString::fromStdString(figma.fileLink("1:2")));
+    ASSERT_TRUE(bar.linkOfferButton()->isVisible());
+    bar.linkOfferButton()->click();
+    EXPECT_EQ(library.meta(folder).figmaFileURL, "https://www.figma.com/design/UIKEY?node-id=1:2");
+    EXPECT_FALSE(bar.linkOfferButton()->isVisible());
+    // Linked now: another copied link is not offered over it.
+    QGuiApplication::clipboard()->setText("https://www.figma.com/design/OTHER/x");
+    EXPECT_FALSE(bar.linkOfferButton()->isVisible());
 }
 
 int main(int argc, char** argv) {
