@@ -21,6 +21,9 @@ std::filesystem::path download(const std::string& url, const std::filesystem::pa
     Http::Request request;
     request.url = url;
     request.timeoutSeconds = 120;
+    // Download hosts often redirect; each hop must be https, and no header ever goes along.
+    request.maxRedirects = 5;
+    request.maxBytes = kMaxBytes;
     const Http::Response response = Http::perform(request);
     if (response.status < 200 || response.status > 299)
         throw std::runtime_error("server returned HTTP " + std::to_string(response.status));

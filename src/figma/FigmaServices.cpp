@@ -34,7 +34,7 @@ FigmaServices::FigmaServices(FlowLibrary& library, SecretStore& secrets, std::st
 FigmaServices::FigmaServices(FlowLibrary& library, std::unique_ptr<SecretStore> owned,
                              SecretStore* borrowed, const std::string& baseURL, QObject* parent)
     : QObject(parent), ownedSecrets_(std::move(owned)),
-      secrets_(borrowed ? *borrowed : *ownedSecrets_),
+      secrets_(borrowed ? *borrowed : *ownedSecrets_), avatars_(baseURL),
       account_(secrets_, avatars_, factoryFor(baseURL)),
       sync_(library, secrets_, factoryFor(baseURL)),
       threads_(library, secrets_, factoryFor(baseURL), &account_) {}

@@ -187,6 +187,38 @@ TEST_F(FigmaClientTest, DownloadsThePluginPackage) {
     EXPECT_FALSE(std::filesystem::exists(dir / "Downloads" / "Varnel-figma-plugin-v9.9.zip"));
     EXPECT_THROW(D::download("http://127.0.0.1:1/Varnel-figma-plugin.zip", dir.path()),
                  Http::TransportError);
+
+    // A redirect is followed to the file, which keeps the name that was asked for.
+    std::filesystem::remove_all(dir / "Downloads");
+    const auto redirected =
+        D::download(figma.baseURL() + "/redirect/" + FakeFigma::kPluginFile, dir / "Downloads");
+    EXPECT_EQ(test::readFile(redirected), FakeFigma::kPluginBytes);
+    // Never one that leaves for plain http elsewhere.
+    EXPECT_THROW(D::download(figma.baseURL() + "/redirect-away/x.zip", dir / "Downloads"),
+                 Http::TransportError);
+    EXPECT_FALSE(std::filesystem::exists(dir / "Downloads" / "x.zip"));
+}
+
+TEST_F(FigmaClientTest, CommentShapesFigmaSends) {
+    // A top-level comment with "parent_id": "", a reply with "client_meta": null, and a comment
+    // placed at a point of the canvas (a Vector).
+    const std::string root = figma.addForeignComment("Root", board, 5, 6, "2026-01-01T00:00:00Z");
+    figma.addForeignReply(root, "Reply", "2026-01-01T00:00:01Z");
+    figma.addForeignCanvasComment("On the canvas", 120.5, 60.25, "2026-01-01T00:00:02Z");
+    const auto raw = figma.comments();
+    ASSERT_EQ(raw[0]["parent_id"], "");
+    ASSERT_TRUE(raw[1]["client_meta"].is_null());
+
+    const auto refs = api.comments("KEY1");
+    ASSERT_EQ(refs.size(), 3u);
+    EXPECT_EQ(refs[0].parentId, std::nullopt);
+    EXPECT_EQ(refs[0].nodeId, board);
+    EXPECT_EQ(refs[1].parentId, root);
+    EXPECT_EQ(refs[1].nodeId, std::nullopt);
+    EXPECT_EQ(refs[1].offsetX, std::nullopt);
+    EXPECT_EQ(refs[2].nodeId, std::nullopt);
+    EXPECT_EQ(refs[2].offsetX, 120.5);
+    EXPECT_EQ(refs[2].offsetY, 60.25);
 }
 
 } // namespace

@@ -681,7 +681,7 @@ TEST_F(FigmaServicesTest, TheThreadPanelsRequestsSayWhatHappened) {
     addPin("01.png", "p", 0.5, 0.5, "Hello");
     ASSERT_EQ(publishText(), "1 posted");
     const std::string root = *postedId("01.png", "p");
-    FigmaAvatarCache avatars;
+    FigmaAvatarCache avatars(figma.baseURL());
     FigmaAccountCache account(secrets, avatars, factory());
     account.ensureLoaded();
     waitFor([&] { return !account.loading(); });
@@ -707,7 +707,7 @@ TEST_F(FigmaServicesTest, TheThreadPanelsRequestsSayWhatHappened) {
 }
 
 TEST_F(FigmaServicesTest, AccountAndAvatarsAreFetchedOnce) {
-    FigmaAvatarCache avatars;
+    FigmaAvatarCache avatars(figma.baseURL());
     FigmaAccountCache account(secrets, avatars, factory());
     QSignalSpy changed(&account, &FigmaAccountCache::changed);
     account.ensureLoaded();
@@ -729,12 +729,23 @@ TEST_F(FigmaServicesTest, AccountAndAvatarsAreFetchedOnce) {
     avatars.ensureLoaded(url);
     EXPECT_TRUE(avatars.isInFlight(url));
     avatars.ensureLoaded(std::nullopt);
-    avatars.ensureLoaded("http://example.com/a.png"); // not fetched in clear from elsewhere
-    EXPECT_EQ(avatars.fetchesStarted(), 2);           // the account's and this one
+    avatars.ensureLoaded("http://example.com/a.png");  // not fetched in clear from elsewhere
+    avatars.ensureLoaded("https://example.com/a.png"); // nor from a host that isn't Figma's
+    EXPECT_EQ(avatars.fetchesStarted(), 2);            // the account's and this one
+    EXPECT_TRUE(FigmaAvatarCache::isAllowedAvatarURL("https://s3-alpha.figma.com/profile/1", ""));
+    EXPECT_FALSE(FigmaAvatarCache::isAllowedAvatarURL("http://s3-alpha.figma.com/profile/1", ""));
+    EXPECT_FALSE(FigmaAvatarCache::isAllowedAvatarURL("https://figma.com.evil.test/a.png", ""));
+    EXPECT_FALSE(FigmaAvatarCache::isAllowedAvatarURL(figma.baseURL() + "/a.png", ""));
     waitFor([&] { return !avatars.isInFlight(url); });
     EXPECT_EQ(avatars.image(url).pixelColor(0, 0), QColor(240, 80, 40));
     avatars.ensureLoaded(url);
     EXPECT_EQ(avatars.fetchesStarted(), 2); // the account's and this one
+
+    // An answer far beyond an avatar's size is cut off, not loaded.
+    const std::string huge = figma.baseURL() + "/avatars/huge.png";
+    avatars.ensureLoaded(huge);
+    waitFor([&] { return !avatars.isInFlight(huge); });
+    EXPECT_TRUE(avatars.image(huge).isNull());
 
     // A refused token leaves no account, and says why.
     account.clear();

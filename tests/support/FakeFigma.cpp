@@ -635,8 +635,37 @@ void FakeFigma::route() {
         res.set_content(bytes.toStdString(), "image/png");
     });
 
+    // An avatar far larger than any avatar: noise, which no PNG compression shrinks.
+    s.Get("/avatars/huge.png", [](const httplib::Request&, httplib::Response& res) {
+        QImage image(1200, 1200, QImage::Format_RGB32);
+        quint32 state = 1;
+        for (int y = 0; y < image.height(); ++y)
+            for (int x = 0; x < image.width(); ++x)
+                image.setPixel(x, y, (state = state * 1664525u + 1013904223u) >> 8);
+        QByteArray bytes;
+        QBuffer buffer(&bytes);
+        buffer.open(QIODevice::WriteOnly);
+        image.save(&buffer, "PNG");
+        res.set_content(bytes.toStdString(), "image/png");
+    });
+
+    // A download host that sends the client elsewhere: to its own files, or off this machine in
+    // clear.
+    s.Get(R"(/redirect/(.+))", [this](const httplib::Request& req, httplib::Response& res) {
+        res.status = 302;
+        res.set_header("Location", baseURL() + "/downloads/" + req.matches[1].str());
+    });
+    s.Get(R"(/redirect-away/(.+))", [](const httplib::Request& req, httplib::Response& res) {
+        res.status = 302;
+        res.set_header("Location", "http://example.com/" + req.matches[1].str());
+    });
+
     // The app's download site, for the plugin package.
-    s.Get(R"(/downloads/(.+))", [](const httplib::Request& req, httplib::Response& res) {
+    s.Get(R"(/downloads/(.+))", [this](const httplib::Request& req, httplib::Response& res) {
+        if (req.has_header("X-Figma-Token") || req.has_header("Authorization")) {
+            std::lock_guard lock(mutex_);
+            violation(req.path + ": a download carried credentials");
+        }
         if (req.matches[1] == kPluginFile) {
             res.set_content(kPluginBytes, "application/zip");
             return;
