@@ -10,6 +10,7 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <sstream>
 
 using namespace varnel;
@@ -106,4 +107,33 @@ TEST_F(CliFigmaTest, PublishPrintsTheSummaryOrTheError) {
     EXPECT_EQ(refused.code, 1);
     EXPECT_EQ(refused.out, "Figma refused the token — check Settings → Figma\n");
     EXPECT_EQ(figma.violations(), std::vector<std::string>{});
+}
+
+TEST_F(CliFigmaTest, TokenComesFromStandardInputOnly) {
+    const auto token = [&](std::vector<std::string> args, const std::string& input) {
+        std::istringstream in(input);
+        std::ostringstream out, err;
+        const cli::FigmaAccess access{&secrets, figma.baseURL(), &in};
+        args.insert(args.begin(), {"figma", "token"});
+        const int code = cli::run(args, out, err, access);
+        return CliResult{code, out.str(), err.str()};
+    };
+    const auto stored = token({}, "  cli-token \nnext line\n");
+    ASSERT_EQ(stored.code, 0) << stored.err;
+    EXPECT_EQ(stored.out, "The Figma token is stored in the keychain.\n");
+    EXPECT_EQ(secrets.items.at("pat"), "cli-token");
+    EXPECT_EQ(stored.out.find("cli-token") + stored.err.find("cli-token"),
+              2 * std::string::npos); // never echoed
+    EXPECT_EQ(publish("sync").code, 1) << "unlinked, but the token was found";
+    EXPECT_EQ(publish("sync").out, "Check the Figma file link\n");
+
+    // Never as an argument, where any user of the machine could read it.
+    EXPECT_EQ(token({"cli-token"}, "").code, 2);
+    const auto empty = token({}, "\n");
+    EXPECT_EQ(empty.code, 1);
+    EXPECT_NE(empty.err.find("No token on standard input"), std::string::npos);
+    EXPECT_EQ(secrets.items.at("pat"), "cli-token") << "a failed attempt keeps the stored token";
+
+    EXPECT_EQ(token({"--clear"}, "").code, 0);
+    EXPECT_TRUE(secrets.items.empty());
 }
