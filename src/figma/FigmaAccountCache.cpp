@@ -18,6 +18,10 @@ FigmaAccountCache::FigmaAccountCache(SecretStore& secrets, FigmaAvatarCache& ava
     });
 }
 
+FigmaAccountCache::~FigmaAccountCache() {
+    *stop_ = true;
+}
+
 void FigmaAccountCache::ensureLoaded() {
     if (account_ || loading_)
         return;
@@ -30,6 +34,7 @@ void FigmaAccountCache::ensureLoaded() {
     std::shared_ptr<FigmaCommentAPI> api;
     try {
         api = factory_(*token);
+        api->setStopFlag(stop_);
     } catch (...) {
         loading_ = false;
         lastError_ = FigmaSyncError::from(std::current_exception()).message();

@@ -5,6 +5,7 @@
 #include "figma/FigmaRecords.h"
 #include "figma/KeychainStore.h"
 
+#include <atomic>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -27,6 +28,8 @@ class FigmaAccountCache : public QObject {
 public:
     FigmaAccountCache(SecretStore& secrets, FigmaAvatarCache& avatars, FigmaAPIFactory factory,
                       QObject* parent = nullptr);
+    // Aborts the request in flight.
+    ~FigmaAccountCache() override;
 
     const std::optional<FigmaAccount>& account() const { return account_; }
     bool loading() const { return loading_; }
@@ -49,6 +52,7 @@ private:
     bool loading_ = false;
     unsigned generation_ = 0;
     std::string lastError_;
+    std::shared_ptr<std::atomic<bool>> stop_ = std::make_shared<std::atomic<bool>>(false);
 };
 
 } // namespace varnel

@@ -655,6 +655,27 @@ TEST_F(FigmaServicesTest, ARenamedFlowStopsItsRunAndTheNextRunFinishesIt) {
     EXPECT_EQ(figma.comments().size(), 2u);
 }
 
+TEST_F(FigmaServicesTest, SwitchingLibrariesStopsTheRunFirst) {
+    addPin("01.png", "a", 0.5, 0.5, "First");
+    addPin("02.png", "b", 0.5, 0.5, "Second");
+    figma.hangNext("POST", "/comments");
+    FigmaSyncService service(library, secrets, factory());
+    service.publish(folder);
+    waitUntilHanging(figma);
+    const auto oldRoot = library.root();
+    library.setRoot(dir / "another library");
+    EXPECT_TRUE(figma.hanging()) << "the run was stopped, not waited for";
+    EXPECT_FALSE(service.isSyncing(folder));
+    figma.release();
+
+    // Back in the first library, the next run finishes the work without a second post.
+    library.setRoot(oldRoot);
+    service.publish(folder);
+    service.waitForIdle();
+    EXPECT_EQ(service.lastOutcome(folder)->text, "2 posted");
+    EXPECT_EQ(figma.comments().size(), 2u);
+}
+
 TEST_F(FigmaServicesTest, ASecondClickWhileTheKeychainIsReadStartsNothing) {
     ReentrantSecrets keychain;
     FigmaAuth::setToken("secret-token", keychain);

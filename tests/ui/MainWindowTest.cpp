@@ -369,7 +369,7 @@ TEST_F(MainWindowTest, MenusNameEveryCommandAndDisableWhatIsNotBuiltYet) {
     EXPECT_TRUE(window->action("New Capture…")->isEnabled());
     EXPECT_FALSE(window->action("Add Screens to Flow…")->isEnabled()) << "no flow picked yet";
     EXPECT_TRUE(window->action("Download Figma Plugin…")->isEnabled());
-    for (const char* text : {"Export for Figma…", "Publish Comments to Figma", "Check for Updates…",
+    for (const char* text : {"Export for Figma…", "Sync with Figma", "Check for Updates…",
                              "Edit Screen…", "Show Recognized Text"}) {
         ASSERT_TRUE(window->action(text)) << text;
         EXPECT_FALSE(window->action(text)->isEnabled()) << text;
@@ -427,7 +427,7 @@ TEST_F(MainWindowTest, AReadOnlyLibraryIsBrowsedWithEveryChangeOff) {
     for (const char* text :
          {"New Capture…", "Add Screens to Flow…", "Import Application…", "Delete Application…",
           "Rename Screen…", "Duplicate", "Delete…", "Edit Screen…", "Rename Flow…",
-          "Categorize Flow…", "Delete Flow…", "Export for Figma…", "Publish Comments to Figma"}) {
+          "Categorize Flow…", "Delete Flow…", "Export for Figma…", "Sync with Figma"}) {
         ASSERT_TRUE(window->action(text)) << text;
         EXPECT_FALSE(window->action(text)->isEnabled()) << text;
     }
