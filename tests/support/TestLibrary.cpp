@@ -155,8 +155,8 @@ SampleLibrary::SampleLibrary(const fs::path& libraryRoot) : root(libraryRoot), s
     FlowMeta meta = store.meta(signUp);
     meta.preservesWhenEmpty.reset();
     meta.screens[0].comments = std::vector<ScreenComment>{
-        {"PIN-1", 0.25, 0.5, "Published pin", Date{700000300}, "P1", "0.25,0.5|Published pin"},
-        {"PIN-2", 0.75, 0.5, "Local pin", Date{700000400}, std::nullopt, std::nullopt}};
+        {"PIN-1", 0.25, 0.5, "Published pin", Date{700000300}, "P1", "0.25,0.5|Published pin", std::nullopt},
+        {"PIN-2", 0.75, 0.5, "Local pin", Date{700000400}, std::nullopt, std::nullopt, std::nullopt}};
     meta.screens[1].patches = std::vector<RedactPatch>{
         {"", "02.patch-AAAAAAAA-0000-4000-8000-000000000001.png", {0.1, 0.1, 0.2, 0.2}}};
     meta.screens[1].redactions =

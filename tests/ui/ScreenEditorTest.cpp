@@ -329,7 +329,7 @@ TEST_F(ScreenEditorTest, PinsAreCreatedEditedAndDeleted) {
 TEST_F(ScreenEditorTest, PublishedPinsShowTheirThread) {
     FlowMeta meta = library.meta(folder);
     meta.screens[0].comments = std::vector<ScreenComment>{
-        {"PIN-1", 0.5, 0.5, "Label cut off", Date{}, "C1", "0.5,0.5|Label cut off"}};
+        {"PIN-1", 0.5, 0.5, "Label cut off", Date{}, "C1", "0.5,0.5|Label cut off", std::nullopt}};
     FigmaThread own;
     own.rootId = "C1";
     own.x = 0.5;
