@@ -70,16 +70,21 @@ void keepXErrorsFromEndingTheProcess() {
 
 CaptureService::CaptureService(QObject* parent) : QObject(parent) {
     gst::initialize();
-    movie_.setOnFinish([this, alive = alive_](const std::filesystem::path& file) {
+    movie_.setOnFinish([this, alive = alive_](const MovieWriter::Outcome& outcome) {
+        if (!*alive)
+            return;
+        QMetaObject::invokeMethod(
+            this, [this, outcome] { recordingEnded(outcome); }, Qt::QueuedConnection);
+    });
+    // A writer that fails mid-clip ends the recording at once instead of at the user's stop.
+    movie_.setOnFailing([this, alive = alive_](unsigned recording) {
         if (!*alive)
             return;
         QMetaObject::invokeMethod(
             this,
-            [this, file] {
-                isRecordingVideo_ = false;
-                emit recordingChanged();
-                if (onRecordingFinished)
-                    onRecordingFinished(file);
+            [this, recording] {
+                if (isRecordingVideo_ && recording == recording_)
+                    stopRecording();
             },
             Qt::QueuedConnection);
     });
@@ -139,6 +144,8 @@ void CaptureService::startDescription(const std::string& description) {
 }
 
 void CaptureService::startPipeline(GstElement* source, const char* what) {
+    if (isRecordingVideo_)
+        stopRecording(); // the clip keeps to the source it began with
     stopPipeline();
     const unsigned generation = ++generation_;
 
@@ -150,12 +157,21 @@ void CaptureService::startPipeline(GstElement* source, const char* what) {
         gst_object_unref(source);
         throw CaptureError(CaptureError::Kind::cannotAddInput, message);
     }
+    // Compressed pictures (cameras that offer only JPEG) are decoded; raw ones pass through.
+    GstElement* decoder = gst_element_factory_make("decodebin", nullptr);
     GstElement* pipeline = gst_pipeline_new(what);
-    gst_bin_add_many(GST_BIN(pipeline), source, tail, nullptr);
+    gst_bin_add_many(GST_BIN(pipeline), source, decoder, tail, nullptr);
     gst::ElementPtr owned(pipeline);
-    if (!gst_element_link(source, tail))
+    if (!gst_element_link(source, decoder))
         throw CaptureError(CaptureError::Kind::cannotAddInput,
                            "The source does not deliver pictures that can be shown.");
+    g_signal_connect(decoder, "pad-added", G_CALLBACK(+[](GstElement*, GstPad* pad, gpointer data) {
+                         GstPad* sink = gst_element_get_static_pad(GST_ELEMENT(data), "sink");
+                         if (!gst_pad_is_linked(sink))
+                             gst_pad_link(pad, sink);
+                         gst_object_unref(sink);
+                     }),
+                     tail);
 
     framesProduced_ = framesReceived_ = 0;
     if (GstPad* out = gst_element_get_static_pad(source, "src")) {
@@ -245,25 +261,43 @@ bool CaptureService::startRecording(const std::filesystem::path& file) {
     if (!isRunning_ || isRecordingVideo_)
         return false;
     isRecordingVideo_ = true;
+    finishing_ = false;
     {
         std::lock_guard lock(sampleQueue_);
-        movie_.begin(file);
+        recording_ = movie_.begin(file);
     }
     emit recordingChanged();
     return true;
 }
 
 void CaptureService::stopRecording() {
+    if (finishing_)
+        return; // its outcome is on its way
     bool coming = false;
     {
         std::lock_guard lock(sampleQueue_);
         coming = movie_.finish();
     }
+    finishing_ = coming && isRecordingVideo_;
     if (coming || !isRecordingVideo_)
         return;
     isRecordingVideo_ = false;
     emit recordingChanged();
     emit recordingAbandoned();
+}
+
+void CaptureService::recordingEnded(const MovieWriter::Outcome& outcome) {
+    if (!isRecordingVideo_ || outcome.recording != recording_)
+        return; // already ended (abandoned, or a newer recording runs)
+    isRecordingVideo_ = false;
+    finishing_ = false;
+    emit recordingChanged();
+    if (!outcome.failure.empty()) {
+        emit recordingFailed(QString::fromStdString(outcome.failure), outcome.kept);
+        return;
+    }
+    if (onRecordingFinished)
+        onRecordingFinished(outcome.file);
 }
 
 std::optional<CapturedFrame> CaptureService::stillFrame() const {

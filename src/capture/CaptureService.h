@@ -79,6 +79,8 @@ public:
 
     // The clip's file once it is complete (main thread).
     std::function<void(const std::filesystem::path&)> onRecordingFinished;
+    // Frames of a size other than the first go into a clip scaled to fit; starting another
+    // source finishes the clip first.
 
 signals:
     void runningChanged();
@@ -90,6 +92,9 @@ signals:
     void streamStopped(const QString& reason);
     // A recording ended without any frame, so no clip will come.
     void recordingAbandoned();
+    // A recording ended early because the clip could not be written; `kept` when what was
+    // written plays and is in the clip's file.
+    void recordingFailed(const QString& reason, bool kept);
 
 private:
     void startPipeline(GstElement* source, const char* what);
@@ -97,6 +102,7 @@ private:
     void ingest(VideoFrame frame);
     void sourceEnded(unsigned generation, const QString& reason);
     void setRunning(bool running);
+    void recordingEnded(const MovieWriter::Outcome& outcome);
 
     GstElement* pipeline_ = nullptr;
     std::unique_ptr<WindowWatch> windowWatch_;
@@ -104,6 +110,8 @@ private:
     bool isRunning_ = false;
     PixelSize resolution_;
     bool isRecordingVideo_ = false;
+    unsigned recording_ = 0;
+    bool finishing_ = false;
 
     FrameBox frameBox_;
     // Serializes the streaming thread's frames with the main thread's recording calls.

@@ -51,15 +51,29 @@ void SessionController::start(const std::optional<std::string>& appendingTo) {
 }
 
 bool SessionController::add(CaptureSource source) {
+    addFailure_.clear();
     if (!isRecording_ || !stagingDir_)
         return false;
     const auto frame = capture_();
-    if (!frame || oversizeProblem("", frame->width, frame->height))
+    if (!frame) {
+        addFailure_ = kNoPicture;
         return false;
+    }
+    if (auto problem = oversizeProblem("", frame->width, frame->height)) {
+        addFailure_ = *problem;
+        return false;
+    }
     std::string filename = ScreenFiles::capturedName(nextIndex_++, "png");
     try {
         FileOps::writeAtomically(*stagingDir_ / filename, frame->pngData);
-    } catch (const LibraryError&) {
+    } catch (const FileError& e) {
+        addFailure_ = "The screen couldn't be saved: " + (e.code() == std::errc::no_space_on_device
+                                                              ? std::string("the disk is full.")
+                                                          : e.code() ? e.code().message() + "."
+                                                                     : std::string(e.what()));
+        return false;
+    } catch (const LibraryError& e) {
+        addFailure_ = std::string("The screen couldn't be saved: ") + e.what();
         return false;
     }
     lastWidth_ = frame->width;

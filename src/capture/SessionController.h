@@ -42,6 +42,10 @@ public:
     // Throws the file system's error when the staging folder can't be made.
     void start(const std::optional<std::string>& appendingTo = std::nullopt);
     bool add(CaptureSource source);
+    // Why the last `add` failed, in words for the user; empty after a success.
+    const std::string& addFailure() const { return addFailure_; }
+    static constexpr const char* kNoPicture =
+        "Nothing to capture: the source shows no picture yet.";
     std::optional<std::filesystem::path> beginVideo(int width, int height);
     bool commitVideo();
     bool deleteStaged(const std::string& filename);
@@ -95,6 +99,7 @@ private:
     std::optional<std::string> appendTarget_;
     std::optional<std::string> pendingVideoFilename_;
     long long nextIndex_ = 1;
+    std::string addFailure_;
 };
 
 } // namespace varnel

@@ -154,24 +154,41 @@ int capture(Invocation& inv, FlowStore& store, std::ostream& out, std::ostream& 
     } catch (const std::exception& e) {
         throw LibraryError(std::string("Couldn’t start session: ") + e.what());
     }
+    bool failed = false;
     for (int i = 0; i < stills; ++i) {
         if (i > 0)
             runFor(interval);
-        if (!session.add(CaptureSource::manual))
-            err << "varnel-cli: still " << i + 1 << " could not be captured\n";
+        if (!session.add(CaptureSource::manual)) {
+            err << "varnel-cli: still " << i + 1
+                << " could not be captured: " << session.addFailure() << "\n";
+            failed = true;
+        }
     }
     if (clipSeconds > 0) {
         bool ended = false;
+        std::string failure;
         service.onRecordingFinished = [&](const std::filesystem::path&) { ended = true; };
         QObject::connect(&service, &CaptureService::recordingAbandoned, [&] { ended = true; });
+        QObject::connect(&service, &CaptureService::recordingFailed,
+                         [&](const QString& reason, bool kept) {
+                             ended = true;
+                             failure = reason.toStdString() +
+                                       (kept ? " What was recorded until then is kept." : "");
+                         });
         const auto size = service.resolution();
         if (const auto file = session.beginVideo(size.width, size.height)) {
             service.startRecording(*file);
-            runFor(clipSeconds);
+            runUntil([&] { return ended; }, clipSeconds); // a failure ends it at once
             service.stopRecording();
             runUntil([&] { return ended; }, kClipFinishTimeout);
-            if (!session.commitVideo())
+            const bool committed = session.commitVideo();
+            if (!failure.empty()) {
+                err << "varnel-cli: the clip stopped early: " << failure << "\n";
+                failed = true;
+            } else if (!committed) {
                 err << "varnel-cli: the clip could not be recorded\n";
+                failed = true;
+            }
         }
     }
     service.stop();
@@ -184,7 +201,7 @@ int capture(Invocation& inv, FlowStore& store, std::ostream& out, std::ostream& 
         return kFailed;
     }
     out << std::filesystem::relative(*saved, store.root()).string() << "\n";
-    return kSuccess;
+    return failed ? kFailed : kSuccess;
 }
 
 } // namespace varnel::cli

@@ -66,6 +66,7 @@ CaptureWindow::CaptureWindow(FlowLibrary& library, AppSettings& settings, Device
     });
     connect(&service_, &CaptureService::recordingChanged, this, &CaptureWindow::sessionChanged);
     connect(&service_, &CaptureService::recordingAbandoned, this, &CaptureWindow::clipEnded);
+    connect(&service_, &CaptureService::recordingFailed, this, &CaptureWindow::clipFailed);
     service_.onRecordingFinished = [this](const std::filesystem::path&) { clipEnded(); };
     connect(&session_, &SessionController::changed, this, &CaptureWindow::sessionChanged);
     connect(&settings_, &AppSettings::changed, this, [this](const QString& key) {
@@ -278,9 +279,10 @@ bool CaptureWindow::captureStill() {
     if (!service_.isRunning() || !ensureSession())
         return false;
     if (!session_.add(CaptureSource::manual)) {
-        showStatus(tr("Nothing to capture: the source shows no picture yet."));
+        showProblem(qs(session_.addFailure()));
         return false;
     }
+    showProblem({});
     if (settings_.shutterSoundEnabled())
         sound_.play(settings_.shutterSoundName(), settings_.shutterVolume());
     preview_->flashCaptured();
@@ -300,14 +302,25 @@ void CaptureWindow::toggleClip() {
     const auto file = session_.beginVideo(size.width, size.height);
     if (!file)
         return;
-    if (!service_.startRecording(*file))
+    if (!service_.startRecording(*file)) {
         session_.commitVideo(); // nothing recorded: the number stays a gap
+        return;
+    }
+    showProblem({});
 }
 
 void CaptureWindow::clipEnded() {
     if (session_.isRecordingVideo() && !session_.commitVideo())
-        showStatus(tr("The clip could not be recorded."));
+        showProblem(tr("The clip could not be recorded."));
     sessionChanged();
+}
+
+void CaptureWindow::clipFailed(const QString& reason, bool kept) {
+    const bool committed = session_.isRecordingVideo() && session_.commitVideo();
+    showProblem(
+        kept && committed
+            ? tr("The clip stopped early: %1 What was recorded until then is kept.").arg(reason)
+            : tr("The clip could not be recorded: %1").arg(reason));
 }
 
 void CaptureWindow::finish() {
@@ -344,6 +357,7 @@ void CaptureWindow::finish() {
         settings_.setLastCategory(answer->category);
     }
     settings_.setPendingScrollFlow(folder);
+    problem_.clear();
     library_.reload();
     showStatus(appending ? tr("Screens added.") : tr("Saved."));
     emit flowSaved(qs(folder));
@@ -361,17 +375,22 @@ void CaptureWindow::discard() {
     if (!session_.isRecording())
         return;
     if (session_.screenCount() > 0 &&
-        !confirmDestructive(
-            this,
-            session_.screenCount() == 1
-                ? tr("Discard the captured screen?")
-                : tr("Discard the %1 captured screens?").arg(session_.screenCount()),
-            tr("They are not saved anywhere."), tr("Discard")))
+        !askToDiscard(session_.screenCount() == 1
+                          ? tr("Discard the captured screen?")
+                          : tr("Discard the %1 captured screens?").arg(session_.screenCount()),
+                      tr("They are not saved anywhere.")))
         return;
     if (service_.isRecordingVideo())
         service_.stopRecording();
     session_.cancel();
+    problem_.clear();
     showStatus({});
+}
+
+bool CaptureWindow::askToDiscard(const QString& question, const QString& details) {
+    if (confirmDiscard)
+        return confirmDiscard(question);
+    return confirmDestructive(this, question, details, tr("Discard"));
 }
 
 void CaptureWindow::removeStaged(const std::string& filename) {
@@ -380,9 +399,12 @@ void CaptureWindow::removeStaged(const std::string& filename) {
 }
 
 void CaptureWindow::closeEvent(QCloseEvent* event) {
-    if (session_.isRecording() && session_.screenCount() > 0 &&
-        !confirmDestructive(this, tr("Close and discard the captured screens?"),
-                            tr("Finish… saves them as a flow."), tr("Discard"))) {
+    // A clip being recorded counts: it would be lost as well.
+    const bool recordingClip = service_.isRecordingVideo() || session_.isRecordingVideo();
+    if (session_.isRecording() && (session_.screenCount() > 0 || recordingClip) &&
+        !askToDiscard(recordingClip ? tr("Close and discard the clip being recorded?")
+                                    : tr("Close and discard the captured screens?"),
+                      tr("Finish… saves them as a flow."))) {
         event->ignore();
         return;
     }
@@ -433,14 +455,23 @@ void CaptureWindow::sessionChanged() {
     stripIcons_ = shown;
     if (strip_->count() > 0)
         strip_->scrollToItem(strip_->item(strip_->count() - 1));
-    if (running)
-        status_->setText(session_.screenCount() == 1
-                             ? tr("1 screen in this session")
-                             : tr("%1 screens in this session").arg(session_.screenCount()));
+    if (!running && !problem_.isEmpty())
+        status_->setText(problem_);
+    if (!running)
+        return;
+    const QString count = session_.screenCount() == 1
+                              ? tr("1 screen in this session")
+                              : tr("%1 screens in this session").arg(session_.screenCount());
+    status_->setText(problem_.isEmpty() ? count : problem_ + QLatin1Char('\n') + count);
 }
 
 void CaptureWindow::showStatus(const QString& text) {
     status_->setText(text);
+}
+
+void CaptureWindow::showProblem(const QString& text) {
+    problem_ = text;
+    sessionChanged();
 }
 
 } // namespace varnel

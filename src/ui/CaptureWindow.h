@@ -65,6 +65,8 @@ public:
         std::string application, category, name;
     };
     std::function<std::optional<Answer>()> askWhereToSave;
+    // Asks before captured screens are thrown away; set by tests to skip the dialog.
+    std::function<bool(const QString& question)> confirmDiscard;
 
 signals:
     // A flow was saved or extended; its folder name.
@@ -84,7 +86,11 @@ private:
     bool ensureSession();
     void sessionChanged();
     void clipEnded();
+    void clipFailed(const QString& reason, bool kept);
+    bool askToDiscard(const QString& question, const QString& details);
     void showStatus(const QString& text);
+    // A failure stays in the status line until the next capture succeeds.
+    void showProblem(const QString& text);
     std::optional<Answer> askWithSheet();
 
     FlowLibrary& library_;
@@ -107,6 +113,7 @@ private:
     QPushButton* discard_;
     QListWidget* strip_;
     QLabel* status_;
+    QString problem_;
     QWidget* controls_;
     QBoxLayout* body_;
     // Pictures of the staged screens, made once each (a clip's means decoding it).

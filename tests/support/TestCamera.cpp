@@ -31,10 +31,14 @@ GType testCameraDeviceType();
 
 GstElement* createElement(GstDevice* device, const gchar* name) {
     const Spec& spec = *reinterpret_cast<TestCameraDevice*>(device)->spec;
+    const std::string size = "width=" + std::to_string(spec.width) +
+                             ",height=" + std::to_string(spec.height) +
+                             ",framerate=" + std::to_string(spec.fps) + "/1";
     const std::string description =
         "videotestsrc is-live=true pattern=" + spec.pattern +
-        " ! capsfilter caps=video/x-raw,format=BGRA,width=" + std::to_string(spec.width) +
-        ",height=" + std::to_string(spec.height) + ",framerate=" + std::to_string(spec.fps) + "/1";
+        (spec.mjpeg ? " ! capsfilter caps=video/x-raw,format=I420," + size +
+                          " ! jpegenc ! capsfilter caps=image/jpeg," + size
+                    : " ! capsfilter caps=video/x-raw,format=BGRA," + size);
     GstElement* bin = gst_parse_bin_from_description(description.c_str(), TRUE, nullptr);
     if (bin && name)
         gst_object_set_name(GST_OBJECT(bin), name);
@@ -58,10 +62,16 @@ GType testCameraDeviceType() {
     return type;
 }
 
+std::string keyOf(const Spec& spec) {
+    return spec.key.empty() ? spec.serial : spec.key;
+}
+
 GstDevice* makeDevice(const Spec& spec) {
-    GstCaps* caps =
-        gst_caps_new_simple("video/x-raw", "format", G_TYPE_STRING, "BGRA", "width", G_TYPE_INT,
-                            spec.width, "height", G_TYPE_INT, spec.height, nullptr);
+    GstCaps* caps = spec.mjpeg ? gst_caps_new_simple("image/jpeg", "width", G_TYPE_INT, spec.width,
+                                                     "height", G_TYPE_INT, spec.height, nullptr)
+                               : gst_caps_new_simple("video/x-raw", "format", G_TYPE_STRING, "BGRA",
+                                                     "width", G_TYPE_INT, spec.width, "height",
+                                                     G_TYPE_INT, spec.height, nullptr);
     GstStructure* properties = gst_structure_new("properties", "device.serial", G_TYPE_STRING,
                                                  spec.serial.c_str(), nullptr);
     auto* device = static_cast<GstDevice*>(
@@ -118,13 +128,13 @@ GType testCameraProviderType() {
 }
 
 // The devices a started provider lists, to find the one to remove.
-GstDevice* findDevice(GstDeviceProvider* provider, const std::string& serial) {
+GstDevice* findDevice(GstDeviceProvider* provider, const std::string& key) {
     GstDevice* found = nullptr;
     GList* devices = gst_device_provider_get_devices(provider);
     for (GList* item = devices; item; item = item->next) {
         GstDevice* device = GST_DEVICE(item->data);
         if (!found && g_type_is_a(G_OBJECT_TYPE(device), testCameraDeviceType()) &&
-            reinterpret_cast<TestCameraDevice*>(device)->spec->serial == serial)
+            keyOf(*reinterpret_cast<TestCameraDevice*>(device)->spec) == key)
             found = GST_DEVICE(gst_object_ref(device));
     }
     g_list_free_full(devices, gst_object_unref);
@@ -147,22 +157,22 @@ void connect(const Spec& spec) {
     std::vector<GstDeviceProvider*> providers;
     {
         std::lock_guard lock(mutex);
-        connected[spec.serial] = spec;
+        connected.insert_or_assign(keyOf(spec), spec);
         providers = startedProviders;
     }
     for (auto* provider : providers)
         gst_device_provider_device_add(provider, makeDevice(spec));
 }
 
-void disconnect(const std::string& serial) {
+void disconnect(const std::string& key) {
     std::vector<GstDeviceProvider*> providers;
     {
         std::lock_guard lock(mutex);
-        connected.erase(serial);
+        connected.erase(key);
         providers = startedProviders;
     }
     for (auto* provider : providers) {
-        if (GstDevice* device = findDevice(provider, serial)) {
+        if (GstDevice* device = findDevice(provider, key)) {
             gst_device_provider_device_remove(provider, device);
             gst_object_unref(device);
         }

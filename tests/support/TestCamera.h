@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <utility>
 
 namespace varnel::test {
 
@@ -10,20 +11,30 @@ namespace varnel::test {
 namespace TestCameras {
 
 struct Spec {
+    Spec(std::string serial, std::string name, int width = 640, int height = 480, int fps = 30,
+         std::string pattern = "smpte")
+        : serial(std::move(serial)), name(std::move(name)), width(width), height(height), fps(fps),
+          pattern(std::move(pattern)) {}
+
     std::string serial; // the id the device manager gives the camera
     std::string name;   // its display name
     int width = 640;
     int height = 480;
     int fps = 30;
     std::string pattern = "smpte"; // videotestsrc's pattern
+    // Offers only JPEG pictures (as many USB cameras do) instead of raw ones.
+    bool mjpeg = false;
+    // What the test calls it by to unplug it; the serial when empty. Two cameras may share a
+    // serial (a buggy device) but not a key.
+    std::string key;
 };
 
 // Registers the provider with GStreamer (once per process); the first camera does it.
 void install();
 // Plugs in a camera (a device-added message reaches running monitors).
 void connect(const Spec& spec);
-// Unplugs it (device-removed).
-void disconnect(const std::string& serial);
+// Unplugs it (device-removed); by its key, which is its serial unless the spec names one.
+void disconnect(const std::string& key);
 // Unplugs all.
 void disconnectAll();
 
