@@ -3,6 +3,7 @@
 #include "library/FlowStore.h"
 #include "support/CliRun.h"
 #include "support/MediaProbe.h"
+#include "support/SmallDisk.h"
 #include "support/TestCamera.h"
 #include "support/TestLibrary.h"
 
@@ -11,6 +12,7 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <nlohmann/json.hpp>
 #include <sstream>
 
@@ -88,6 +90,25 @@ TEST_F(CliCaptureTest, CapturesStillsAndAClipIntoANewFlowThenAddsToIt) {
     ASSERT_EQ(meta.screens.size(), 4u);
     EXPECT_EQ(meta.screens[3].filename, "04.png");
     EXPECT_EQ(store.readIndex().flows.at(0).screenCount, 4);
+}
+
+// A disk that fills up ends a long clip at once: the command says why and does not wait out
+// the clip's length.
+TEST_F(CliCaptureTest, AFullDiskEndsTheClipPromptlyWithTheReason) {
+    SmallDisk disk(4 << 20);
+    if (!disk.mounted())
+        GTEST_SKIP() << disk.skipReason();
+    FlowStore(disk / "Library").createEmptyFlow("Acme", "Home", std::nullopt, Date{1});
+    TestCameras::connect({"varnel-test-noise", "Noisy Phone", 640, 480, 30, "snow"});
+    disk.fill(256 << 10);
+    const auto started = std::chrono::steady_clock::now();
+    const auto result =
+        run({"--library", (disk / "Library").string(), "capture", "--source", "varnel-test-noise",
+             "--clip", "60", "--append", "acme/uncategorized/home"});
+    const auto took = std::chrono::steady_clock::now() - started;
+    EXPECT_NE(result.code, 0);
+    EXPECT_NE(result.err.find("The disk is full."), std::string::npos) << result.err;
+    EXPECT_LT(took, std::chrono::seconds(60)) << "the command did not wait out the clip";
 }
 
 TEST_F(CliCaptureTest, RefusesWhatItCannotDo) {

@@ -4,6 +4,7 @@
 #include "capture/DeviceManager.h"
 #include "library/FlowLibrary.h"
 #include "support/MediaProbe.h"
+#include "support/SmallDisk.h"
 #include "support/TestCamera.h"
 #include "support/TestLibrary.h"
 #include "ui/GalleryView.h"
@@ -157,6 +158,78 @@ TEST_F(CaptureWindowTest, WithoutASourceTheWindowSaysHowToConnectOne) {
     EXPECT_FALSE(window.sourcePicker()->isEnabled());
     EXPECT_FALSE(window.captureStill());
     EXPECT_FALSE(window.session().isRecording()) << "no source, no session";
+}
+
+// The library's disk fills up during a session: the clip ends by itself with the reason, the
+// window goes back to idle and keeps saying why; a still that can't be saved says so too.
+TEST_F(CaptureWindowTest, AFullDiskEndsTheClipVisiblyAndStillsSayWhy) {
+    SmallDisk disk(16 << 20);
+    if (!disk.mounted())
+        GTEST_SKIP() << disk.skipReason();
+    SampleLibrary small{disk / "Library"};
+    FlowLibrary smallLibrary{FlowStore(small.root)};
+    smallLibrary.open();
+    TestCameras::connect({"varnel-test-full", "Noisy Phone", 640, 480, 30, "snow"});
+    devices = std::make_unique<DeviceManager>(settings);
+    devices->select("varnel-test-full");
+    CaptureWindow window(smallLibrary, settings, *devices);
+    window.show();
+    ASSERT_TRUE(waitUntil([&] { return window.preview().pictureRect().isValid(); }));
+    ASSERT_TRUE(window.captureStill());
+
+    disk.fill(1200 << 10); // about a second of noise fits
+    window.toggleClip();
+    ASSERT_EQ(window.recordButton()->text(), "Stop Clip");
+    ASSERT_TRUE(waitUntil([&] { return window.recordButton()->text() == "Record Clip"; }, 30))
+        << "the recording ends without the user's stop";
+    EXPECT_FALSE(window.recordButton()->isChecked());
+    EXPECT_FALSE(window.session().isRecordingVideo());
+    EXPECT_EQ(window.session().screenCount(), 2) << "the second that was written is kept";
+    const QString stopped =
+        "The clip stopped early: The disk is full. What was recorded until then is kept.";
+    EXPECT_TRUE(window.statusLabel()->text().startsWith(stopped))
+        << window.statusLabel()->text().toStdString();
+
+    disk.fill(0);
+    EXPECT_FALSE(window.captureStill());
+    const QString notSaved = "The screen couldn't be saved: the disk is full.";
+    EXPECT_TRUE(window.statusLabel()->text().startsWith(notSaved))
+        << window.statusLabel()->text().toStdString();
+    window.removeStaged("01.png"); // the session changes: the reason stays
+    EXPECT_TRUE(window.statusLabel()->text().startsWith(notSaved));
+    EXPECT_TRUE(window.statusLabel()->text().endsWith("1 screen in this session"));
+
+    window.confirmDiscard = [](const QString&) { return true; };
+    window.discard();
+}
+
+// Closing the window would throw a clip away as surely as stills: it asks first.
+TEST_F(CaptureWindowTest, ClosingAsksBeforeAClipIsThrownAway) {
+    auto window = openWith({"varnel-test-close", "Phone", 120, 240, 30, "ball"});
+    QStringList asked;
+    bool answer = false;
+    window->confirmDiscard = [&](const QString& question) {
+        asked << question;
+        return answer;
+    };
+    window->toggleClip();
+    ASSERT_TRUE(window->service().isRecordingVideo());
+    EXPECT_FALSE(window->close()) << "kept open when the user says no";
+    EXPECT_EQ(asked, QStringList{"Close and discard the clip being recorded?"});
+    EXPECT_TRUE(window->service().isRecordingVideo()) << "the recording goes on";
+
+    ASSERT_TRUE(waitUntil([&] { return window->service().recordingCounts().appended >= 3; }));
+    window->toggleClip();
+    ASSERT_TRUE(waitUntil([&] { return window->session().screenCount() == 1; }));
+    EXPECT_FALSE(window->close());
+    EXPECT_EQ(asked.size(), 2);
+    EXPECT_EQ(asked.last(), "Close and discard the captured screens?")
+        << "a session of one clip is asked about like stills";
+    EXPECT_TRUE(window->session().isRecording());
+
+    answer = true;
+    EXPECT_TRUE(window->close());
+    EXPECT_FALSE(window->session().isRecording());
 }
 
 TEST_F(CaptureWindowTest, MainWindowOpensTheCaptureForANewFlowOrTheCurrentOne) {
