@@ -1,11 +1,13 @@
 #include "capture/CaptureService.h"
 
+#include "capture/WindowGrabber.h"
 #include "capture/WindowWatch.h"
 #include "media/GstSupport.h"
 #include "media/PngWriter.h"
 
 #include <X11/Xlib.h>
 #include <gst/app/gstappsink.h>
+#include <gst/app/gstappsrc.h>
 
 #include <QMetaObject>
 
@@ -118,13 +120,32 @@ void CaptureService::startWindow(const X11Window& window) {
     auto watch = std::make_unique<WindowWatch>(window.id);
     if (!watch->isValid())
         throw CaptureError(CaptureError::Kind::cannotAddInput, "The window is no longer open.");
-    startDescription(
-        "ximagesrc xid=" + std::to_string(window.id) +
-        " use-damage=false show-pointer=false ! capsfilter caps=video/x-raw,framerate=30/1");
+    auto grabber = std::make_unique<WindowGrabber>(window.id);
+    if (!grabber->error().empty())
+        throw CaptureError(CaptureError::Kind::cannotAddInput, grabber->error());
+    startDescription("appsrc name=grab is-live=true format=time do-timestamp=true block=false "
+                     "max-buffers=2 leaky-type=downstream");
+    GstElement* source = gst_bin_get_by_name(GST_BIN(pipeline_), "grab");
+    grabber->start(GST_APP_SRC(source));
+    gst_object_unref(source); // the pipeline keeps it, and outlives the grabber
+    windowGrabber_ = std::move(grabber);
     windowWatch_ = std::move(watch);
-    connect(windowWatch_.get(), &WindowWatch::closed, this, [this, generation = generation_] {
+    const unsigned generation = generation_;
+    connect(windowWatch_.get(), &WindowWatch::closed, this, [this, generation] {
         sourceEnded(generation, QStringLiteral("The window was closed."));
     });
+    connect(windowWatch_.get(), &WindowWatch::viewableChanged, this,
+            [this](bool viewable) { setSourceHidden(!viewable); });
+    setSourceHidden(!windowWatch_->isViewable());
+}
+
+void CaptureService::setSourceHidden(bool hidden) {
+    if (hidden == sourceHidden_)
+        return;
+    sourceHidden_ = hidden;
+    if (hidden)
+        frameBox_.clear(); // its last frame is stale from now on
+    emit sourceHiddenChanged();
 }
 
 void CaptureService::startDescription(const std::string& description) {
@@ -235,7 +256,9 @@ void CaptureService::stopPipeline() {
     if (!pipeline_)
         return;
     ++generation_;
+    windowGrabber_.reset(); // before the pipeline that holds its app source
     windowWatch_.reset();
+    setSourceHidden(false);
     GstElement* pipeline = std::exchange(pipeline_, nullptr);
     gst_element_set_state(pipeline, GST_STATE_NULL);
     gst_object_unref(pipeline);
@@ -316,6 +339,8 @@ MovieWriter::Counts CaptureService::recordingCounts() {
 }
 
 void CaptureService::ingest(VideoFrame frame) {
+    if (sourceHidden_)
+        return; // read just before the window went away: stale
     ++framesReceived_;
     const int width = frame.width();
     const int height = frame.height();

@@ -45,6 +45,7 @@ struct PixelSize {
 // ending in a BGRA sink that keeps only the newest frame, keeps that frame in a FrameBox and
 // records clips from it. Frames arrive on GStreamer's streaming thread, which also makes every
 // MovieWriter call; published state changes on the main thread only.
+class WindowGrabber;
 class WindowWatch;
 
 class CaptureService : public QObject {
@@ -57,6 +58,8 @@ public:
     bool isRunning() const { return isRunning_; }
     PixelSize resolution() const { return resolution_; }
     bool isRecordingVideo() const { return isRecordingVideo_; }
+    // The window being captured is minimized or otherwise unmapped: it gives no picture.
+    bool isSourceHidden() const { return sourceHidden_; }
 
     // Camera source; throws CaptureError.
     void start(GstDevice* device);
@@ -90,6 +93,7 @@ signals:
     void frameArrived();
     // The source ended by itself (window closed, camera unplugged) with GStreamer's reason.
     void streamStopped(const QString& reason);
+    void sourceHiddenChanged();
     // A recording ended without any frame, so no clip will come.
     void recordingAbandoned();
     // A recording ended early because the clip could not be written; `kept` when what was
@@ -102,10 +106,13 @@ private:
     void ingest(VideoFrame frame);
     void sourceEnded(unsigned generation, const QString& reason);
     void setRunning(bool running);
+    void setSourceHidden(bool hidden);
     void recordingEnded(const MovieWriter::Outcome& outcome);
 
     GstElement* pipeline_ = nullptr;
     std::unique_ptr<WindowWatch> windowWatch_;
+    std::unique_ptr<WindowGrabber> windowGrabber_;
+    std::atomic<bool> sourceHidden_{false};
     unsigned generation_ = 0;
     bool isRunning_ = false;
     PixelSize resolution_;

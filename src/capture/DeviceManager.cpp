@@ -3,6 +3,7 @@
 #include "app/AppSettings.h"
 #include "capture/CameraDiscovery.h"
 #include "capture/SelectionPolicy.h"
+#include "capture/VideoNodes.h"
 #include "capture/WindowList.h"
 
 #include <QCoreApplication>
@@ -28,6 +29,14 @@ DeviceManager::DeviceManager(AppSettings& settings, DeviceSources sources, QObje
     }
     if (!sources_.windows)
         sources_.windows = [] { return WindowList::list(); };
+    if (!sources_.unreadableCameras) {
+        sources_.unreadableCameras = [] {
+            std::vector<std::string> nodes;
+            for (const auto& node : VideoNodes::unreadable())
+                nodes.push_back(node.string());
+            return nodes;
+        };
+    }
 
     preferredID_ = settings_.preferredDeviceID();
     includeSimulator_ = settings_.includeSimulator();
@@ -107,6 +116,7 @@ void DeviceManager::waitForWindowRefresh() {
 
 void DeviceManager::discoverCameras() {
     cameraDevices_ = sources_.cameras ? sources_.cameras() : std::vector<DeviceInfo>{};
+    unreadable_ = sources_.unreadableCameras();
 }
 
 void DeviceManager::refreshWindows() {

@@ -32,6 +32,8 @@ struct DeviceSources {
     std::function<void(std::function<void()>)> watchCameras;
     // The GStreamer device behind a camera id, with its own reference; null when gone.
     std::function<GstDevice*(const std::string&)> cameraDevice;
+    // Video devices this user may not open (and so no camera list shows).
+    std::function<std::vector<std::string>()> unreadableCameras;
 };
 
 // The list of capture sources (cameras, then emulator windows) and the selection among them,
@@ -48,6 +50,8 @@ public:
     const std::optional<std::string>& selectedID() const { return selectedID_; }
     std::optional<DeviceInfo> selectedInfo() const;
     bool includeSimulator() const { return includeSimulator_; }
+    // Video devices found at the last refresh that this user may not open.
+    const std::vector<std::string>& unreadableCameras() const { return unreadable_; }
 
     void refresh();
     void select(const std::string& id);
@@ -83,6 +87,7 @@ private:
     bool userPicked_ = false;
     bool includeSimulator_ = false;
     std::vector<DeviceInfo> cameraDevices_;
+    std::vector<std::string> unreadable_;
     std::vector<DeviceInfo> windowDevices_;
     std::map<std::string, X11Window> windows_;
     unsigned windowGeneration_ = 0;

@@ -21,6 +21,11 @@ WindowWatch::WindowWatch(std::uint32_t window, QObject* parent)
         return;
     }
     valid_ = true;
+    if (auto* attributes = xcb_get_window_attributes_reply(
+            connection_, xcb_get_window_attributes(connection_, window_), nullptr)) {
+        viewable_ = attributes->map_state == XCB_MAP_STATE_VIEWABLE;
+        std::free(attributes);
+    }
     notifier_ = std::make_unique<QSocketNotifier>(xcb_get_file_descriptor(connection_),
                                                   QSocketNotifier::Read);
     connect(notifier_.get(), &QSocketNotifier::activated, this, &WindowWatch::readEvents);
@@ -33,19 +38,30 @@ WindowWatch::~WindowWatch() {
 
 void WindowWatch::readEvents() {
     bool gone = false;
+    const bool wasViewable = viewable_;
     while (xcb_generic_event_t* event = xcb_poll_for_event(connection_)) {
         const auto type = event->response_type & 0x7f;
         if (type == XCB_DESTROY_NOTIFY &&
             reinterpret_cast<xcb_destroy_notify_event_t*>(event)->window == window_)
             gone = true;
+        if (type == XCB_MAP_NOTIFY &&
+            reinterpret_cast<xcb_map_notify_event_t*>(event)->window == window_)
+            viewable_ = true;
+        if (type == XCB_UNMAP_NOTIFY &&
+            reinterpret_cast<xcb_unmap_notify_event_t*>(event)->window == window_)
+            viewable_ = false;
         std::free(event);
     }
     if (xcb_connection_has_error(connection_)) {
         notifier_->setEnabled(false);
         gone = true;
     }
-    if (gone)
+    if (gone) {
         emit closed();
+        return;
+    }
+    if (viewable_ != wasViewable)
+        emit viewableChanged(viewable_);
 }
 
 } // namespace varnel

@@ -10,8 +10,9 @@ typedef struct xcb_connection_t xcb_connection_t;
 
 namespace varnel {
 
-// Tells when an X window is destroyed. The window source itself goes on reading a closed
-// window without a word, so the capture service listens to the X server too.
+// Tells when an X window is destroyed, hidden (unmapped, as a minimized window is) or shown
+// again. Reading a window's pixels says none of this, so the capture service listens to the
+// X server too.
 class WindowWatch : public QObject {
     Q_OBJECT
 
@@ -21,9 +22,11 @@ public:
     ~WindowWatch() override;
 
     bool isValid() const { return valid_; }
+    bool isViewable() const { return viewable_; }
 
 signals:
     void closed();
+    void viewableChanged(bool viewable);
 
 private:
     void readEvents();
@@ -32,6 +35,7 @@ private:
     xcb_connection_t* connection_ = nullptr;
     std::unique_ptr<QSocketNotifier> notifier_;
     bool valid_ = false;
+    bool viewable_ = false;
 };
 
 } // namespace varnel

@@ -159,8 +159,10 @@ int capture(Invocation& inv, FlowStore& store, std::ostream& out, std::ostream& 
         if (i > 0)
             runFor(interval);
         if (!session.add(CaptureSource::manual)) {
-            err << "varnel-cli: still " << i + 1
-                << " could not be captured: " << session.addFailure() << "\n";
+            err << "varnel-cli: still " << i + 1 << " could not be captured: "
+                << (service.isSourceHidden() ? "The window is minimized — restore it to capture."
+                                             : session.addFailure())
+                << "\n";
             failed = true;
         }
     }

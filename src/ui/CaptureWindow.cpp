@@ -64,6 +64,12 @@ CaptureWindow::CaptureWindow(FlowLibrary& library, AppSettings& settings, Device
         preview_->showMessage(tr("The source stopped"), reason);
         devices_.refresh();
     });
+    connect(&service_, &CaptureService::sourceHiddenChanged, this, [this] {
+        if (service_.isSourceHidden())
+            preview_->showMessage(tr("The window is minimized — restore it to capture"));
+        else
+            preview_->clearMessage();
+    });
     connect(&service_, &CaptureService::recordingChanged, this, &CaptureWindow::sessionChanged);
     connect(&service_, &CaptureService::recordingAbandoned, this, &CaptureWindow::clipEnded);
     connect(&service_, &CaptureService::recordingFailed, this, &CaptureWindow::clipFailed);
@@ -257,6 +263,15 @@ void CaptureWindow::startSelectedSource() {
 void CaptureWindow::showNoSource() {
     service_.stop();
     runningSource_.reset();
+    if (!devices_.unreadableCameras().empty()) {
+        preview_->showMessage(
+            tr("Camera access required"),
+            tr("Varnel may not open %1. Add yourself to the “video” group (sudo usermod -aG video "
+               "$USER), log out and in again, then refresh.")
+                .arg(qs(devices_.unreadableCameras().front())));
+        sessionChanged();
+        return;
+    }
     preview_->showMessage(
         tr("No iPhone detected"),
         tr("Connect your iPhone via USB and tap \"Trust This Computer\", then refresh."));
@@ -278,6 +293,10 @@ bool CaptureWindow::ensureSession() {
 bool CaptureWindow::captureStill() {
     if (!service_.isRunning() || !ensureSession())
         return false;
+    if (service_.isSourceHidden()) {
+        showProblem(tr("The window is minimized — restore it to capture"));
+        return false;
+    }
     if (!session_.add(CaptureSource::manual)) {
         showProblem(qs(session_.addFailure()));
         return false;

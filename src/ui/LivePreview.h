@@ -26,6 +26,7 @@ public:
     void flashCaptured();
 
     const QString& messageTitle() const { return title_; }
+    const QString& messageDetails() const { return hint_; }
     bool isBadgeShown() const { return badge_.isActive(); }
     // The part of the widget the picture takes (empty before the first frame).
     QRect pictureRect() const;

@@ -2,6 +2,7 @@
 #include "app/AppSettings.h"
 #include "capture/DeviceManager.h"
 #include "capture/SelectionPolicy.h"
+#include "capture/VideoNodes.h"
 #include "support/TestLibrary.h"
 
 #include <QCoreApplication>
@@ -138,6 +139,23 @@ TEST_F(ManagerTest, EmptyListHasNoSelection) {
     EXPECT_EQ(manager->selectedID(), std::nullopt);
     EXPECT_EQ(manager->selectedInfo(), std::nullopt);
     EXPECT_EQ(manager->selectedDevice(), nullptr);
+}
+
+// A camera this user may not open is missing from GStreamer's list: the video nodes say so.
+TEST(VideoNodesTest, ListsVideoNodesByNumberAndTellsWhichCantBeOpened) {
+    TempDir dev;
+    for (const char* name : {"video10", "video2", "video0", "videoX", "vbi0", "video"})
+        writeFile(dev / name, "");
+    const auto nodes = VideoNodes::list(dev.path());
+    ASSERT_EQ(nodes.size(), 3u);
+    EXPECT_EQ(nodes[0].filename(), "video0");
+    EXPECT_EQ(nodes[1].filename(), "video2");
+    EXPECT_EQ(nodes[2].filename(), "video10") << "by number, not by name";
+    const auto closed = VideoNodes::unreadable(
+        dev.path(), [](const fs::path& node) { return node.filename() != "video2"; });
+    ASSERT_EQ(closed.size(), 1u);
+    EXPECT_EQ(closed[0].filename(), "video2");
+    EXPECT_TRUE(VideoNodes::list(dev / "missing").empty());
 }
 
 } // namespace

@@ -81,6 +81,21 @@ public:
         sync();
     }
 
+    void unmap(xcb_window_t id) {
+        xcb_unmap_window(c_, id);
+        sync();
+    }
+    void map(xcb_window_t id) {
+        xcb_map_window(c_, id);
+        sync();
+    }
+    void resize(xcb_window_t id, int width, int height) {
+        const std::uint32_t size[] = {static_cast<std::uint32_t>(width),
+                                      static_cast<std::uint32_t>(height)};
+        xcb_configure_window(c_, id, XCB_CONFIG_WINDOW_WIDTH | XCB_CONFIG_WINDOW_HEIGHT, size);
+        sync();
+    }
+
     void destroy(xcb_window_t id) {
         xcb_destroy_window(c_, id);
         sync();
@@ -175,7 +190,7 @@ TEST_F(WindowDevices, IncludeSimulatorAddsAndRemovesWindowsAndThePickIsNotRememb
     const auto window = x.window("Simulator", "Simulator", "iPad Air", 120, 90, 0x00ff00, 0);
     const std::string id = "window:" + std::to_string(window);
     DeviceManager manager(settings,
-                          DeviceSources{[] { return std::vector<DeviceInfo>{}; }, {}, {}, {}});
+                          DeviceSources{[] { return std::vector<DeviceInfo>{}; }, {}, {}, {}, {}});
     manager.waitForWindowRefresh();
     EXPECT_TRUE(manager.devices().empty()) << "windows are off by default";
 
@@ -236,6 +251,93 @@ TEST(WindowCaptureTest, CapturesTheWindowsPixelsAsTheyChangeAndStopsWhenItCloses
     ASSERT_TRUE(waitUntil([&] { return !service.isRunning(); }))
         << "the stream ends with its window";
     EXPECT_FALSE(stopped.isEmpty());
+}
+
+// Without a compositing window manager the screen shows whatever is on top; the capture
+// reads the emulator window's own pixels, even where the capture window itself covers it.
+TEST(WindowCaptureTest, ACoveredWindowIsCapturedAsItIsNotAsTheScreenShowsIt) {
+    XClient x;
+    const auto id = x.window("Simulator", "Simulator", "Covered", 240, 160, 0x2040c0, 0xc02020);
+    const auto cover = x.window("varnel", "Varnel", "Capture", 300, 200, 0xf0f0f0, 0xf0f0f0);
+    CaptureService service;
+    service.startWindow(X11Window{id, "Simulator", "Simulator", "Covered", 240, 160});
+    ASSERT_TRUE(waitUntil([&] { return !service.latestFrame().isNull(); }));
+    EXPECT_TRUE(shows(service.latestFrame(), 200, 140, 0x2040c0)) << "not the covering window";
+
+    x.paint(id, 240, 160, 0x10a050, 0x303030); // drawn while covered
+    ASSERT_TRUE(waitUntil([&] { return shows(service.latestFrame(), 200, 140, 0x10a050); }))
+        << "what the window draws under the cover arrives";
+    EXPECT_TRUE(shows(service.latestFrame(), 10, 10, 0x303030));
+    service.stop();
+    x.destroy(cover);
+    x.destroy(id);
+}
+
+// A minimized (unmapped) window gives no picture: no stale stills, and the source says why.
+TEST(WindowCaptureTest, AHiddenWindowGivesNoPictureUntilItIsShownAgain) {
+    XClient x;
+    const auto id = x.window("Simulator", "Simulator", "Hidden", 200, 120, 0x2040c0, 0xc02020);
+    CaptureService service;
+    service.startWindow(X11Window{id, "Simulator", "Simulator", "Hidden", 200, 120});
+    ASSERT_TRUE(waitUntil([&] { return !service.latestFrame().isNull(); }));
+    EXPECT_FALSE(service.isSourceHidden());
+
+    x.unmap(id);
+    ASSERT_TRUE(waitUntil([&] { return service.isSourceHidden(); }));
+    EXPECT_TRUE(service.latestFrame().isNull()) << "the last frame is stale";
+    EXPECT_FALSE(service.stillFrame()) << "no still of a hidden window";
+    waitUntil([] { return false; }, 0.3); // frames would have come by now
+    EXPECT_TRUE(service.latestFrame().isNull());
+    EXPECT_TRUE(service.isRunning()) << "the source waits for the window";
+
+    x.paint(id, 200, 120, 0x10a050, 0x10a050);
+    x.map(id);
+    x.paint(id, 200, 120, 0x10a050, 0x10a050);
+    ASSERT_TRUE(waitUntil([&] { return !service.isSourceHidden(); }));
+    ASSERT_TRUE(waitUntil([&] { return shows(service.latestFrame(), 100, 60, 0x10a050); }))
+        << "shown again, the window's current picture comes";
+    service.stop();
+    x.destroy(id);
+}
+
+// An emulator turned mid-clip: the window's new size is scaled into the clip's first size.
+TEST(WindowCaptureTest, AWindowResizedMidClipKeepsTheClipsSize) {
+    XClient x;
+    const auto id = x.window("Simulator", "Simulator", "Turned", 120, 240, 0xd02020, 0xd02020);
+    CaptureService service;
+    service.startWindow(X11Window{id, "Simulator", "Simulator", "Turned", 120, 240});
+    ASSERT_TRUE(waitUntil([&] { return !service.latestFrame().isNull(); }));
+    TempDir dir;
+    std::optional<std::filesystem::path> finished;
+    service.onRecordingFinished = [&](const std::filesystem::path& file) { finished = file; };
+    ASSERT_TRUE(service.startRecording(dir / "turned.mov"));
+    ASSERT_TRUE(waitUntil([&] { return service.recordingCounts().appended >= 10; }));
+    x.resize(id, 240, 120);
+    x.paint(id, 240, 120, 0x20c040, 0x20c040);
+    ASSERT_TRUE(waitUntil([&] { return service.latestFrame().width() == 240; }));
+    const auto before = service.recordingCounts().appended;
+    ASSERT_TRUE(waitUntil([&] { return service.recordingCounts().appended >= before + 10; }));
+    service.stopRecording();
+    ASSERT_TRUE(waitUntil([&] { return finished.has_value(); }));
+
+    int letterboxed = 0;
+    const auto info = readClip(*finished, [&](int, const unsigned char* bgrx, int stride) {
+        auto green = [&](int px, int py) {
+            const unsigned char* p = bgrx + py * stride + px * 4;
+            return p[1] > 150 && p[2] < 100;
+        };
+        auto black = [&](int px, int py) {
+            const unsigned char* p = bgrx + py * stride + px * 4;
+            return p[0] < 30 && p[1] < 30 && p[2] < 30;
+        };
+        letterboxed += green(60, 120) && black(60, 10) && black(60, 230);
+    });
+    ASSERT_TRUE(info) << "the clip decodes";
+    EXPECT_EQ(info->width, 120);
+    EXPECT_EQ(info->height, 240);
+    EXPECT_GE(letterboxed, 5) << "the turned window sits between bars";
+    service.stop();
+    x.destroy(id);
 }
 
 TEST(WindowCaptureTest, AWindowThatIsGoneCannotBeCaptured) {

@@ -150,7 +150,7 @@ TEST_F(CaptureWindowTest, AddsScreensToAnExistingFlow) {
 
 TEST_F(CaptureWindowTest, WithoutASourceTheWindowSaysHowToConnectOne) {
     devices = std::make_unique<DeviceManager>(
-        settings, DeviceSources{[] { return std::vector<DeviceInfo>{}; }, {}, {}, {}});
+        settings, DeviceSources{[] { return std::vector<DeviceInfo>{}; }, {}, {}, {}, {}});
     CaptureWindow window(library, settings, *devices);
     window.show();
     EXPECT_EQ(window.preview().messageTitle(), "No iPhone detected");
@@ -158,6 +158,22 @@ TEST_F(CaptureWindowTest, WithoutASourceTheWindowSaysHowToConnectOne) {
     EXPECT_FALSE(window.sourcePicker()->isEnabled());
     EXPECT_FALSE(window.captureStill());
     EXPECT_FALSE(window.session().isRecording()) << "no source, no session";
+}
+
+// A camera this user may not open is not listed at all: the window says what is wrong.
+TEST_F(CaptureWindowTest, ACameraThatCantBeOpenedAsksForAccess) {
+    DeviceSources sources{[] { return std::vector<DeviceInfo>{}; },
+                          {},
+                          {},
+                          {},
+                          [] { return std::vector<std::string>{"/dev/video0"}; }};
+    devices = std::make_unique<DeviceManager>(settings, sources);
+    CaptureWindow window(library, settings, *devices);
+    window.show();
+    EXPECT_EQ(window.preview().messageTitle(), "Camera access required");
+    EXPECT_TRUE(window.preview().messageDetails().contains("“video” group"))
+        << window.preview().messageDetails().toStdString();
+    EXPECT_TRUE(window.preview().messageDetails().contains("/dev/video0"));
 }
 
 // The library's disk fills up during a session: the clip ends by itself with the reason, the
