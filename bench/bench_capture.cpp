@@ -8,6 +8,7 @@
 #include "media/GstSupport.h"
 #include "media/PngWriter.h"
 #include "support/MediaProbe.h"
+#include "support/XServer.h"
 #include "ui/LivePreview.h"
 
 #include <QApplication>
@@ -20,9 +21,13 @@
 #include <gst/gst.h>
 #include <opencv2/imgcodecs.hpp>
 
+#include <xcb/xcb.h>
+
+#include <atomic>
 #include <cstdlib>
 #include <fstream>
 #include <random>
+#include <thread>
 
 using namespace varnel;
 namespace fs = std::filesystem;
@@ -150,6 +155,103 @@ void BM_RecordClip(benchmark::State& state) {
     }
 }
 BENCHMARK(BM_RecordClip)->Unit(benchmark::kSecond)->Iterations(1)->UseRealTime();
+
+// An emulator-sized X window whose picture changes 30 times a second, drawn by a client of
+// its own on a private X server.
+class DrawnWindow {
+public:
+    DrawnWindow(const std::string& display, int width, int height)
+        : c_(xcb_connect(display.c_str(), nullptr)), width_(width), height_(height) {
+        xcb_screen_t* screen = xcb_setup_roots_iterator(xcb_get_setup(c_)).data;
+        id_ = xcb_generate_id(c_);
+        const std::uint32_t background[] = {0x204080};
+        xcb_create_window(c_, XCB_COPY_FROM_PARENT, id_, screen->root, 0, 0,
+                          static_cast<std::uint16_t>(width), static_cast<std::uint16_t>(height), 0,
+                          XCB_WINDOW_CLASS_INPUT_OUTPUT, screen->root_visual, XCB_CW_BACK_PIXEL,
+                          background);
+        xcb_map_window(c_, id_);
+        gc_ = xcb_generate_id(c_);
+        xcb_create_gc(c_, gc_, id_, 0, nullptr);
+        xcb_flush(c_);
+        painter_ = std::jthread([this](std::stop_token stop) { paint(stop); });
+    }
+    ~DrawnWindow() {
+        painter_ = {};
+        xcb_disconnect(c_);
+    }
+    std::uint32_t id() const { return id_; }
+
+private:
+    void paint(std::stop_token stop) {
+        for (int frame = 0; !stop.stop_requested(); ++frame) {
+            // A band scrolling down and a block of changing colour, as a list scrolls.
+            const std::uint32_t colours[] = {0x204080, 0xf0f0f0, 0x10a050, 0xd02020};
+            const std::uint32_t band[] = {colours[frame % 4]};
+            xcb_change_gc(c_, gc_, XCB_GC_FOREGROUND, band);
+            const xcb_rectangle_t rect{0, static_cast<std::int16_t>((frame * 37) % height_),
+                                       static_cast<std::uint16_t>(width_), 180};
+            xcb_poly_fill_rectangle(c_, id_, gc_, 1, &rect);
+            xcb_flush(c_);
+            std::this_thread::sleep_for(std::chrono::milliseconds(33));
+        }
+    }
+
+    xcb_connection_t* c_;
+    int width_, height_;
+    std::uint32_t id_ = 0;
+    xcb_gcontext_t gc_ = 0;
+    std::jthread painter_;
+};
+
+// A 1179 × 2556 emulator window recorded at 30 frames a second while the live preview shows
+// it, as in the capture window: frames in the file against frames the window source offered.
+void BM_RecordWindowClipWithPreview(benchmark::State& state) {
+    const double length = seconds("VARNEL_CLIP_SECONDS", 30);
+    test::XServer server("1280x1024x24");
+    if (!server.running()) {
+        state.SkipWithError("no X server");
+        return;
+    }
+    setenv("DISPLAY", server.display().c_str(), 1);
+    TempFolder folder;
+    for (auto _ : state) {
+        DrawnWindow window(server.display(), kWidth, kHeight);
+        CaptureService service;
+        LivePreview preview;
+        preview.resize(420, 900);
+        preview.show();
+        QObject::connect(&service, &CaptureService::frameArrived, [&] {
+            preview.showFrame(service.latestFrame());
+            preview.repaint();
+        });
+        service.startWindow(
+            X11Window{window.id(), "Simulator", "Simulator", "Bench", kWidth, kHeight});
+        test::waitUntil([&] { return !service.latestFrame().isNull(); });
+        test::waitUntil([] { return false; }, 2); // warm up
+        bool finished = false;
+        service.onRecordingFinished = [&](const fs::path&) { finished = true; };
+        const auto clip = folder.path / "window.mov";
+        const auto producedBefore = service.framesProduced();
+        const auto start = std::chrono::steady_clock::now();
+        service.startRecording(clip);
+        test::waitUntil([] { return false; }, length);
+        service.stopRecording();
+        const auto offered = service.framesProduced() - producedBefore;
+        const double recorded =
+            std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+        test::waitUntil([&] { return finished; }, 600);
+        service.stop();
+        const auto counts = service.recordingCounts();
+        const auto info = test::readClip(clip);
+        const double inFile = info ? info->frames : 0;
+        state.counters["frames_at_30fps"] = recorded * 30;
+        state.counters["frames_offered"] = static_cast<double>(offered);
+        state.counters["frames_in_file"] = inFile;
+        state.counters["dropped_by_writer"] = static_cast<double>(counts.dropped);
+        state.counters["in_file_pct"] = 100.0 * inFile / static_cast<double>(offered);
+    }
+}
+BENCHMARK(BM_RecordWindowClipWithPreview)->Unit(benchmark::kSecond)->Iterations(1)->UseRealTime();
 
 long residentKiB() {
     std::ifstream status("/proc/self/status");

@@ -32,16 +32,77 @@ std::string stablePath(const std::string& node) {
     return node;
 }
 
-void forEachDevice(GstDeviceMonitor* monitor, const std::function<void(GstDevice*)>& visit) {
+// A V4L2 node that GStreamer's provider skipped, as a device like the others: its element
+// reads the node.
+struct NodeDevice {
+    GstDevice parent;
+    char* node;
+};
+struct NodeDeviceClass {
+    GstDeviceClass parent;
+};
+
+GstElement* createNodeElement(GstDevice* device, const gchar* name) {
+    GstElement* source = gst_element_factory_make("v4l2src", name);
+    if (source)
+        g_object_set(source, "device", reinterpret_cast<NodeDevice*>(device)->node, nullptr);
+    return source;
+}
+
+void finalizeNodeDevice(GObject* object) {
+    g_free(reinterpret_cast<NodeDevice*>(object)->node);
+    G_OBJECT_CLASS(g_type_class_peek_parent(G_OBJECT_GET_CLASS(object)))->finalize(object);
+}
+
+GType nodeDeviceType() {
+    static const GType type = g_type_register_static_simple(
+        GST_TYPE_DEVICE, "VarnelV4l2NodeDevice", sizeof(NodeDeviceClass),
+        [](gpointer klass, gpointer) {
+            GST_DEVICE_CLASS(klass)->create_element = createNodeElement;
+            G_OBJECT_CLASS(klass)->finalize = finalizeNodeDevice;
+        },
+        sizeof(NodeDevice), nullptr, GTypeFlags(0));
+    return type;
+}
+
+GstDevice* makeNodeDevice(const VideoNodes::CaptureNode& found) {
+    GstStructure* properties = gst_structure_new("properties", "api.v4l2.path", G_TYPE_STRING,
+                                                 found.node.c_str(), nullptr);
+    auto* device = static_cast<GstDevice*>(
+        g_object_new(nodeDeviceType(), "display-name", found.card.c_str(), "device-class",
+                     "Video/Source", "properties", properties, nullptr));
+    gst_structure_free(properties);
+    reinterpret_cast<NodeDevice*>(device)->node = g_strdup(found.node.c_str());
+    return GST_DEVICE(gst_object_ref_sink(device));
+}
+
+// The monitor's devices, then the nodes it left out; a repeated id is visited once.
+void forEachDevice(GstDeviceMonitor* monitor, const CameraDiscovery::NodeScan& scan,
+                   const std::function<void(GstDevice*, const std::string&)>& visit) {
+    std::set<std::string> seen;
     GList* devices = gst_device_monitor_get_devices(monitor);
-    for (GList* item = devices; item; item = item->next)
-        visit(GST_DEVICE(item->data));
+    for (GList* item = devices; item; item = item->next) {
+        GstDevice* device = GST_DEVICE(item->data);
+        std::string id = CameraDiscovery::deviceID(device);
+        if (seen.insert(id).second)
+            visit(device, id);
+    }
     g_list_free_full(devices, gst_object_unref);
+    if (!scan)
+        return;
+    for (const auto& node : scan()) {
+        std::string id = stablePath(node.node.string());
+        if (!seen.insert(id).second)
+            continue;
+        GstDevice* device = makeNodeDevice(node);
+        visit(device, id);
+        gst_object_unref(device);
+    }
 }
 
 } // namespace
 
-CameraDiscovery::CameraDiscovery() {
+CameraDiscovery::CameraDiscovery(NodeScan scan) : scan_(std::move(scan)) {
     if (!gst::initialize())
         return;
     monitor_ = gst_device_monitor_new();
@@ -85,13 +146,9 @@ std::vector<DeviceInfo> CameraDiscovery::devices() const {
     std::vector<DeviceInfo> out;
     if (!monitor_)
         return out;
-    std::set<std::string> seen;
-    forEachDevice(monitor_, [&](GstDevice* device) {
-        std::string id = deviceID(device);
-        if (!seen.insert(id).second)
-            return;
+    forEachDevice(monitor_, scan_, [&](GstDevice* device, const std::string& id) {
         gchar* name = gst_device_get_display_name(device);
-        out.push_back(DeviceInfo{std::move(id), name ? name : "", false});
+        out.push_back(DeviceInfo{id, name ? name : "", false});
         g_free(name);
     });
     return out;
@@ -101,8 +158,8 @@ GstDevice* CameraDiscovery::find(const std::string& id) const {
     GstDevice* found = nullptr;
     if (!monitor_)
         return found;
-    forEachDevice(monitor_, [&](GstDevice* device) {
-        if (!found && deviceID(device) == id)
+    forEachDevice(monitor_, scan_, [&](GstDevice* device, const std::string& listed) {
+        if (!found && listed == id)
             found = GST_DEVICE(gst_object_ref(device));
     });
     return found;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "capture/DeviceInfo.h"
+#include "capture/VideoNodes.h"
 
 #include <functional>
 #include <memory>
@@ -13,10 +14,13 @@ typedef struct _GstDeviceMonitor GstDeviceMonitor;
 namespace varnel {
 
 // Camera-type sources ("Video/Source" devices: V4L2 and PipeWire cameras, phone mirrors
-// that appear as cameras) through GStreamer's device monitor.
+// that appear as cameras) through GStreamer's device monitor, and the V4L2 nodes that it leaves
+// out (loopback devices, which take pictures as well as give them), found afresh on every call.
 class CameraDiscovery {
 public:
-    CameraDiscovery();
+    using NodeScan = std::function<std::vector<VideoNodes::CaptureNode>()>;
+
+    explicit CameraDiscovery(NodeScan scan = [] { return VideoNodes::captureNodes(); });
     ~CameraDiscovery();
     CameraDiscovery(const CameraDiscovery&) = delete;
     CameraDiscovery& operator=(const CameraDiscovery&) = delete;
@@ -34,6 +38,7 @@ public:
     static std::string deviceID(GstDevice* device);
 
 private:
+    NodeScan scan_;
     GstDeviceMonitor* monitor_ = nullptr;
     std::shared_ptr<std::function<void()>> changed_;
     bool watching_ = false;

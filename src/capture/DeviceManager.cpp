@@ -7,6 +7,7 @@
 #include "capture/WindowList.h"
 
 #include <QCoreApplication>
+#include <QFileSystemWatcher>
 #include <QMetaObject>
 
 namespace varnel {
@@ -26,6 +27,13 @@ DeviceManager::DeviceManager(AppSettings& settings, DeviceSources sources, QObje
         sources_.cameraDevice = [d = discovery_.get()](const std::string& id) {
             return d->find(id);
         };
+        // Loopback nodes come and go without a word to GStreamer's monitor: /dev tells.
+        devSettle_.setSingleShot(true);
+        devSettle_.setInterval(300);
+        connect(&devSettle_, &QTimer::timeout, this, &DeviceManager::refresh);
+        devWatcher_ = std::make_unique<QFileSystemWatcher>(QStringList{QStringLiteral("/dev")});
+        connect(devWatcher_.get(), &QFileSystemWatcher::directoryChanged, &devSettle_,
+                qOverload<>(&QTimer::start));
     }
     if (!sources_.windows)
         sources_.windows = [] { return WindowList::list(); };

@@ -14,6 +14,9 @@
 
 #include <QObject>
 #include <QThreadPool>
+#include <QTimer>
+
+class QFileSystemWatcher;
 
 typedef struct _GstDevice GstDevice;
 
@@ -92,6 +95,8 @@ private:
     std::map<std::string, X11Window> windows_;
     unsigned windowGeneration_ = 0;
     QThreadPool windowLister_;
+    std::unique_ptr<QFileSystemWatcher> devWatcher_;
+    QTimer devSettle_;
 };
 
 } // namespace varnel

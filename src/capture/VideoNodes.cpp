@@ -1,9 +1,13 @@
 #include "capture/VideoNodes.h"
 
+#include <fcntl.h>
+#include <linux/videodev2.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cctype>
+#include <cstring>
 #include <string>
 #include <system_error>
 
@@ -50,6 +54,35 @@ unreadable(const std::filesystem::path& dev,
     for (auto& node : list(dev)) {
         if (!canOpen(node))
             out.push_back(std::move(node));
+    }
+    return out;
+}
+
+std::optional<Capabilities> query(const std::filesystem::path& node) {
+    const int fd = ::open(node.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
+    if (fd < 0)
+        return std::nullopt;
+    v4l2_capability caps{};
+    const bool answered = ::ioctl(fd, VIDIOC_QUERYCAP, &caps) == 0;
+    ::close(fd);
+    if (!answered)
+        return std::nullopt;
+    // A node of a multi-node device says what it does itself in device_caps.
+    const std::uint32_t what =
+        (caps.capabilities & V4L2_CAP_DEVICE_CAPS) ? caps.device_caps : caps.capabilities;
+    Capabilities out;
+    out.card = std::string(reinterpret_cast<const char*>(caps.card),
+                           strnlen(reinterpret_cast<const char*>(caps.card), sizeof caps.card));
+    out.capture = (what & (V4L2_CAP_VIDEO_CAPTURE | V4L2_CAP_VIDEO_CAPTURE_MPLANE)) != 0;
+    return out;
+}
+
+std::vector<CaptureNode> captureNodes(const std::filesystem::path& dev, const Query& ask) {
+    std::vector<CaptureNode> out;
+    for (auto& node : list(dev)) {
+        const auto caps = ask(node);
+        if (caps && caps->capture)
+            out.push_back({std::move(node), caps->card.empty() ? "Video device" : caps->card});
     }
     return out;
 }

@@ -97,6 +97,48 @@ TEST_F(CameraTest, TwoCamerasWithOneIdAreListedOnce) {
     EXPECT_EQ(discovery.find("varnel-test-missing"), nullptr);
 }
 
+// A phone mirrored into a loopback device (which takes pictures as well as gives them) is
+// left out by GStreamer's monitor; the nodes are read afresh on every refresh, and open with
+// the V4L2 source like any camera.
+TEST_F(CameraTest, LoopbackNodesTheMonitorSkipsAreListedAfreshAndOnce) {
+    TempDir dev;
+    std::vector<VideoNodes::CaptureNode> nodes{{dev / "video7", "Phone mirror"}};
+    TestCameras::Spec listed{"varnel-test-v4l2", "Webcam"};
+    listed.v4l2Path = (dev / "video0").string();
+    TestCameras::connect(listed);
+    CameraDiscovery discovery([&] { return nodes; });
+    auto named = [&](const std::string& id) -> std::optional<std::string> {
+        for (const auto& device : discovery.devices()) {
+            if (device.id == id)
+                return device.name;
+        }
+        return std::nullopt;
+    };
+    EXPECT_EQ(named((dev / "video7").string()), "Phone mirror");
+    EXPECT_EQ(named((dev / "video0").string()), "Webcam");
+
+    nodes.push_back({dev / "video8", "Second mirror"}); // started after Varnel
+    nodes.push_back({dev / "video0", "Webcam (node)"}); // the monitor lists it already
+    EXPECT_EQ(named((dev / "video8").string()), "Second mirror") << "a refresh looks again";
+    int webcams = 0;
+    for (const auto& device : discovery.devices())
+        webcams += device.id == (dev / "video0").string();
+    EXPECT_EQ(webcams, 1) << "a node the monitor lists is not listed twice";
+    EXPECT_EQ(named((dev / "video0").string()), "Webcam");
+
+    GstDevice* device = discovery.find((dev / "video8").string());
+    ASSERT_NE(device, nullptr);
+    GstElement* source = gst_device_create_element(device, nullptr);
+    gst_object_unref(device);
+    ASSERT_NE(source, nullptr);
+    EXPECT_STREQ(GST_OBJECT_NAME(gst_element_get_factory(source)), "v4l2src");
+    gchar* node = nullptr;
+    g_object_get(source, "device", &node, nullptr);
+    EXPECT_EQ(std::string(node ? node : ""), (dev / "video8").string());
+    g_free(node);
+    gst_object_unref(source);
+}
+
 class RunningCamera : public CameraTest {
 protected:
     void startCamera(const TestCameras::Spec& spec) {

@@ -156,6 +156,23 @@ TEST(VideoNodesTest, ListsVideoNodesByNumberAndTellsWhichCantBeOpened) {
     ASSERT_EQ(closed.size(), 1u);
     EXPECT_EQ(closed[0].filename(), "video2");
     EXPECT_TRUE(VideoNodes::list(dev / "missing").empty());
+
+    // Loopback devices both take and give pictures: capture is what counts.
+    const auto capture = VideoNodes::captureNodes(dev.path(), [](const fs::path& node) {
+        std::optional<VideoNodes::Capabilities> caps;
+        if (node.filename() == "video0")
+            caps = VideoNodes::Capabilities{"Loopback phone", true};
+        if (node.filename() == "video2")
+            caps = VideoNodes::Capabilities{"Metadata", false};
+        if (node.filename() == "video10")
+            caps = VideoNodes::Capabilities{"", true};
+        return caps;
+    });
+    ASSERT_EQ(capture.size(), 2u);
+    EXPECT_EQ(capture[0].card, "Loopback phone");
+    EXPECT_EQ(capture[1].node.filename(), "video10");
+    EXPECT_EQ(capture[1].card, "Video device") << "a node without a name still gets one";
+    EXPECT_FALSE(VideoNodes::query(dev / "video0")) << "a plain file is no video device";
 }
 
 } // namespace

@@ -74,6 +74,9 @@ GstDevice* makeDevice(const Spec& spec) {
                                                      G_TYPE_INT, spec.height, nullptr);
     GstStructure* properties = gst_structure_new("properties", "device.serial", G_TYPE_STRING,
                                                  spec.serial.c_str(), nullptr);
+    if (!spec.v4l2Path.empty())
+        gst_structure_set(properties, "api.v4l2.path", G_TYPE_STRING, spec.v4l2Path.c_str(),
+                          nullptr);
     auto* device = static_cast<GstDevice*>(
         g_object_new(testCameraDeviceType(), "display-name", spec.name.c_str(), "device-class",
                      "Video/Source", "caps", caps, "properties", properties, nullptr));

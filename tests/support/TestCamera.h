@@ -27,6 +27,8 @@ struct Spec {
     // What the test calls it by to unplug it; the serial when empty. Two cameras may share a
     // serial (a buggy device) but not a key.
     std::string key;
+    // The V4L2 node it stands for, when it should look like one.
+    std::string v4l2Path;
 };
 
 // Registers the provider with GStreamer (once per process); the first camera does it.
