@@ -115,6 +115,8 @@ void CaptureWindow::buildLayout() {
     strip_->setToolTip(tr("The last screens of this session; Delete removes one."));
     status_ = new QLabel(this);
     status_->setWordWrap(true);
+    // Room for a problem and the screen count under it, without the layout jumping.
+    status_->setMinimumHeight(2 * status_->fontMetrics().lineSpacing() + 4);
 
     includeWindows_ = new QCheckBox(tr("Include emulator windows"), this);
     includeWindows_->setChecked(settings_.includeSimulator());
