@@ -35,7 +35,7 @@ struct Spec {
 void install();
 // Plugs in a camera (a device-added message reaches running monitors).
 void connect(const Spec& spec);
-// Unplugs it (device-removed); by its key, which is its serial unless the spec names one.
+// Unplugs it (device-removed); by its key, which is its serial unless it was given one.
 void disconnect(const std::string& key);
 // Unplugs all.
 void disconnectAll();
