@@ -64,12 +64,7 @@ CaptureWindow::CaptureWindow(FlowLibrary& library, AppSettings& settings, Device
         preview_->showMessage(tr("The source stopped"), reason);
         devices_.refresh();
     });
-    connect(&service_, &CaptureService::sourceHiddenChanged, this, [this] {
-        if (service_.isSourceHidden())
-            preview_->showMessage(tr("The window is minimized — restore it to capture"));
-        else
-            preview_->clearMessage();
-    });
+    connect(&service_, &CaptureService::sourceHiddenChanged, this, &CaptureWindow::showSourceState);
     connect(&service_, &CaptureService::recordingChanged, this, &CaptureWindow::sessionChanged);
     connect(&service_, &CaptureService::recordingAbandoned, this, &CaptureWindow::clipEnded);
     connect(&service_, &CaptureService::recordingFailed, this, &CaptureWindow::clipFailed);
@@ -245,7 +240,7 @@ void CaptureWindow::startSelectedSource() {
             gst_object_unref(device);
         }
         runningSource_ = selected->id;
-        preview_->clearMessage();
+        showSourceState(); // a window may be minimized from the start
     } catch (const CaptureError& error) {
         service_.stop();
         if (error.kind() == CaptureError::Kind::accessDenied) {
@@ -260,6 +255,13 @@ void CaptureWindow::startSelectedSource() {
                               QString::fromUtf8(error.what()));
     }
     sessionChanged();
+}
+
+void CaptureWindow::showSourceState() {
+    if (service_.isSourceHidden())
+        preview_->showMessage(tr("The window is minimized — restore it to capture"));
+    else
+        preview_->clearMessage();
 }
 
 void CaptureWindow::showNoSource() {

@@ -83,6 +83,7 @@ private:
     void userPicked(int index);
     void startSelectedSource();
     void showNoSource();
+    void showSourceState();
     bool ensureSession();
     void sessionChanged();
     void clipEnded();

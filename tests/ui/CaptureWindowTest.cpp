@@ -7,6 +7,7 @@
 #include "support/SmallDisk.h"
 #include "support/TestCamera.h"
 #include "support/TestLibrary.h"
+#include "support/XServer.h"
 #include "ui/GalleryView.h"
 #include "ui/LivePreview.h"
 #include "ui/MainWindow.h"
@@ -22,6 +23,9 @@
 #include <QTest>
 
 #include <gtest/gtest.h>
+#include <xcb/xcb.h>
+
+#include <cstdlib>
 
 using namespace varnel;
 using namespace varnel::test;
@@ -246,6 +250,50 @@ TEST_F(CaptureWindowTest, ClosingAsksBeforeAClipIsThrownAway) {
     answer = true;
     EXPECT_TRUE(window->close());
     EXPECT_FALSE(window->session().isRecording());
+}
+
+// An emulator window that is minimized gives no picture: the window says so instead of taking
+// stale stills, and the picture comes back when the window is restored.
+TEST_F(CaptureWindowTest, AMinimizedEmulatorWindowSaysSoInsteadOfTakingStaleStills) {
+    XServer server("800x600x24");
+    ASSERT_TRUE(server.running());
+    setenv("DISPLAY", server.display().c_str(), 1);
+    xcb_connection_t* x = xcb_connect(server.display().c_str(), nullptr);
+    xcb_screen_t* screen = xcb_setup_roots_iterator(xcb_get_setup(x)).data;
+    const xcb_window_t id = xcb_generate_id(x);
+    const std::uint32_t green[] = {0x10a050};
+    xcb_create_window(x, XCB_COPY_FROM_PARENT, id, screen->root, 0, 0, 120, 200, 0,
+                      XCB_WINDOW_CLASS_INPUT_OUTPUT, screen->root_visual, XCB_CW_BACK_PIXEL, green);
+    auto sync = [&] { std::free(xcb_get_input_focus_reply(x, xcb_get_input_focus(x), nullptr)); };
+    sync(); // created, not mapped: as a window minimized before Varnel starts
+
+    settings.setIncludeSimulator(true);
+    const X11Window window{id, "Simulator", "Simulator", "Phone", 120, 200};
+    devices = std::make_unique<DeviceManager>(
+        settings,
+        DeviceSources{[] { return std::vector<DeviceInfo>{}; },
+                      [window] { return std::optional<std::vector<X11Window>>{{window}}; },
+                      {},
+                      {},
+                      [] { return std::vector<std::string>{}; }});
+    devices->waitForWindowRefresh();
+    CaptureWindow capture(library, settings, *devices);
+    capture.show();
+    ASSERT_TRUE(capture.service().isRunning());
+    const QString minimized = "The window is minimized — restore it to capture";
+    EXPECT_EQ(capture.preview().messageTitle(), minimized);
+    EXPECT_FALSE(capture.captureStill());
+    EXPECT_TRUE(capture.statusLabel()->text().startsWith(minimized));
+    EXPECT_EQ(capture.session().screenCount(), 0);
+
+    xcb_map_window(x, id);
+    sync();
+    ASSERT_TRUE(waitUntil([&] { return capture.preview().messageTitle().isEmpty(); }));
+    ASSERT_TRUE(waitUntil([&] { return !capture.service().latestFrame().isNull(); }));
+    EXPECT_TRUE(capture.captureStill());
+    capture.confirmDiscard = [](const QString&) { return true; };
+    capture.close();
+    xcb_disconnect(x);
 }
 
 TEST_F(CaptureWindowTest, MainWindowOpensTheCaptureForANewFlowOrTheCurrentOne) {
