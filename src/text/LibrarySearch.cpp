@@ -1,6 +1,6 @@
 #include "text/LibrarySearch.h"
 
-#include "library/Text.h"
+#include "text/SearchFold.h"
 
 #include <algorithm>
 
@@ -15,7 +15,7 @@ bool contains(const std::string& text, const std::string& query) {
 } // namespace
 
 void LibrarySearch::setQuery(std::string_view text) {
-    query_ = Text::lowercased(Text::trimmed(text));
+    query_ = SearchFold::fold(text);
     hits_ = text_.hits(query_);
 }
 
@@ -29,9 +29,9 @@ bool LibrarySearch::matches(const FlowSummary& flow) const {
         }
     if (query_.empty())
         return true;
-    if (contains(Text::lowercased(flow.name), query_))
+    if (contains(SearchFold::fold(flow.name), query_))
         return true;
-    if (flow.categoryL1 && contains(Text::lowercased(*flow.categoryL1), query_))
+    if (flow.categoryL1 && contains(SearchFold::fold(*flow.categoryL1), query_))
         return true;
     if (hits_.empty())
         return false;

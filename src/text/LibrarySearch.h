@@ -16,13 +16,14 @@
 namespace varnel {
 
 // What the gallery's search box and media picker decide: which flows are shown, and which of
-// their screens. Plain lower-cased substring search over the names and the recognized text.
+// their screens. Substring search over the names and the recognized text, both folded alike.
 class LibrarySearch {
 public:
     LibrarySearch(const TextSearchIndex& text, const std::map<std::string, MediaCounts>& mediaIndex)
         : text_(text), mediaIndex_(mediaIndex) {}
 
-    // The query as typed: trimmed and lower-cased, and the text searched, once per keystroke.
+    // The query as typed, folded as the text is (case, accents, white space), and the text
+    // searched, once per keystroke.
     void setQuery(std::string_view text);
     const std::string& query() const { return query_; }
     void setMedia(MediaFilter media) { media_ = media; }

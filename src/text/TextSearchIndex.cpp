@@ -1,5 +1,7 @@
 #include "text/TextSearchIndex.h"
 
+#include "text/SearchFold.h"
+
 #include <algorithm>
 #include <cstring>
 #if defined(__SSE2__)
@@ -68,7 +70,7 @@ TextSearchIndex::TextSearchIndex(const std::map<std::string, FlowTextIndex>& ocr
     for (const auto& [folder, screens] : ocrIndex) {
         const auto first = static_cast<std::uint32_t>(screens_.size());
         for (const auto& [file, blob] : screens) {
-            corpus_ += blob;
+            corpus_ += SearchFold::fold(blob);
             screens_.push_back({corpus_.size(), file});
             // Text never holds a NUL, so no match runs from one screen into the next.
             corpus_ += '\0';

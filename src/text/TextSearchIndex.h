@@ -23,7 +23,7 @@ public:
     TextSearchIndex() = default;
     explicit TextSearchIndex(const std::map<std::string, FlowTextIndex>& ocrIndex);
 
-    // Empty for an empty query; `query` is already lower-cased.
+    // Empty for an empty query; `query` is already folded (SearchFold), as the text is.
     Hits hits(std::string_view query) const;
     // The hits that are screens of one flow, as their file names.
     std::vector<std::string_view> filesIn(const Hits& hits, const std::string& folder) const;

@@ -258,6 +258,42 @@ TEST(LibrarySearchTest, FlowsByNameCategoryOrScreenText) {
     EXPECT_TRUE(search.matches(b));
 }
 
+// What users type meets what was read: case, accents, runs of spaces, and Korean typed without
+// the spaces the recognizer puts between syllables.
+TEST(LibrarySearchTest, QueriesMatchAsTypedAcrossAccentsSpacesAndHangul) {
+    const std::map<std::string, FlowTextIndex> text{
+        {"fr", {{"01.png", "ma bibliothèque"}, {"02.png", "dés demain"}}},
+        {"ko", {{"01.png", "계 속 하기"}, {"02.png", "설정 열기"}}},
+        {"en", {{"01.png", "sign   in\tnow"}}}};
+    const std::map<std::string, MediaCounts> media;
+    FlowSummary fr{"1", "Acme", "Réglages", "fr", std::nullopt, {}, 2};
+    FlowSummary ko{"2", "Acme", "Home", "ko", std::nullopt, {}, 2};
+    FlowSummary en{"3", "Acme", "Login", "en", std::nullopt, {}, 1};
+    const TextSearchIndex index(text);
+    LibrarySearch search(index, media);
+    auto hits = [&](std::string_view query, const FlowSummary& flow) {
+        search.setQuery(query);
+        return search.screenHits(flow);
+    };
+    using Files = std::set<std::string>;
+    EXPECT_EQ(hits("bibliotheque", fr), Files{"01.png"}) << "no accent typed";
+    EXPECT_EQ(hits("Bibliothèque", fr), Files{"01.png"}) << "the accent typed";
+    EXPECT_EQ(hits("BIBLIOTHÈQUE", fr), Files{"01.png"});
+    EXPECT_EQ(hits("dès", fr), Files{"02.png"}) << "an accent misread";
+    search.setQuery("reglages");
+    EXPECT_TRUE(search.matches(fr)) << "names too";
+
+    EXPECT_EQ(hits("계속하기", ko), Files{"01.png"}) << "typed without the recognizer's spaces";
+    EXPECT_EQ(hits("계속 하기", ko), Files{"01.png"});
+    EXPECT_EQ(hits("설정 열기", ko), Files{"02.png"});
+    EXPECT_EQ(hits("설정열기", ko), Files{"02.png"});
+
+    EXPECT_EQ(hits("sign in now", en), Files{"01.png"}) << "runs of white space are one";
+    EXPECT_EQ(hits("\u00a0 sign  in \u3000", en), Files{"01.png"}) << "Unicode spaces trimmed";
+    EXPECT_EQ(search.query(), "sign in");
+    EXPECT_TRUE(hits("signin", en).empty()) << "Latin words stay apart";
+}
+
 TEST(TextSearchIndexTest, FindsEveryScreenOnceAndNeverAcrossTwo) {
     // Long enough for the sixteen-at-a-time scan, with matches at its block edges and at the end.
     const std::string filler(37, 'x');
