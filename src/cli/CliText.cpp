@@ -1,19 +1,21 @@
 #include "cli/CliText.h"
 
+#include "cli/Cli.h"
+
+#include "library/Errors.h"
 #include "library/FlowStore.h"
 #include "text/LibrarySearch.h"
 #include "text/OCRIndex.h"
 #include "text/OCRSidecar.h"
 #include "text/ScreenOCR.h"
 
+#include <map>
 #include <memory>
 #include <ostream>
 
 namespace varnel::cli {
 
 namespace {
-
-constexpr int kSuccess = 0;
 
 std::vector<std::string> folders(const Invocation& inv, const FlowStore& store) {
     if (!inv.arguments.empty())
@@ -30,9 +32,16 @@ int ocr(Invocation& inv, FlowStore& store, std::ostream& out, std::ostream& err)
     if (inv.arguments.size() > 1)
         throw UsageError("ocr takes at most one FOLDER");
     const auto chosen = folders(inv, store);
+    // One flow that can't be read is reported; the others are still read.
+    std::map<std::string, std::string> broken;
     std::size_t left = 0;
-    for (const auto& folder : chosen)
-        left += OCRIndex::staleScreens(store, folder).size();
+    for (const auto& folder : chosen) {
+        try {
+            left += OCRIndex::staleScreens(store, folder).size();
+        } catch (const std::exception& e) {
+            broken.emplace(folder, e.what());
+        }
+    }
     err << "Reading text… " << left << (left == 1 ? " screen" : " screens") << " to read\n";
 
     std::unique_ptr<ScreenOCR> engine; // loaded only when something needs reading
@@ -43,10 +52,21 @@ int ocr(Invocation& inv, FlowStore& store, std::ostream& out, std::ostream& err)
     };
     Json report = Json::array();
     for (const auto& folder : chosen) {
-        const auto derived = OCRIndex::derive(store, folder, recognize, [&] {
-            --left;
-            err << "Reading text… " << left << " left\n";
-        });
+        OCRIndex::Derived derived;
+        try {
+            if (const auto it = broken.find(folder); it != broken.end())
+                throw LibraryError(it->second);
+            derived = OCRIndex::derive(store, folder, recognize, [&] {
+                --left;
+                err << "Reading text… " << left << " left\n";
+            });
+        } catch (const std::exception& e) {
+            broken.insert_or_assign(folder, e.what());
+            err << "varnel-cli: " << folder << ": " << e.what() << "\n";
+            if (inv.json)
+                report.push_back({{"folder", folder}, {"error", e.what()}});
+            continue;
+        }
         if (inv.json)
             report.push_back({{"folder", folder},
                               {"screensWithText", derived.text.size()},
@@ -58,7 +78,7 @@ int ocr(Invocation& inv, FlowStore& store, std::ostream& out, std::ostream& err)
     }
     if (inv.json)
         out << encodeLibraryJson(report);
-    return kSuccess;
+    return broken.empty() ? kSuccess : kFailed;
 }
 
 int search(Invocation& inv, FlowStore& store, std::ostream& out) {

@@ -61,6 +61,32 @@ TEST_F(CliTextTest, OcrReadsOnlyWhatChangedAndSearchFindsIt) {
     EXPECT_EQ(cli({"ocr", "a", "b"}).code, 2);
 }
 
+// One flow whose meta.json can't be read is reported; every other flow is still read.
+TEST_F(CliTextTest, OcrGoesOnPastABrokenFlowAndFailsAtTheEnd) {
+    FlowStore store(root);
+    const std::string broken =
+        store.createEmptyFlow("Acme", "Another", std::nullopt, Date{}).folderName;
+    const std::string later =
+        store.createEmptyFlow("Acme", "Later", std::nullopt, Date{}).folderName;
+    store.addScreens(later, {dir / "a.png"}, Date{});
+    writeFile(root / broken / "meta.json", "{ not json");
+
+    const auto result = cli({"ocr"});
+    EXPECT_EQ(result.code, 1);
+    EXPECT_NE(result.err.find("varnel-cli: " + broken + ": "), std::string::npos) << result.err;
+    EXPECT_EQ(result.out,
+              folder + "\t2 of 2 stills with text\n" + later + "\t1 of 1 still with text\n")
+        << "the flows after the broken one are read";
+
+    const auto json = cli({"--json", "ocr"});
+    EXPECT_EQ(json.code, 1);
+    const Json report = Json::parse(json.out);
+    ASSERT_EQ(report.size(), 3u);
+    EXPECT_EQ(report[1]["folder"], broken);
+    EXPECT_TRUE(report[1].contains("error"));
+    EXPECT_EQ(report[2]["screensWithText"], 1);
+}
+
 int main(int argc, char** argv) {
     qputenv("QT_QPA_PLATFORM", "offscreen");
     QGuiApplication app(argc, argv); // fonts for drawing the screens
