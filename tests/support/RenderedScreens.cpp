@@ -1,5 +1,7 @@
 #include "support/RenderedScreens.h"
 
+#include "text/SearchFold.h"
+
 #include <QFont>
 #include <QPainter>
 #include <QRegularExpression>
@@ -125,15 +127,14 @@ double wordRecall(const std::vector<std::string>& expected, const std::string& t
         found.insert(word);
     if (expected.empty())
         return 1;
-    // Korean is read syllable by syllable, its spaces where the model puts them: its words are
-    // looked for in the text without spaces.
-    QString joined = lower;
-    joined.remove(QRegularExpression("\\s"));
+    // Korean words are looked for as a user types them, through the search's own folding (the
+    // model puts spaces between syllables where it likes).
+    const std::string folded = SearchFold::fold(text);
     std::size_t hits = 0;
     for (const auto& word : expected) {
         const QString w = QString::fromStdString(word).toLower();
         const bool latin = w.contains(QRegularExpression("[a-z]"));
-        if (latin ? found.contains(w) : joined.contains(w))
+        if (latin ? found.contains(w) : folded.find(SearchFold::fold(word)) != std::string::npos)
             ++hits;
     }
     return static_cast<double>(hits) / static_cast<double>(expected.size());
