@@ -226,6 +226,7 @@ private:
                         std::optional<std::string> failure);
 
     void startOCRPass();
+    void applyText(const std::string& folder, const OCRIndex::Derived& derived);
     void finishOCRPass(unsigned generation);
     std::map<std::string, FlowTextIndex> ocrIndex_;
     std::map<std::string, MediaCounts> mediaIndex_;

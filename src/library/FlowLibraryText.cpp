@@ -70,18 +70,26 @@ void FlowLibrary::startOCRPass() {
                 };
                 auto derived =
                     OCRIndex::derive(store, folder, recognize, recognized, cancel.get(), readOnly);
-                post([this, folder, derived = std::move(derived)] {
-                    ocrIndex_[folder] = derived.text;
-                    mediaIndex_[folder] = derived.media;
-                    textSearchStale_ = true;
-                    emit ocrIndexChanged();
-                });
+                post([this, folder, derived = std::move(derived)] { applyText(folder, derived); });
             } catch (const std::exception&) {
                 // An unreadable flow has no text; the gallery shows why elsewhere.
             }
         }
         post([this, generation] { finishOCRPass(generation); });
     });
+}
+
+void FlowLibrary::applyText(const std::string& folder, const OCRIndex::Derived& derived) {
+    // Most flows read again are as they were: nothing to rebuild, nobody to tell.
+    const auto text = ocrIndex_.find(folder);
+    const auto media = mediaIndex_.find(folder);
+    if (text != ocrIndex_.end() && media != mediaIndex_.end() && text->second == derived.text &&
+        media->second == derived.media)
+        return;
+    ocrIndex_[folder] = derived.text;
+    mediaIndex_[folder] = derived.media;
+    textSearchStale_ = true;
+    emit ocrIndexChanged();
 }
 
 void FlowLibrary::finishOCRPass(unsigned generation) {

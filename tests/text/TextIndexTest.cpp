@@ -184,6 +184,34 @@ TEST_F(TextIndexTest, RequestsDuringAPassMakeExactlyOneMore) {
     EXPECT_EQ(library.mediaIndex().at(folder), (MediaCounts{2, 1}));
 }
 
+// A pass that finds a flow as it was touches nothing: no rebuilt search, no redrawn gallery.
+// Only the flow whose text changed is announced.
+TEST_F(TextIndexTest, APassOverUnchangedFlowsAnnouncesNothing) {
+    const std::string other =
+        store.createEmptyFlow("Acme", "Other", std::nullopt, Date{}).folderName;
+    writePicture(dir / "e.png", 8, 8);
+    store.addScreens(other, {dir / "e.png"}, Date{});
+    recognizer.words["01.png"] = "Create Account";
+    FlowLibrary library{FlowStore(dir / "library")};
+    library.open();
+    library.setRecognizerFactory([&] { return recognizer.function(); });
+    library.refreshOCRIndex();
+    library.waitForTextRecognition();
+    int changes = 0;
+    QObject::connect(&library, &FlowLibrary::ocrIndexChanged, [&] { ++changes; });
+
+    library.refreshOCRIndex();
+    library.waitForTextRecognition();
+    EXPECT_EQ(changes, 0) << "nothing changed, nothing announced";
+
+    touch("02.png");
+    recognizer.words["02.png"] = "Verify phone";
+    library.refreshOCRIndex();
+    library.waitForTextRecognition();
+    EXPECT_EQ(changes, 1) << "one flow changed: one announcement";
+    EXPECT_NE(library.ocrIndex().at(folder).at("02.png").find("verify phone"), std::string::npos);
+}
+
 TEST_F(TextIndexTest, AReadOnlyLibraryIsSearchedAndBrowsedWithoutAChange) {
     derive(); // 01 and 02 are read; then a third still arrives unread
     writePicture(dir / "d.png", 8, 8);
