@@ -116,6 +116,33 @@ double seconds(const char* variable, double fallback) {
     return value ? std::atof(value) : fallback;
 }
 
+// One clip of `length` seconds from a running source, and what became of its frames.
+struct Recorded {
+    double seconds = 0;
+    double offered = 0; // frames the source made while recording
+    double inFile = 0;
+    MovieWriter::Counts counts;
+};
+
+Recorded record(CaptureService& service, const fs::path& clip, double length) {
+    bool finished = false;
+    service.onRecordingFinished = [&](const fs::path&) { finished = true; };
+    const auto producedBefore = service.framesProduced();
+    const auto start = std::chrono::steady_clock::now();
+    service.startRecording(clip);
+    test::waitUntil([] { return false; }, length);
+    service.stopRecording();
+    Recorded out;
+    out.offered = static_cast<double>(service.framesProduced() - producedBefore);
+    out.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    test::waitUntil([&] { return finished; }, 600);
+    service.stop();
+    out.counts = service.recordingCounts();
+    const auto info = test::readClip(clip);
+    out.inFile = info ? info->frames : 0;
+    return out;
+}
+
 // P2: a clip of a phone-sized live source at 30 frames a second; how many frames miss the file.
 void BM_RecordClip(benchmark::State& state) {
     const double length = seconds("VARNEL_CLIP_SECONDS", 30);
@@ -127,31 +154,15 @@ void BM_RecordClip(benchmark::State& state) {
             "caps=video/x-raw,format=BGRA,width=1179,height=2556,"
             "framerate=30/1");
         test::waitUntil([&] { return !service.latestFrame().isNull(); });
-        bool finished = false;
-        service.onRecordingFinished = [&](const fs::path&) { finished = true; };
-        const auto clip = folder.path / "clip.mov";
-        service.startRecording(clip);
-        const auto producedBefore = service.framesProduced();
-        const auto start = std::chrono::steady_clock::now();
-        test::waitUntil([] { return false; }, length);
-        service.stopRecording();
-        const auto produced = service.framesProduced() - producedBefore;
-        const double recorded =
-            std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-        test::waitUntil([&] { return finished; }, 600);
-        service.stop();
-        const auto counts = service.recordingCounts();
-        const auto info = test::readClip(clip);
+        const Recorded run = record(service, folder.path / "clip.mov", length);
         // Dropped: made by the source while recording, yet not in the file. (A moving test
         // pattern: the ball pattern alone would take most of a core at this size.)
-        const double inFile = info ? info->frames : 0;
-        state.counters["frames_at_30fps"] = recorded * 30;
-        state.counters["frames_made"] = static_cast<double>(produced);
-        state.counters["frames_in_file"] = inFile;
-        state.counters["dropped_by_writer"] = static_cast<double>(counts.dropped);
-        state.counters["dropped_pct"] = 100.0 *
-                                        std::max(0.0, static_cast<double>(produced) - inFile) /
-                                        static_cast<double>(produced);
+        state.counters["frames_at_30fps"] = run.seconds * 30;
+        state.counters["frames_made"] = run.offered;
+        state.counters["frames_in_file"] = run.inFile;
+        state.counters["dropped_by_writer"] = static_cast<double>(run.counts.dropped);
+        state.counters["dropped_pct"] =
+            100.0 * std::max(0.0, run.offered - run.inFile) / run.offered;
     }
 }
 BENCHMARK(BM_RecordClip)->Unit(benchmark::kSecond)->Iterations(1)->UseRealTime();
@@ -228,27 +239,12 @@ void BM_RecordWindowClipWithPreview(benchmark::State& state) {
             X11Window{window.id(), "Simulator", "Simulator", "Bench", kWidth, kHeight});
         test::waitUntil([&] { return !service.latestFrame().isNull(); });
         test::waitUntil([] { return false; }, 2); // warm up
-        bool finished = false;
-        service.onRecordingFinished = [&](const fs::path&) { finished = true; };
-        const auto clip = folder.path / "window.mov";
-        const auto producedBefore = service.framesProduced();
-        const auto start = std::chrono::steady_clock::now();
-        service.startRecording(clip);
-        test::waitUntil([] { return false; }, length);
-        service.stopRecording();
-        const auto offered = service.framesProduced() - producedBefore;
-        const double recorded =
-            std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-        test::waitUntil([&] { return finished; }, 600);
-        service.stop();
-        const auto counts = service.recordingCounts();
-        const auto info = test::readClip(clip);
-        const double inFile = info ? info->frames : 0;
-        state.counters["frames_at_30fps"] = recorded * 30;
-        state.counters["frames_offered"] = static_cast<double>(offered);
-        state.counters["frames_in_file"] = inFile;
-        state.counters["dropped_by_writer"] = static_cast<double>(counts.dropped);
-        state.counters["in_file_pct"] = 100.0 * inFile / static_cast<double>(offered);
+        const Recorded run = record(service, folder.path / "window.mov", length);
+        state.counters["frames_at_30fps"] = run.seconds * 30;
+        state.counters["frames_offered"] = run.offered;
+        state.counters["frames_in_file"] = run.inFile;
+        state.counters["dropped_by_writer"] = static_cast<double>(run.counts.dropped);
+        state.counters["in_file_pct"] = 100.0 * run.inFile / run.offered;
     }
 }
 BENCHMARK(BM_RecordWindowClipWithPreview)->Unit(benchmark::kSecond)->Iterations(1)->UseRealTime();
