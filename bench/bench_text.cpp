@@ -102,6 +102,39 @@ void BM_WordRecallOnDrawnScreens(benchmark::State& state) {
 }
 BENCHMARK(BM_WordRecallOnDrawnScreens)->Unit(benchmark::kSecond)->UseRealTime()->Iterations(1);
 
+// Word recall of page titles at one text size (the argument, in pixels of a 3x screen), over
+// regular and bold, light and dark, against the command on the same pictures.
+void BM_WordRecallByTextSize(benchmark::State& state) {
+    ScreenOCR ocr;
+    TempDir dir;
+    double ours = 0;
+    double command = 0;
+    int screens = 0;
+    for (auto _ : state) {
+        ours = command = 0;
+        screens = 0;
+        for (const bool bold : {false, true})
+            for (const bool dark : {false, true}) {
+                const RenderedScreen screen =
+                    renderTitles(static_cast<int>(state.range(0)), bold, dark);
+                const fs::path file = dir / "titles.png";
+                screen.image.save(QString::fromStdString(file.string()));
+                const auto lines = ocr.recognize(file);
+                ours += wordRecall(screen.words,
+                                   ScreenOCR::searchBlob(lines.value_or(std::vector<TextLine>{})));
+                command += wordRecall(screen.words, tesseractCommand(file));
+                ++screens;
+            }
+    }
+    state.counters["recall_percent"] = 100 * ours / screens;
+    state.counters["command_recall_percent"] = 100 * command / screens;
+}
+BENCHMARK(BM_WordRecallByTextSize)
+    ->DenseRange(30, 160, 10)
+    ->Unit(benchmark::kSecond)
+    ->UseRealTime()
+    ->Iterations(1);
+
 // P6: 5,000 flows of 20 screens (18 stills with text, 2 clips), each still about 40 words of
 // app vocabulary. A keystroke searches the text once and decides every flow.
 struct TextModel {

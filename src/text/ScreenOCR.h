@@ -56,13 +56,11 @@ public:
     // The line texts joined by one space, lower-cased.
     static std::string searchBlob(const std::vector<TextLine>& lines);
 
-    // Screenshots are not pages: light text on dark bars and coloured buttons would vanish in
-    // one global threshold. Each area is turned dark-on-light by its own background, and the
-    // picture brought to the text size the models read best.
-    static cv::Mat prepared(const cv::Mat& bgra);
-
 private:
-    std::vector<TextObservation> observe(const cv::Mat& gray);
+    std::vector<TextObservation> observe(const cv::Mat& prepared);
+    // Small lines read unsurely in the fine picture (`fineRows` high) are read again from the
+    // full picture, one by one; the surer reading is kept.
+    void rereadSmallLines(std::vector<TextObservation>& lines, const cv::Mat& gray, int fineRows);
 
     std::unique_ptr<tesseract::TessBaseAPI> api_;
 };

@@ -21,7 +21,11 @@ struct RenderedScreen {
 
 RenderedScreen renderScreen(RenderedScreen::Language language, bool dark, int variant = 0);
 
-// The words of `expected` found among the words of the (lower-cased) text, 0..1.
+// A phone screen of page titles all drawn at one pixel size (English and French, one per line),
+// as many as fit; `words` holds those drawn.
+RenderedScreen renderTitles(int pixelSize, bool bold, bool dark);
+
+// The words of `expected` that a search for each, typed as drawn, finds in the text, 0..1.
 double wordRecall(const std::vector<std::string>& expected, const std::string& text);
 
 } // namespace varnel::test

@@ -59,6 +59,23 @@ INSTANTIATE_TEST_SUITE_P(LanguagesAndThemes, ScreenOCRTest,
                                                               Language::korean),
                                             ::testing::Bool()));
 
+// Titles from 10 pt print to large page titles, regular and bold, on light and dark screens:
+// large bold text is where a background estimate narrower than its strokes reads hollow glyphs
+// ("literary"), and small bold print is where half scale runs strokes together ("accuell").
+TEST(ScreenOCRSizeTest, ReadsEveryTitleFromSmallPrintToLargeTitles) {
+    ScreenOCR ocr;
+    for (const int size : {30, 100, 130, 160})
+        for (const bool bold : {false, true})
+            for (const bool dark : {false, true}) {
+                SCOPED_TRACE(std::to_string(size) + (bold ? " px bold" : " px") +
+                             (dark ? " on dark" : " on light"));
+                const RenderedScreen screen = renderTitles(size, bold, dark);
+                ASSERT_GE(screen.words.size(), 8u);
+                const std::string blob = ScreenOCR::searchBlob(ocr.recognize(pixels(screen.image)));
+                EXPECT_EQ(wordRecall(screen.words, blob), 1.0) << blob;
+            }
+}
+
 TEST(ScreenOCRFileTest, UnreadableFilesGiveNothing) {
     TempDir dir;
     writeFile(dir / "broken.png", "not a picture");
