@@ -41,7 +41,9 @@ void FlowLibrary::setRoot(const std::filesystem::path& root) {
     ocrIndexing_ = ocrRerunRequested_ = false;
     ocrIndex_.clear();
     mediaIndex_.clear();
-    textSearchStale_ = true;
+    textSearch_ = {};
+    textAllDirty_ = true;
+    textDirty_.clear();
     // Saves still running belong to the old library; they end without a trace in this one.
     clipSaves_.clear();
     store_ = FlowStore(root);
@@ -54,6 +56,24 @@ void FlowLibrary::reload() {
     try {
         LibraryIndex index = store_.readIndex();
         loadError_.reset();
+        // A flow whose entry changed (screens added or gone, renamed, moved) is read again.
+        std::map<std::string_view, const FlowSummary*> before;
+        for (const auto& summary : summaries_)
+            before.emplace(summary.folderName, &summary);
+        for (const auto& summary : index.flows) {
+            const auto old = before.find(summary.folderName);
+            if (old == before.end() || !(*old->second == summary))
+                textDirty_.insert(summary.folderName);
+            if (old != before.end())
+                before.erase(old);
+        }
+        // Flows gone (deleted, renamed, moved) leave the text index at once.
+        for (const auto& [folder, summary] : before) {
+            const std::string name(folder);
+            ocrIndex_.erase(name);
+            mediaIndex_.erase(name);
+            textSearch_.removeFlow(name);
+        }
         summaries_ = std::move(index.flows);
         categoryOrder_.clear();
         categoryOrder_.reserve(index.categories.size());
@@ -68,7 +88,7 @@ void FlowLibrary::reload() {
     applications_ = CategorySuggestions::applications(summaries_);
     emit changed();
     if (automaticText_)
-        refreshOCRIndex();
+        refreshChangedText();
 }
 
 const FlowMeta& FlowLibrary::meta(const std::string& folderName) {
@@ -82,6 +102,17 @@ ThumbEdits FlowLibrary::screensChanged(ThumbEdits edits) {
     if (edits.empty())
         return edits;
     const std::size_t problems = clipSaves_.problems().size();
+    // Screens renumbered or moved without a change of count: their text moved with them.
+    for (const auto& screen : edits.removals)
+        textDirty_.insert(screen.folder);
+    for (const auto& [from, to] : edits.renames) {
+        textDirty_.insert(from.folder);
+        textDirty_.insert(to.folder);
+    }
+    for (const auto& [from, to] : edits.copies)
+        textDirty_.insert(to.folder);
+    if (automaticText_)
+        refreshChangedText();
     clipSaves_.follow(edits);
     emit thumbnailsChanged(edits);
     if (clipSaves_.problems().size() != problems)
@@ -217,6 +248,7 @@ std::vector<std::string> FlowLibrary::addScreens(const std::string& folderName,
 }
 
 void FlowLibrary::screenFileChanged(const std::string& folderName, const std::string& filename) {
+    textChanged(folderName);
     ThumbEdits edits;
     edits.removals.push_back({folderName, filename});
     emit thumbnailsChanged(edits);

@@ -23,6 +23,7 @@
 
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 #endif
@@ -152,12 +153,13 @@ public:
     const std::map<std::string, FlowTextIndex>& ocrIndex() const { return ocrIndex_; }
     const std::map<std::string, MediaCounts>& mediaIndex() const { return mediaIndex_; }
     bool isIndexingText() const { return ocrIndexing_; }
-    // The text index laid out for searching; rebuilt on first use after it changed.
-    const TextSearchIndex& textSearchIndex();
+    // The text index laid out for searching; each flow's result updates that flow only.
+    const TextSearchIndex& textSearchIndex() const { return textSearch_; }
     // Brings every flow's "ocr.json" up to date on a worker thread, one flow and one screen at
-    // a time, and rebuilds the indexes. Requests during a pass lead to exactly one more pass.
+    // a time, and updates the indexes. Requests during a pass lead to exactly one more pass.
     void refreshOCRIndex();
-    // With this on, opening the library and every reload after a change start a pass.
+    // With this on, opening the library starts a pass over every flow, and a change starts one
+    // over the flows it touched (none: no pass).
     void setAutomaticTextRecognition(bool on) { automaticText_ = on; }
     // Waits for the running pass (tests and the command line).
     void waitForTextRecognition();
@@ -192,8 +194,9 @@ signals:
     void changed();
     // Before setRoot leaves this library, while its flows can still be written.
     void aboutToSwitchRoot();
-    // The text index of a flow was updated; `remaining` screens are still to be read.
-    void ocrIndexChanged();
+    // The text or media counts of one flow changed.
+    void ocrIndexChanged(const QString& folderName);
+    // `remaining` screens are still to be read.
     void ocrProgress(int remaining);
     // After a screen operation, for the thumbnail cache.
     void thumbnailsChanged(const varnel::ThumbEdits& edits);
@@ -228,11 +231,16 @@ private:
     void startOCRPass();
     void applyText(const std::string& folder, const OCRIndex::Derived& derived);
     void finishOCRPass(unsigned generation);
+    // Flows whose text may have changed; a pass over them starts when automatic.
+    void textChanged(const std::string& folder);
+    void refreshChangedText();
     std::map<std::string, FlowTextIndex> ocrIndex_;
     std::map<std::string, MediaCounts> mediaIndex_;
     bool ocrIndexing_ = false;
     TextSearchIndex textSearch_;
-    bool textSearchStale_ = true;
+    // What the next pass reads: every flow, or those touched since the last.
+    bool textAllDirty_ = true;
+    std::set<std::string> textDirty_;
     bool ocrRerunRequested_ = false;
     bool automaticText_ = false;
     unsigned ocrGeneration_ = 0;

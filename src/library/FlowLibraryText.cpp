@@ -6,6 +6,7 @@
 #include <QCoreApplication>
 #include <QMetaObject>
 
+#include <chrono>
 #include <set>
 
 namespace varnel {
@@ -25,6 +26,19 @@ OCRIndex::Recognizer tesseractRecognizer() {
 } // namespace
 
 void FlowLibrary::refreshOCRIndex() {
+    textAllDirty_ = true;
+    refreshChangedText();
+}
+
+void FlowLibrary::textChanged(const std::string& folder) {
+    textDirty_.insert(folder);
+    if (automaticText_)
+        refreshChangedText();
+}
+
+void FlowLibrary::refreshChangedText() {
+    if (!textAllDirty_ && textDirty_.empty())
+        return;
     if (ocrIndexing_) {
         ocrRerunRequested_ = true;
         return;
@@ -36,7 +50,10 @@ void FlowLibrary::refreshOCRIndex() {
 void FlowLibrary::startOCRPass() {
     std::vector<std::string> folders;
     for (const auto& summary : summaries_)
-        folders.push_back(summary.folderName);
+        if (textAllDirty_ || textDirty_.contains(summary.folderName))
+            folders.push_back(summary.folderName);
+    textAllDirty_ = false;
+    textDirty_.clear();
     const unsigned generation = ocrGeneration_;
     cancelOCR_ = std::make_shared<std::atomic<bool>>(false);
     ocrPool_.setMaxThreadCount(1);
@@ -60,12 +77,18 @@ void FlowLibrary::startOCRPass() {
             });
         };
         post([this, remaining] { emit ocrProgress(remaining); });
+        // The count goes to the window a few times a second, not once per picture.
+        auto lastProgress = std::chrono::steady_clock::now();
         for (const auto& folder : folders) {
             if (*cancel)
                 break;
             try {
                 const auto recognized = [&] {
                     --remaining;
+                    const auto now = std::chrono::steady_clock::now();
+                    if (now - lastProgress < std::chrono::milliseconds(100))
+                        return;
+                    lastProgress = now;
                     post([this, left = remaining] { emit ocrProgress(left); });
                 };
                 auto derived =
@@ -88,8 +111,8 @@ void FlowLibrary::applyText(const std::string& folder, const OCRIndex::Derived& 
         return;
     ocrIndex_[folder] = derived.text;
     mediaIndex_[folder] = derived.media;
-    textSearchStale_ = true;
-    emit ocrIndexChanged();
+    textSearch_.setFlow(folder, derived.text);
+    emit ocrIndexChanged(QString::fromStdString(folder));
 }
 
 void FlowLibrary::finishOCRPass(unsigned generation) {
@@ -100,23 +123,18 @@ void FlowLibrary::finishOCRPass(unsigned generation) {
     std::set<std::string> present;
     for (const auto& summary : summaries_)
         present.insert(summary.folderName);
-    textSearchStale_ |= std::erase_if(ocrIndex_, [&](const auto& entry) {
-                            return !present.contains(entry.first);
-                        }) > 0;
+    std::erase_if(ocrIndex_, [&](const auto& entry) {
+        if (present.contains(entry.first))
+            return false;
+        textSearch_.removeFlow(entry.first);
+        return true;
+    });
     std::erase_if(mediaIndex_, [&](const auto& entry) { return !present.contains(entry.first); });
     emit ocrProgress(0);
     if (ocrRerunRequested_) {
         ocrRerunRequested_ = false;
-        refreshOCRIndex();
+        refreshChangedText();
     }
-}
-
-const TextSearchIndex& FlowLibrary::textSearchIndex() {
-    if (textSearchStale_) {
-        textSearch_ = TextSearchIndex(ocrIndex_);
-        textSearchStale_ = false;
-    }
-    return textSearch_;
 }
 
 void FlowLibrary::waitForTextRecognition() {

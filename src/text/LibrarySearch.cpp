@@ -19,6 +19,11 @@ void LibrarySearch::setQuery(std::string_view text) {
     hits_ = text_.hits(query_);
 }
 
+void LibrarySearch::setQuery(std::string_view text, const std::string& folder) {
+    query_ = SearchFold::fold(text);
+    hits_ = text_.hits(query_, folder);
+}
+
 bool LibrarySearch::matches(const FlowSummary& flow) const {
     if (media_ != MediaFilter::all)
         if (const auto counts = mediaIndex_.find(flow.folderName); counts != mediaIndex_.end()) {

@@ -25,6 +25,8 @@ public:
     // The query as typed, folded as the text is (case, accents, white space), and the text
     // searched, once per keystroke.
     void setQuery(std::string_view text);
+    // The same with only one flow's text searched: enough to decide that flow alone.
+    void setQuery(std::string_view text, const std::string& folder);
     const std::string& query() const { return query_; }
     void setMedia(MediaFilter media) { media_ = media; }
     MediaFilter media() const { return media_; }

@@ -62,28 +62,60 @@ const char* nextMatch(const char* from, const char* end, std::string_view query,
 } // namespace
 
 TextSearchIndex::TextSearchIndex(const std::map<std::string, FlowTextIndex>& ocrIndex) {
-    std::size_t size = 0;
+    flows_.reserve(ocrIndex.size());
     for (const auto& [folder, screens] : ocrIndex)
-        for (const auto& [file, blob] : screens)
-            size += blob.size() + 1;
-    corpus_.reserve(size);
-    for (const auto& [folder, screens] : ocrIndex) {
-        const auto first = static_cast<std::uint32_t>(screens_.size());
-        for (const auto& [file, blob] : screens) {
-            corpus_ += SearchFold::fold(blob);
-            screens_.push_back({corpus_.size(), file});
-            // Text never holds a NUL, so no match runs from one screen into the next.
-            corpus_ += '\0';
-        }
-        flows_[folder] = {first, static_cast<std::uint32_t>(screens_.size())};
+        setFlow(folder, screens);
+}
+
+void TextSearchIndex::setFlow(const std::string& folder, const FlowTextIndex& text) {
+    Flow flow;
+    std::size_t size = 0;
+    for (const auto& [file, blob] : text)
+        size += blob.size() + 1;
+    flow.corpus.reserve(size);
+    for (const auto& [file, blob] : text) {
+        flow.corpus += SearchFold::fold(blob);
+        flow.screens.push_back({flow.corpus.size(), file});
+        // Text never holds a NUL, so no match runs from one screen into the next.
+        flow.corpus += '\0';
     }
-    for (const char c : corpus_)
-        ++frequency_[static_cast<unsigned char>(c)];
+    count(flow, +1);
+    if (const auto slot = slots_.find(folder); slot != slots_.end()) {
+        count(flows_[slot->second], -1);
+        flows_[slot->second] = std::move(flow);
+        return;
+    }
+    std::uint32_t slot = 0;
+    if (freeSlots_.empty()) {
+        slot = static_cast<std::uint32_t>(flows_.size());
+        flows_.push_back(std::move(flow));
+    } else {
+        slot = freeSlots_.back();
+        freeSlots_.pop_back();
+        flows_[slot] = std::move(flow);
+    }
+    slots_.emplace(folder, slot);
+}
+
+void TextSearchIndex::removeFlow(const std::string& folder) {
+    const auto slot = slots_.find(folder);
+    if (slot == slots_.end())
+        return;
+    count(flows_[slot->second], -1);
+    flows_[slot->second] = {};
+    freeSlots_.push_back(slot->second);
+    slots_.erase(slot);
+}
+
+void TextSearchIndex::count(const Flow& flow, int sign) {
+    for (const char c : flow.corpus)
+        frequency_[static_cast<unsigned char>(c)] += static_cast<std::size_t>(sign);
+    size_ += static_cast<std::size_t>(sign) * flow.corpus.size();
 }
 
 TextSearchIndex::Hits TextSearchIndex::hits(std::string_view query) const {
     Hits found;
-    if (query.empty() || screens_.empty())
+    if (query.empty() || size_ == 0)
         return found;
     // memchr for the query's rarest byte runs far faster than any substring search, and most
     // of its stops are real matches.
@@ -92,15 +124,14 @@ TextSearchIndex::Hits TextSearchIndex::hits(std::string_view query) const {
         if (frequency_[static_cast<unsigned char>(query[i])] <
             frequency_[static_cast<unsigned char>(query[anchor])])
             anchor = i;
-    // The scan is bound by memory bandwidth: each core takes a share of the screens.
-    const auto total = static_cast<std::uint32_t>(screens_.size());
-    const std::uint32_t parts =
-        corpus_.size() < kParallelSize
-            ? 1
-            : std::clamp<std::uint32_t>(std::thread::hardware_concurrency(), 1, 8);
+    // The scan is bound by memory bandwidth: each core takes a share of the flows.
+    const std::size_t total = flows_.size();
+    const std::size_t parts =
+        size_ < kParallelSize ? 1
+                              : std::clamp<std::size_t>(std::thread::hardware_concurrency(), 1, 8);
     std::vector<Hits> shares(parts);
     std::vector<std::thread> workers;
-    for (std::uint32_t part = 1; part < parts; ++part)
+    for (std::size_t part = 1; part < parts; ++part)
         workers.emplace_back([&, part] {
             scan(query, anchor, total * part / parts, total * (part + 1) / parts, shares[part]);
         });
@@ -112,34 +143,45 @@ TextSearchIndex::Hits TextSearchIndex::hits(std::string_view query) const {
     return found;
 }
 
-void TextSearchIndex::scan(std::string_view query, std::size_t anchor, std::uint32_t first,
-                           std::uint32_t last, Hits& found) const {
-    if (first >= last)
-        return;
-    const char* corpus = corpus_.data();
-    const char* from = corpus + (first == 0 ? 0 : screens_[first - 1].end + 1);
-    const char* end = corpus + screens_[last - 1].end;
-    std::uint32_t screen = first;
-    while (const char* start = nextMatch(from, end, query, anchor)) {
-        const auto offset = static_cast<std::size_t>(start - corpus);
-        while (screens_[screen].end <= offset)
-            ++screen;
-        // A match must lie within one screen's text.
-        if (offset + query.size() <= screens_[screen].end)
-            found.push_back(screen);
-        // One match is enough for a screen: go on after its text.
-        from = corpus + screens_[screen].end + 1;
+TextSearchIndex::Hits TextSearchIndex::hits(std::string_view query,
+                                            const std::string& folder) const {
+    Hits found;
+    const auto slot = slots_.find(folder);
+    if (query.empty() || slot == slots_.end())
+        return found;
+    scan(query, 0, slot->second, slot->second + 1, found);
+    return found;
+}
+
+void TextSearchIndex::scan(std::string_view query, std::size_t anchor, std::size_t first,
+                           std::size_t last, Hits& found) const {
+    for (std::size_t slot = first; slot < last; ++slot) {
+        const Flow& flow = flows_[slot];
+        const char* corpus = flow.corpus.data();
+        const char* from = corpus;
+        const char* end = corpus + flow.corpus.size();
+        std::size_t screen = 0;
+        while (const char* start = nextMatch(from, end, query, anchor)) {
+            const auto offset = static_cast<std::size_t>(start - corpus);
+            while (flow.screens[screen].end <= offset)
+                ++screen;
+            // A match must lie within one screen's text.
+            if (offset + query.size() <= flow.screens[screen].end)
+                found.push_back(std::uint64_t{slot} << 32 | screen);
+            // One match is enough for a screen: go on after its text.
+            from = corpus + flow.screens[screen].end + 1;
+        }
     }
 }
 
 std::pair<TextSearchIndex::Hits::const_iterator, TextSearchIndex::Hits::const_iterator>
 TextSearchIndex::range(const Hits& hits, const std::string& folder) const {
-    const auto flow = flows_.find(folder);
-    if (flow == flows_.end())
+    const auto slot = slots_.find(folder);
+    if (slot == slots_.end())
         return {hits.end(), hits.end()};
-    const auto [first, last] = flow->second;
+    const std::uint64_t first = std::uint64_t{slot->second} << 32;
     const auto from = std::lower_bound(hits.begin(), hits.end(), first);
-    return {from, std::lower_bound(from, hits.end(), last)};
+    return {from, std::lower_bound(from, hits.end(), first + (std::uint64_t{1} << 32))};
 }
 
 std::vector<std::string_view> TextSearchIndex::filesIn(const Hits& hits,
@@ -147,7 +189,7 @@ std::vector<std::string_view> TextSearchIndex::filesIn(const Hits& hits,
     std::vector<std::string_view> files;
     const auto [first, last] = range(hits, folder);
     for (auto it = first; it != last; ++it)
-        files.push_back(screens_[*it].file);
+        files.push_back(fileOf(*it));
     return files;
 }
 

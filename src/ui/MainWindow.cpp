@@ -37,6 +37,33 @@
 
 namespace varnel {
 
+namespace {
+
+struct ShownFlow {
+    FlowSummary summary; // with the count of screens its band shows
+    std::set<std::string> hits;
+};
+
+// What the gallery shows of a flow under a search or media filter: nothing, or its band.
+std::optional<ShownFlow> shownUnderSearch(const LibrarySearch& search, const FlowSummary& summary,
+                                          const std::map<std::string, MediaCounts>& mediaIndex) {
+    if (!search.matches(summary))
+        return std::nullopt;
+    ShownFlow shown{summary, search.screenHits(summary)};
+    const MediaFilter media = search.media();
+    std::int64_t fitting = 0;
+    for (const auto& file : shown.hits)
+        fitting += fitsMedia(media, file);
+    const auto counts = mediaIndex.find(summary.folderName);
+    if (fitting == 0 && media != MediaFilter::all && counts != mediaIndex.end())
+        fitting = media == MediaFilter::images ? counts->second.images : counts->second.videos;
+    if (fitting > 0)
+        shown.summary.screenCount = fitting;
+    return shown;
+}
+
+} // namespace
+
 MainWindow::MainWindow(FlowLibrary& library, AppSettings& settings, QWidget* parent,
                        FigmaServices* figma)
     : QMainWindow(parent), library_(library), settings_(settings), thumbnails_(library.root()),
@@ -146,11 +173,12 @@ MainWindow::MainWindow(FlowLibrary& library, AppSettings& settings, QWidget* par
         settings_.setMediaFilter(static_cast<MediaFilter>(index));
         rebuildGallery();
     });
-    // New text can change what a search shows; without a search the gallery stays as it is.
-    connect(&library_, &FlowLibrary::ocrIndexChanged, this, [this] {
-        if (!search_->text().trimmed().isEmpty() || media_->currentIndex() != 0)
-            rebuildGallery();
-    });
+    connect(&library_, &FlowLibrary::ocrIndexChanged, this,
+            [this](const QString& folder) { flowTextChanged(folder.toStdString()); });
+    // Results come a flow at a time during a pass: the gallery follows a few times a second.
+    galleryRebuild_.setSingleShot(true);
+    galleryRebuild_.setInterval(250);
+    connect(&galleryRebuild_, &QTimer::timeout, this, &MainWindow::rebuildGallery);
     connect(&library_, &FlowLibrary::ocrProgress, this, [this](int remaining) {
         textRemaining_ = remaining;
         showStatus();
@@ -388,7 +416,40 @@ void MainWindow::refresh() {
     updateActions();
 }
 
+void MainWindow::flowTextChanged(const std::string& folder) {
+    const auto media = static_cast<MediaFilter>(std::max(0, media_->currentIndex()));
+    if (search_->text().trimmed().isEmpty() && media == MediaFilter::all)
+        return; // without a search the gallery shows no text
+    if (galleryRebuild_.isActive())
+        return;
+    const auto& summaries = library_.summaries();
+    const auto summary = std::find_if(summaries.begin(), summaries.end(),
+                                      [&](const FlowSummary& s) { return s.folderName == folder; });
+    if (summary == summaries.end())
+        return;
+    LibrarySearch search(library_.textSearchIndex(), library_.mediaIndex());
+    search.setQuery(search_->text().toStdString(), folder);
+    search.setMedia(media);
+    const auto now = shownUnderSearch(search, *summary, library_.mediaIndex());
+    // What the gallery shows of the flow now.
+    const GalleryContent& content = gallery_->content();
+    const auto row = content.rowOfFlow(folder);
+    std::set<std::string> hits;
+    const auto& shownHits = gallery_->screenFilter().hits;
+    for (auto it = shownHits.lower_bound({folder, ""});
+         it != shownHits.end() && it->folder == folder; ++it)
+        hits.insert(it->filename);
+    const bool same =
+        now ? row &&
+                  content.flows[content.rows[*row].flow].screenCount == now->summary.screenCount &&
+                  hits == now->hits
+            : !row;
+    if (!same)
+        galleryRebuild_.start();
+}
+
 void MainWindow::rebuildGallery() {
+    galleryRebuild_.stop();
     const auto media = static_cast<MediaFilter>(std::max(0, media_->currentIndex()));
     LibrarySearch search(library_.textSearchIndex(), library_.mediaIndex());
     search.setQuery(search_->text().toStdString());
@@ -405,21 +466,13 @@ void MainWindow::rebuildGallery() {
     // Each band is laid out for the screens it will show.
     GalleryView::ScreenFilter filter{{}, media};
     std::vector<FlowSummary> shown;
-    for (FlowSummary flow : library_.summaries()) {
-        if (!search.matches(flow))
+    for (const FlowSummary& summary : library_.summaries()) {
+        auto flow = shownUnderSearch(search, summary, library_.mediaIndex());
+        if (!flow)
             continue;
-        const auto hits = search.screenHits(flow);
-        const auto counts = library_.mediaIndex().find(flow.folderName);
-        std::int64_t fitting = 0;
-        for (const auto& file : hits) {
-            filter.hits.insert({flow.folderName, file});
-            fitting += fitsMedia(media, file);
-        }
-        if (fitting == 0 && media != MediaFilter::all && counts != library_.mediaIndex().end())
-            fitting = media == MediaFilter::images ? counts->second.images : counts->second.videos;
-        if (fitting > 0)
-            flow.screenCount = fitting;
-        shown.push_back(std::move(flow));
+        for (const auto& file : flow->hits)
+            filter.hits.insert({summary.folderName, file});
+        shown.push_back(std::move(flow->summary));
     }
     gallery_->setEmptyText(tr("Nothing found"),
                            search.query().empty()

@@ -15,6 +15,7 @@
 #include <QMainWindow>
 #include <QPointer>
 #include <QPushButton>
+#include <QTimer>
 
 class QAction;
 class QComboBox;
@@ -107,6 +108,9 @@ private:
     void buildMenus();
     void refresh();
     void rebuildGallery();
+    // A flow's text was read: the gallery is rebuilt (soon, once for a burst of results) only
+    // when what the search shows of that flow changed.
+    void flowTextChanged(const std::string& folder);
     void updateActions();
     void showStatus();
     void showRepairs();
@@ -170,6 +174,7 @@ private:
     std::unique_ptr<GlobalHotkey> hotkey_;
     QPointer<CaptureWindow> captureWindow_;
     QPointer<ScreenEditor> editor_;
+    QTimer galleryRebuild_;
 };
 
 } // namespace varnel

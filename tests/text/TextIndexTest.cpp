@@ -212,6 +212,58 @@ TEST_F(TextIndexTest, APassOverUnchangedFlowsAnnouncesNothing) {
     EXPECT_NE(library.ocrIndex().at(folder).at("02.png").find("verify phone"), std::string::npos);
 }
 
+// After opening, a change reads again the flows it touched, and only those; a reload that
+// changed nothing starts no pass at all. The search sees each flow's new text at once.
+TEST_F(TextIndexTest, AChangeReadsAgainOnlyTheFlowsItTouched) {
+    const std::string other =
+        store.createEmptyFlow("Acme", "Other", std::nullopt, Date{}).folderName;
+    writePicture(dir / "e.png", 8, 8);
+    store.addScreens(other, {dir / "e.png"}, Date{});
+    recognizer.words["01.png"] = "Create Account";
+    FlowLibrary library{FlowStore(dir / "library")};
+    library.setRecognizerFactory([&] { return recognizer.function(); });
+    library.setAutomaticTextRecognition(true);
+    library.open();
+    library.waitForTextRecognition();
+    const int read = recognizer.total();
+    EXPECT_EQ(read, 3) << "opening reads every flow";
+
+    library.reload();
+    EXPECT_FALSE(library.isIndexingText()) << "nothing changed: no pass";
+
+    // Both flows' first pictures change behind the library's back; then the user renames one.
+    touch("01.png");
+    const auto otherFirst = store.flowURL(other) / "01.png";
+    fs::last_write_time(otherFirst, fs::last_write_time(otherFirst) + std::chrono::seconds(5));
+    recognizer.words["01.png"] = "Welcome back";
+    std::vector<std::string> announced;
+    QObject::connect(&library, &FlowLibrary::ocrIndexChanged,
+                     [&](const QString& changed) { announced.push_back(changed.toStdString()); });
+    FlowMeta meta = store.meta(folder);
+    meta.name = "Sign in";
+    const std::string renamed = library.saveMeta(folder, meta);
+    library.waitForTextRecognition();
+    EXPECT_EQ(recognizer.total(), read + 1) << "only the renamed flow was read again";
+    EXPECT_EQ(announced, std::vector<std::string>{renamed});
+    EXPECT_FALSE(library.ocrIndex().contains(folder)) << "the old folder left the index";
+    LibrarySearch search(library.textSearchIndex(), library.mediaIndex());
+    search.setQuery("welcome");
+    EXPECT_EQ(search.screenHits(library.summaries().front()).size() +
+                  search.screenHits(library.summaries().back()).size(),
+              1u);
+
+    // Deleting a flow takes its text out of the search without a pass.
+    library.deleteFlow(renamed);
+    EXPECT_FALSE(library.isIndexingText());
+    EXPECT_TRUE(library.textSearchIndex().hits("welcome").empty());
+    EXPECT_FALSE(library.ocrIndex().contains(renamed));
+
+    // Asking for a full pass reads the other flow's changed picture too.
+    library.refreshOCRIndex();
+    library.waitForTextRecognition();
+    EXPECT_EQ(recognizer.total(), read + 2);
+}
+
 TEST_F(TextIndexTest, AReadOnlyLibraryIsSearchedAndBrowsedWithoutAChange) {
     derive(); // 01 and 02 are read; then a third still arrives unread
     writePicture(dir / "d.png", 8, 8);
@@ -345,6 +397,41 @@ TEST(TextSearchIndexTest, FindsEveryScreenOnceAndNeverAcrossTwo) {
     EXPECT_TRUE(index.hits("").empty());
     EXPECT_TRUE(TextSearchIndex().hits("x").empty());
     EXPECT_TRUE(index.filesIn(index.hits("needle"), "missing").empty());
+}
+
+// A flow read again replaces its own text; the others keep theirs, and a removed flow's place
+// is taken by the next one added without mixing their screens.
+TEST(TextSearchIndexTest, AFlowsTextIsReplacedAloneAndItsPlaceReused) {
+    TextSearchIndex index({{"a", {{"01.png", "sign in"}, {"02.png", "password"}}},
+                           {"b", {{"01.png", "sign up"}}},
+                           {"c", {{"01.png", "sign out"}}}});
+    const auto files = [&](std::string_view query, const std::string& folder) {
+        const auto found = index.filesIn(index.hits(query), folder);
+        return std::vector<std::string>(found.begin(), found.end());
+    };
+    index.setFlow("b", {{"01.png", "checkout"}, {"02.png", "sign up again"}});
+    EXPECT_EQ(files("sign", "a"), std::vector<std::string>{"01.png"});
+    EXPECT_EQ(files("sign", "b"), std::vector<std::string>{"02.png"});
+    EXPECT_EQ(files("sign", "c"), std::vector<std::string>{"01.png"});
+    EXPECT_EQ(index.hits("sign").size(), 3u);
+    EXPECT_EQ(index.hits("checkout", "b").size(), 1u);
+    EXPECT_TRUE(index.hits("checkout", "a").empty());
+
+    index.removeFlow("a");
+    EXPECT_TRUE(files("password", "a").empty());
+    EXPECT_TRUE(index.hits("password").empty());
+    index.setFlow("d", {{"09.png", "Mot de passe oublié"}});
+    EXPECT_EQ(files("oublie", "d"), std::vector<std::string>{"09.png"}) << "folded like the rest";
+    EXPECT_TRUE(files("oublie", "a").empty()) << "the reused place is the new flow's alone";
+    EXPECT_EQ(files("sign", "c"), std::vector<std::string>{"01.png"});
+    // The rarest-byte choice follows the text that is there now.
+    index.removeFlow("b");
+    index.removeFlow("c");
+    index.removeFlow("d");
+    EXPECT_TRUE(index.hits("sign").empty());
+    index.setFlow("e", {{"01.png", "zzzz y"}});
+    EXPECT_EQ(index.hits("zy").size(), 0u);
+    EXPECT_EQ(index.hits("z y").size(), 1u);
 }
 
 TEST(GalleryScreenFilterTest, HitsFallBackAndKeepTheirPositions) {
