@@ -11,6 +11,7 @@
 #include "library/FlowStore.h"
 #include "library/FlowSummary.h"
 #include "text/OCRIndex.h"
+#include "text/SearchCache.h"
 #include "text/TextSearchIndex.h"
 #include "thumbnails/ThumbEdits.h"
 
@@ -196,6 +197,8 @@ signals:
     void aboutToSwitchRoot();
     // The text or media counts of one flow changed.
     void ocrIndexChanged(const QString& folderName);
+    // The whole text index was put in place at once (from the search cache, on opening).
+    void ocrIndexReplaced();
     // `remaining` screens are still to be read.
     void ocrProgress(int remaining);
     // After a screen operation, for the thumbnail cache.
@@ -229,6 +232,13 @@ private:
                         std::optional<std::string> failure);
 
     void startOCRPass();
+    struct CachedText {
+        std::map<std::string, FlowTextIndex> text;
+        std::map<std::string, MediaCounts> media;
+        TextSearchIndex search;
+    };
+    static CachedText cachedText(const std::map<std::string, OCRIndex::Derived>& cached);
+    void adoptCachedText(CachedText loaded);
     void applyText(const std::string& folder, const OCRIndex::Derived& derived);
     void finishOCRPass(unsigned generation);
     // Flows whose text may have changed; a pass over them starts when automatic.

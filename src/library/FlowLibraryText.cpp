@@ -2,6 +2,7 @@
 #include "library/FlowLibrary.h"
 
 #include "text/ScreenOCR.h"
+#include "text/SearchCache.h"
 
 #include <QCoreApplication>
 #include <QMetaObject>
@@ -52,36 +53,53 @@ void FlowLibrary::startOCRPass() {
     for (const auto& summary : summaries_)
         if (textAllDirty_ || textDirty_.contains(summary.folderName))
             folders.push_back(summary.folderName);
+    const bool everyFlow = textAllDirty_;
     textAllDirty_ = false;
     textDirty_.clear();
     const unsigned generation = ocrGeneration_;
     cancelOCR_ = std::make_shared<std::atomic<bool>>(false);
     ocrPool_.setMaxThreadCount(1);
-    ocrPool_.start([this, root = store_.root(), folders, generation, cancel = cancelOCR_,
+    ocrPool_.start([this, root = store_.root(), folders, everyFlow, generation, cancel = cancelOCR_,
                     factory = recognizerFactory_, readOnly = readOnly_.has_value()] {
         const FlowStore store(root);
-        OCRIndex::Recognizer recognize = factory ? factory() : tesseractRecognizer();
-        // Reading each flow's sidecar first tells how much there is to do.
-        int remaining = 0;
-        for (const auto& folder : folders) {
-            try {
-                if (!readOnly)
-                    remaining += static_cast<int>(OCRIndex::staleScreens(store, folder).size());
-            } catch (const std::exception&) {
-            }
-        }
         const auto post = [this, generation](auto apply) {
             QMetaObject::invokeMethod(this, [this, generation, apply] {
                 if (generation == ocrGeneration_)
                     apply();
             });
         };
+        // What the cache holds of flows whose files are as they were needs no reading: the
+        // library is searchable at once, and only the rest is read.
+        SearchCache cache(root, !readOnly);
+        auto cached = cache.load(folders);
+        if (!cached.empty())
+            post([this, loaded = std::make_shared<CachedText>(cachedText(cached))] {
+                adoptCachedText(std::move(*loaded));
+            });
+        const auto fresh = [&](const std::string& folder) {
+            const auto it = cached.find(folder);
+            return it != cached.end() &&
+                   (readOnly || !SearchCache::picturesChanged(store.flowURL(folder), it->second));
+        };
+
+        OCRIndex::Recognizer recognize = factory ? factory() : tesseractRecognizer();
+        // Reading each flow's sidecar first tells how much there is to do.
+        int remaining = 0;
+        for (const auto& folder : folders) {
+            try {
+                if (!readOnly && !fresh(folder))
+                    remaining += static_cast<int>(OCRIndex::staleScreens(store, folder).size());
+            } catch (const std::exception&) {
+            }
+        }
         post([this, remaining] { emit ocrProgress(remaining); });
         // The count goes to the window a few times a second, not once per picture.
         auto lastProgress = std::chrono::steady_clock::now();
         for (const auto& folder : folders) {
             if (*cancel)
                 break;
+            if (fresh(folder))
+                continue;
             try {
                 const auto recognized = [&] {
                     --remaining;
@@ -93,13 +111,44 @@ void FlowLibrary::startOCRPass() {
                 };
                 auto derived =
                     OCRIndex::derive(store, folder, recognize, recognized, cancel.get(), readOnly);
+                if (const auto stamp = SearchCache::stampOf(store.flowURL(folder));
+                    stamp && !readOnly)
+                    cache.store(folder, *stamp, derived);
                 post([this, folder, derived = std::move(derived)] { applyText(folder, derived); });
             } catch (const std::exception&) {
                 // An unreadable flow has no text; the gallery shows why elsewhere.
             }
         }
+        if (everyFlow && !*cancel && !readOnly)
+            cache.keepOnly(folders);
         post([this, generation] { finishOCRPass(generation); });
     });
+}
+
+FlowLibrary::CachedText
+FlowLibrary::cachedText(const std::map<std::string, OCRIndex::Derived>& cached) {
+    CachedText loaded;
+    for (const auto& [folder, derived] : cached) {
+        loaded.text.emplace(folder, derived.text);
+        loaded.media.emplace(folder, derived.media);
+    }
+    loaded.search = TextSearchIndex(loaded.text);
+    return loaded;
+}
+
+void FlowLibrary::adoptCachedText(CachedText loaded) {
+    // Only into an empty index: one that holds text already has it as fresh as the cache.
+    if (!ocrIndex_.empty())
+        return;
+    std::set<std::string> present;
+    for (const auto& summary : summaries_)
+        present.insert(summary.folderName);
+    std::erase_if(loaded.text, [&](const auto& entry) { return !present.contains(entry.first); });
+    std::erase_if(loaded.media, [&](const auto& entry) { return !present.contains(entry.first); });
+    ocrIndex_ = std::move(loaded.text);
+    mediaIndex_ = std::move(loaded.media);
+    textSearch_ = std::move(loaded.search);
+    emit ocrIndexReplaced();
 }
 
 void FlowLibrary::applyText(const std::string& folder, const OCRIndex::Derived& derived) {
@@ -154,6 +203,7 @@ void FlowLibrary::saveTextLines(const std::string& folderName, const std::string
     if (readOnly_)
         return; // recognized text is derived: not kept is only read again
     OCRIndex::saveTextLines(store_, folderName, filename, lines);
+    textChanged(folderName); // the search cache follows the sidecar
 }
 
 } // namespace varnel

@@ -101,9 +101,13 @@ Derived derive(const FlowStore& store, std::string_view folder, const Recognizer
         }
     }
 
-    Derived derived{{}, MediaCounts::of(meta.screens)};
-    for (const auto& [file, entry] : sidecar.screens)
+    Derived derived{{}, MediaCounts::of(meta.screens), {}};
+    for (const auto& file : stills)
+        derived.stills.emplace(file, std::nullopt);
+    for (const auto& [file, entry] : sidecar.screens) {
         derived.text.emplace(file, entry.text);
+        derived.stills[file] = entry.mtime;
+    }
     return derived;
 }
 

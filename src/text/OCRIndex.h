@@ -37,6 +37,9 @@ using Recognizer =
 struct Derived {
     FlowTextIndex text;
     MediaCounts media;
+    // Each still's picture time as it was when read (none: not read), to tell later whether a
+    // picture changed without reading the sidecar again.
+    std::map<std::string, std::optional<double>> stills;
 };
 
 // The still screens of a flow whose recognized text is missing or older than their file.

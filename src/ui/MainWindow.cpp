@@ -175,6 +175,10 @@ MainWindow::MainWindow(FlowLibrary& library, AppSettings& settings, QWidget* par
     });
     connect(&library_, &FlowLibrary::ocrIndexChanged, this,
             [this](const QString& folder) { flowTextChanged(folder.toStdString()); });
+    connect(&library_, &FlowLibrary::ocrIndexReplaced, this, [this] {
+        if (!search_->text().trimmed().isEmpty() || media_->currentIndex() != 0)
+            rebuildGallery();
+    });
     // Results come a flow at a time during a pass: the gallery follows a few times a second.
     galleryRebuild_.setSingleShot(true);
     galleryRebuild_.setInterval(250);
