@@ -1,11 +1,18 @@
 // Text: one phone screenshot read by the app's recognizer against the `tesseract` command on
 // the same picture with the same languages (P5, with word recall on the drawn set), and one
 // search keystroke over 100,000 screens of text (P6).
+#include "library/FileOps.h"
+#include "library/FlowLibrary.h"
+#include "library/Uuid.h"
+#include "support/CliRun.h"
 #include "support/RenderedScreens.h"
 #include "support/TestLibrary.h"
 #include "text/LibrarySearch.h"
+#include "text/OCRSidecar.h"
 #include "text/ScreenOCR.h"
+#include "text/SearchCache.h"
 
+#include <QCoreApplication>
 #include <QGuiApplication>
 
 #include <benchmark/benchmark.h>
@@ -200,6 +207,109 @@ BENCHMARK(BM_SearchKeystrokeOver100kScreens)
     ->DenseRange(0, 6)
     ->Unit(benchmark::kMillisecond)
     ->UseRealTime();
+
+// A library of 100,000 screens on disk: 5,000 flows of 20 stills, each still with ten
+// recognized lines in its flow's "ocr.json" (some 250 MB in all), read long enough ago for the
+// search cache to trust what it saw.
+struct LargeLibrary {
+    TempDir dir;
+    fs::path root = dir / "library";
+
+    LargeLibrary() {
+        std::mt19937 random(11);
+        const char* words[] = {"account", "settings", "password", "payment", "order",    "profile",
+                               "verify",  "shipping", "message",  "search",  "checkout", "privacy"};
+        LibraryIndex index;
+        const auto old = fs::file_time_type::clock::now() - std::chrono::hours(1);
+        for (int f = 0; f < 5000; ++f) {
+            FlowMeta meta;
+            meta.id = newUUIDString();
+            meta.application = "App " + std::to_string(f % 50);
+            meta.name = "Flow " + std::to_string(f);
+            const std::string folder =
+                "app-" + std::to_string(f % 50) + "/flow-" + std::to_string(f);
+            const fs::path flow = root / folder;
+            fs::create_directories(flow);
+            OCRSidecar sidecar;
+            sidecar.version = OCRSidecar::kVersion;
+            for (int s = 1; s <= 20; ++s) {
+                ScreenRef ref;
+                ref.filename = (s < 10 ? "0" : "") + std::to_string(s) + ".png";
+                writeFile(flow / ref.filename, "");
+                fs::last_write_time(flow / ref.filename, old);
+                std::vector<TextLine> lines;
+                for (int l = 0; l < 10; ++l)
+                    lines.push_back({std::string(words[random() % 12]) + " " +
+                                         words[random() % 12] + " " +
+                                         std::to_string(random() % 1000),
+                                     {0.1, 0.02 * l, 0.6, 0.015},
+                                     std::nullopt});
+                sidecar.screens[ref.filename] = {ScreenOCR::searchBlob(lines),
+                                                 *modificationTime(flow / ref.filename), lines};
+                meta.screens.push_back(std::move(ref));
+            }
+            sidecar.write(flow);
+            FileOps::writeAtomically(flow / "meta.json", encodeLibraryJson(meta.toJson()));
+            fs::last_write_time(flow / "ocr.json", old);
+            fs::last_write_time(flow / "meta.json", old);
+            index.flows.push_back(meta.summary(folder));
+        }
+        FileOps::writeAtomically(root / "index.json", encodeLibraryJson(index.toJson()));
+    }
+};
+
+const LargeLibrary& largeLibrary() {
+    static const LargeLibrary library;
+    return library;
+}
+
+// From opening the library to a search that knows every flow's text; the argument says
+// whether the search cache is there (1) or was deleted (0).
+void BM_SearchReadyAfterOpening(benchmark::State& state) {
+    const fs::path& root = largeLibrary().root;
+    std::uintmax_t sidecarBytes = 0;
+    for (const auto& entry : fs::recursive_directory_iterator(root))
+        if (entry.path().filename() == "ocr.json")
+            sidecarBytes += entry.file_size();
+    for (auto _ : state) {
+        state.PauseTiming();
+        if (state.range(0) == 0)
+            fs::remove(root / SearchCache::kFileName);
+        if (state.range(0) == 1 && !fs::exists(root / SearchCache::kFileName)) {
+            FlowLibrary warming{FlowStore(root)};
+            warming.refreshOCRIndex();
+            warming.waitForTextRecognition();
+        }
+        state.ResumeTiming();
+        FlowLibrary library{FlowStore(root)};
+        library.setAutomaticTextRecognition(true);
+        library.open();
+        while (library.ocrIndex().size() < 5000)
+            QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents, 10);
+        benchmark::DoNotOptimize(library.textSearchIndex().hits("password"));
+        state.PauseTiming();
+        library.waitForTextRecognition(); // the cache is whole for the next round
+        state.ResumeTiming();
+    }
+    state.counters["sidecar_MB"] = static_cast<double>(sidecarBytes) / 1e6;
+}
+BENCHMARK(BM_SearchReadyAfterOpening)
+    ->Arg(0)
+    ->Arg(1)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime()
+    ->Iterations(3);
+
+// `varnel-cli search` over the same library, its cache in place.
+void BM_CliSearch(benchmark::State& state) {
+    const std::string root = largeLibrary().root.string();
+    runCli({"search", "warm"}, root); // the cache is made once
+    for (auto _ : state) {
+        const auto result = runCli({"search", "password 7"}, root);
+        benchmark::DoNotOptimize(result.out);
+    }
+}
+BENCHMARK(BM_CliSearch)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(5);
 
 } // namespace
 

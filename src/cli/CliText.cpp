@@ -8,9 +8,11 @@
 #include "text/OCRIndex.h"
 #include "text/OCRSidecar.h"
 #include "text/ScreenOCR.h"
+#include "text/SearchCache.h"
 
 #include <map>
 #include <memory>
+#include <optional>
 #include <ostream>
 
 namespace varnel::cli {
@@ -50,6 +52,7 @@ int ocr(Invocation& inv, FlowStore& store, std::ostream& out, std::ostream& err)
             engine = std::make_unique<ScreenOCR>();
         return engine->recognize(file);
     };
+    SearchCache cache(store.root(), true);
     Json report = Json::array();
     for (const auto& folder : chosen) {
         OCRIndex::Derived derived;
@@ -60,6 +63,8 @@ int ocr(Invocation& inv, FlowStore& store, std::ostream& out, std::ostream& err)
                 --left;
                 err << "Reading text… " << left << " left\n";
             });
+            if (const auto stamp = SearchCache::stampOf(store.flowURL(folder)))
+                cache.store(folder, *stamp, derived);
         } catch (const std::exception& e) {
             broken.insert_or_assign(folder, e.what());
             err << "varnel-cli: " << folder << ": " << e.what() << "\n";
@@ -93,22 +98,34 @@ int search(Invocation& inv, FlowStore& store, std::ostream& out) {
         media = *chosen;
     }
 
-    // The text read so far, as the sidecars hold it; nothing is read here.
+    // The text read so far, as the sidecars hold it; no picture is read here. The search cache
+    // answers for flows whose files are as it saw them; the others' sidecars are read, and
+    // cached for next time.
     const LibraryIndex index = store.readIndex();
+    std::vector<std::string> folders;
+    for (const auto& flow : index.flows)
+        folders.push_back(flow.folderName);
+    SearchCache cache(store.root(), true);
+    std::map<std::string, OCRIndex::Derived> derived = cache.load(folders);
+    for (const auto& folder : folders) {
+        if (derived.contains(folder))
+            continue;
+        try {
+            auto read = OCRIndex::derive(store, folder, {}, {}, nullptr, true);
+            if (const auto stamp = SearchCache::stampOf(store.flowURL(folder)))
+                cache.store(folder, *stamp, read);
+            derived.emplace(folder, std::move(read));
+        } catch (const std::exception&) {
+            // A flow whose meta can't be read isn't searched.
+        }
+    }
     std::map<std::string, FlowTextIndex> text;
     std::map<std::string, MediaCounts> counts;
-    std::map<std::string, FlowMeta> metas;
-    for (const auto& flow : index.flows) {
-        try {
-            metas.emplace(flow.folderName, store.meta(flow.folderName));
-        } catch (const std::exception&) {
-            continue;
-        }
-        counts[flow.folderName] = MediaCounts::of(metas.at(flow.folderName).screens);
-        if (const auto sidecar = OCRSidecar::read(store.flowURL(flow.folderName));
-            sidecar && sidecar->version == OCRSidecar::kVersion)
-            for (const auto& [file, entry] : sidecar->screens)
-                text[flow.folderName][file] = entry.text;
+    std::map<std::string, std::vector<std::string>> order;
+    for (auto& [folder, flow] : derived) {
+        counts.emplace(folder, flow.media);
+        text.emplace(folder, std::move(flow.text));
+        order.emplace(folder, std::move(flow.order));
     }
 
     const TextSearchIndex textIndex(text);
@@ -117,13 +134,17 @@ int search(Invocation& inv, FlowStore& store, std::ostream& out) {
     search.setMedia(media);
     Json found = Json::array();
     for (const auto& flow : index.flows) {
-        if (!metas.contains(flow.folderName) || !search.matches(flow))
+        if (!order.contains(flow.folderName) || !search.matches(flow))
             continue;
+        std::vector<ScreenRef> refs;
+        for (const auto& file : order.at(flow.folderName)) {
+            refs.emplace_back();
+            refs.back().filename = file;
+        }
         std::set<ScreenID> hits;
         for (const auto& file : search.screenHits(flow))
             hits.insert({flow.folderName, file});
-        const auto shown = GalleryScreenFilter::visible(metas.at(flow.folderName).screens,
-                                                        flow.folderName, hits, media);
+        const auto shown = GalleryScreenFilter::visible(refs, flow.folderName, hits, media);
         Json screens = Json::array();
         for (const auto& screen : shown)
             screens.push_back(screen.screen.filename);

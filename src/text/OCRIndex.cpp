@@ -101,7 +101,9 @@ Derived derive(const FlowStore& store, std::string_view folder, const Recognizer
         }
     }
 
-    Derived derived{{}, MediaCounts::of(meta.screens), {}};
+    Derived derived{{}, MediaCounts::of(meta.screens), {}, {}};
+    for (const auto& screen : meta.screens)
+        derived.order.push_back(screen.filename);
     for (const auto& file : stills)
         derived.stills.emplace(file, std::nullopt);
     for (const auto& [file, entry] : sidecar.screens) {

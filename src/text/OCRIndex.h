@@ -40,6 +40,8 @@ struct Derived {
     // Each still's picture time as it was when read (none: not read), to tell later whether a
     // picture changed without reading the sidecar again.
     std::map<std::string, std::optional<double>> stills;
+    // Every screen's file name, stills and clips, in the flow's order.
+    std::vector<std::string> order;
 };
 
 // The still screens of a flow whose recognized text is missing or older than their file.

@@ -135,7 +135,7 @@ void SearchCache::create() {
         exec("CREATE TABLE info (key TEXT PRIMARY KEY, value INTEGER)") &&
         exec("CREATE TABLE flows (folder TEXT PRIMARY KEY, meta_time INTEGER, meta_size INTEGER,"
              " ocr_time INTEGER, ocr_size INTEGER, images INTEGER, videos INTEGER,"
-             " trusted INTEGER)") &&
+             " trusted INTEGER, screens TEXT)") &&
         exec("CREATE TABLE screens (folder TEXT, file TEXT, read_at REAL, text TEXT,"
              " PRIMARY KEY (folder, file)) WITHOUT ROWID");
     Statement version(db_, "INSERT INTO info VALUES ('version', ?)");
@@ -172,15 +172,22 @@ SearchCache::load(const std::vector<std::string>& folders) const {
     exec("BEGIN");
     {
         Statement flows(db_, "SELECT folder, meta_time, meta_size, ocr_time, ocr_size, images,"
-                             " videos, trusted FROM flows");
+                             " videos, trusted, screens FROM flows");
         while (flows && flows.step()) {
             const auto stamp = wanted.find(flows.text(0));
             const Stamp cached{flows.integer(1), flows.integer(2), flows.integer(3),
                                flows.integer(4)};
             if (stamp == wanted.end() || !(stamp->second == cached) || flows.integer(7) == 0)
                 continue;
-            found[stamp->first].media = {static_cast<int>(flows.integer(5)),
-                                         static_cast<int>(flows.integer(6))};
+            OCRIndex::Derived& flow = found[stamp->first];
+            flow.media = {static_cast<int>(flows.integer(5)), static_cast<int>(flows.integer(6))};
+            // One file name a line: names never hold a line break.
+            const std::string screens = flows.text(8);
+            for (std::size_t at = 0; at < screens.size();) {
+                const std::size_t end = std::min(screens.find('\n', at), screens.size());
+                flow.order.push_back(screens.substr(at, end - at));
+                at = end + 1;
+            }
         }
     }
     {
@@ -214,7 +221,10 @@ void SearchCache::store(const std::string& folder, const Stamp& stamp,
     const bool trusted = stamp.metaTime < now() - kRacyNs && stamp.ocrTime < now() - kRacyNs;
     exec("BEGIN IMMEDIATE");
     Statement clear(db_, "DELETE FROM screens WHERE folder = ?");
-    Statement flow(db_, "INSERT OR REPLACE INTO flows VALUES (?, ?, ?, ?, ?, ?, ?, ?)");
+    Statement flow(db_, "INSERT OR REPLACE INTO flows VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?)");
+    std::string screens;
+    for (const auto& file : derived.order)
+        screens += (screens.empty() ? "" : "\n") + file;
     Statement screen(db_, "INSERT INTO screens VALUES (?, ?, ?, ?)");
     bool stored = clear && flow && screen && clear.bind(1, folder).run();
     stored = stored && flow.bind(1, folder)
@@ -225,6 +235,7 @@ void SearchCache::store(const std::string& folder, const Stamp& stamp,
                            .bind(6, std::int64_t{derived.media.images})
                            .bind(7, std::int64_t{derived.media.videos})
                            .bind(8, std::int64_t{trusted})
+                           .bind(9, screens)
                            .run();
     for (const auto& [file, readAt] : derived.stills) {
         if (!stored)

@@ -13,7 +13,23 @@ bool isAsciiSpace(char c) {
     return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\f' || c == '\v';
 }
 
+// Already folded: no capitals, and spaces only single ones between words (search blobs are
+// lower-cased when stored, so most text is).
+bool foldedAscii(std::string_view text) {
+    if (!text.empty() && (text.front() == ' ' || text.back() == ' '))
+        return false;
+    char previous = 0;
+    for (const char c : text) {
+        if ((c >= 'A' && c <= 'Z') || (isAsciiSpace(c) && (c != ' ' || previous == ' ')))
+            return false;
+        previous = c;
+    }
+    return true;
+}
+
 std::string foldAscii(std::string_view text) {
+    if (foldedAscii(text))
+        return std::string(text);
     std::string out;
     out.reserve(text.size());
     bool pendingSpace = false;

@@ -1,10 +1,12 @@
 // The text sidecar and its indexes with a stand-in recognizer, and the gallery's search rules.
 #include "library/FlowLibrary.h"
+#include "support/CliRun.h"
 #include "support/TestLibrary.h"
 #include "text/LibrarySearch.h"
 #include "text/OCRIndex.h"
 #include "text/OCRSidecar.h"
 #include "text/ScreenOCR.h"
+#include "text/SearchCache.h"
 
 #include <QCoreApplication>
 #include <QSemaphore>
@@ -262,6 +264,81 @@ TEST_F(TextIndexTest, AChangeReadsAgainOnlyTheFlowsItTouched) {
     library.refreshOCRIndex();
     library.waitForTextRecognition();
     EXPECT_EQ(recognizer.total(), read + 2);
+}
+
+// The search cache answers for a flow only while its files are as the cache saw them; stale,
+// deleted or foreign, it is rebuilt from the sidecars and the search stays right.
+TEST_F(TextIndexTest, TheSearchCacheAnswersOnlyForFilesAsItSawThem) {
+    const fs::path root = dir / "library";
+    const auto opened = [&] {
+        auto library = std::make_unique<FlowLibrary>(FlowStore(root));
+        library->setRecognizerFactory([&] { return recognizer.function(); });
+        library->setAutomaticTextRecognition(true);
+        library->open();
+        library->waitForTextRecognition();
+        return library;
+    };
+    const auto found = [&](FlowLibrary& library, const std::string& query) {
+        return !library.textSearchIndex().hits(query).empty();
+    };
+    const auto cliFinds = [&](const std::string& query) {
+        const auto result = runCli({"search", query}, root.string());
+        EXPECT_EQ(result.code, 0) << result.err;
+        return result.out.find("01.png") != std::string::npos;
+    };
+    const auto age = [&](const fs::path& file) {
+        fs::last_write_time(file, fs::file_time_type::clock::now() - std::chrono::hours(1));
+    };
+    opened();
+    EXPECT_EQ(recognizer.total(), 2);
+    // Files written a moment ago may change again within the clock's step: the cache trusts
+    // only older ones.
+    age(flow() / "meta.json");
+    age(flow() / "ocr.json");
+    opened();
+    EXPECT_EQ(recognizer.total(), 2) << "the sidecar was up to date";
+    EXPECT_TRUE(fs::exists(root / SearchCache::kFileName));
+
+    // The sidecar is changed behind the cache's back, its time and size kept: the cache
+    // answers (nothing else was read), in the window and on the command line.
+    const std::string sidecar = readFile(flow() / "ocr.json");
+    std::string forged = sidecar;
+    for (std::size_t at = 0; (at = forged.find("create account", at)) != std::string::npos;)
+        forged.replace(at, 14, "create accoumt");
+    const auto time = fs::last_write_time(flow() / "ocr.json");
+    writeFile(flow() / "ocr.json", forged);
+    fs::last_write_time(flow() / "ocr.json", time);
+    EXPECT_TRUE(found(*opened(), "create account"));
+    EXPECT_TRUE(cliFinds("create account"));
+    EXPECT_FALSE(cliFinds("accoumt"));
+
+    // Its time moves: the cache's rows for it are stale, the sidecar is read.
+    age(flow() / "ocr.json");
+    auto library = opened();
+    EXPECT_TRUE(found(*library, "create accoumt"));
+    EXPECT_FALSE(found(*library, "create account"));
+    EXPECT_TRUE(cliFinds("accoumt"));
+    EXPECT_EQ(recognizer.total(), 2) << "stale cache rows cost a read, not a recognition";
+
+    // Deleted, or not a cache at all: everything still works, and it is made again.
+    library.reset();
+    fs::remove(root / SearchCache::kFileName);
+    EXPECT_TRUE(cliFinds("accoumt"));
+    EXPECT_TRUE(found(*opened(), "accoumt"));
+    writeFile(root / SearchCache::kFileName, std::string(4096, 'x'));
+    fs::remove(root / (std::string(SearchCache::kFileName) + "-wal"));
+    fs::remove(root / (std::string(SearchCache::kFileName) + "-shm"));
+    EXPECT_TRUE(found(*opened(), "accoumt"));
+    EXPECT_TRUE(cliFinds("accoumt"));
+
+    // A picture edited since it was read is read again even though the cache knew the flow.
+    age(flow() / "ocr.json");
+    opened();
+    touch("01.png");
+    recognizer.words["01.png"] = "Welcome back";
+    library = opened();
+    EXPECT_EQ(recognizer.total(), 3);
+    EXPECT_TRUE(found(*library, "welcome back"));
 }
 
 TEST_F(TextIndexTest, AReadOnlyLibraryIsSearchedAndBrowsedWithoutAChange) {
