@@ -76,18 +76,17 @@ void FlowLibrary::startOCRPass() {
             post([this, loaded = std::make_shared<CachedText>(cachedText(cached))] {
                 adoptCachedText(std::move(*loaded));
             });
-        const auto fresh = [&](const std::string& folder) {
-            const auto it = cached.find(folder);
-            return it != cached.end() &&
-                   (readOnly || !SearchCache::picturesChanged(store.flowURL(folder), it->second));
-        };
+        std::set<std::string> fresh;
+        for (const auto& [folder, derived] : cached)
+            if (readOnly || !SearchCache::picturesChanged(store.flowURL(folder), derived))
+                fresh.insert(folder);
 
         OCRIndex::Recognizer recognize = factory ? factory() : tesseractRecognizer();
         // Reading each flow's sidecar first tells how much there is to do.
         int remaining = 0;
         for (const auto& folder : folders) {
             try {
-                if (!readOnly && !fresh(folder))
+                if (!readOnly && !fresh.contains(folder))
                     remaining += static_cast<int>(OCRIndex::staleScreens(store, folder).size());
             } catch (const std::exception&) {
             }
@@ -98,7 +97,7 @@ void FlowLibrary::startOCRPass() {
         for (const auto& folder : folders) {
             if (*cancel)
                 break;
-            if (fresh(folder))
+            if (fresh.contains(folder))
                 continue;
             try {
                 const auto recognized = [&] {

@@ -53,6 +53,15 @@ protected:
         recognizer.words = {{"01.png", "Create Account"}, {"02.png", "Verify E-mail"}};
     }
     fs::path flow() const { return store.flowURL(folder); }
+    // A second flow of one still, with the first flow's first picture readable.
+    std::string addOtherFlow() {
+        const std::string other =
+            store.createEmptyFlow("Acme", "Other", std::nullopt, Date{}).folderName;
+        writePicture(dir / "e.png", 8, 8);
+        store.addScreens(other, {dir / "e.png"}, Date{});
+        recognizer.words["01.png"] = "Create Account";
+        return other;
+    }
     OCRIndex::Derived derive() { return OCRIndex::derive(store, folder, recognizer.function()); }
     void touch(const std::string& file) {
         const auto path = flow() / file;
@@ -189,11 +198,7 @@ TEST_F(TextIndexTest, RequestsDuringAPassMakeExactlyOneMore) {
 // A pass that finds a flow as it was touches nothing: no rebuilt search, no redrawn gallery.
 // Only the flow whose text changed is announced.
 TEST_F(TextIndexTest, APassOverUnchangedFlowsAnnouncesNothing) {
-    const std::string other =
-        store.createEmptyFlow("Acme", "Other", std::nullopt, Date{}).folderName;
-    writePicture(dir / "e.png", 8, 8);
-    store.addScreens(other, {dir / "e.png"}, Date{});
-    recognizer.words["01.png"] = "Create Account";
+    addOtherFlow();
     FlowLibrary library{FlowStore(dir / "library")};
     library.open();
     library.setRecognizerFactory([&] { return recognizer.function(); });
@@ -217,11 +222,7 @@ TEST_F(TextIndexTest, APassOverUnchangedFlowsAnnouncesNothing) {
 // After opening, a change reads again the flows it touched, and only those; a reload that
 // changed nothing starts no pass at all. The search sees each flow's new text at once.
 TEST_F(TextIndexTest, AChangeReadsAgainOnlyTheFlowsItTouched) {
-    const std::string other =
-        store.createEmptyFlow("Acme", "Other", std::nullopt, Date{}).folderName;
-    writePicture(dir / "e.png", 8, 8);
-    store.addScreens(other, {dir / "e.png"}, Date{});
-    recognizer.words["01.png"] = "Create Account";
+    const std::string other = addOtherFlow();
     FlowLibrary library{FlowStore(dir / "library")};
     library.setRecognizerFactory([&] { return recognizer.function(); });
     library.setAutomaticTextRecognition(true);
