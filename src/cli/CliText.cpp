@@ -9,6 +9,7 @@
 #include "text/OCRSidecar.h"
 #include "text/ScreenOCR.h"
 #include "text/SearchCache.h"
+#include "text/SearchFold.h"
 
 #include <map>
 #include <memory>
@@ -99,14 +100,15 @@ int search(Invocation& inv, FlowStore& store, std::ostream& out) {
     }
 
     // The text read so far, as the sidecars hold it; no picture is read here. The search cache
-    // answers for flows whose files are as it saw them; the others' sidecars are read, and
-    // cached for next time.
+    // answers for flows whose files are as it saw them, with only the screens that hold the
+    // query; the others' sidecars are read, and cached for next time.
     const LibraryIndex index = store.readIndex();
     std::vector<std::string> folders;
     for (const auto& flow : index.flows)
         folders.push_back(flow.folderName);
     SearchCache cache(store.root(), true);
-    std::map<std::string, OCRIndex::Derived> derived = cache.load(folders);
+    std::map<std::string, OCRIndex::Derived> derived =
+        cache.loadMatching(folders, SearchFold::fold(inv.arguments[0]));
     for (const auto& folder : folders) {
         if (derived.contains(folder))
             continue;

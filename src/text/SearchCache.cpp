@@ -2,6 +2,7 @@
 
 #include "library/LibraryLayout.h"
 #include "text/OCRSidecar.h"
+#include "text/SearchFold.h"
 
 #include <sqlite3.h>
 
@@ -78,13 +79,19 @@ std::int64_t now() {
 } // namespace
 
 std::optional<SearchCache::Stamp> SearchCache::stampOf(const std::filesystem::path& flowFolder) {
+    // Plain strings: a search stamps every flow of the library.
+    std::string path = flowFolder.native();
+    if (!path.ends_with('/'))
+        path += '/';
+    const std::size_t folderSize = path.size();
     struct stat info {};
-    if (::stat((flowFolder / LibraryLayout::kMetaFile).c_str(), &info) != 0)
+    if (::stat(path.append(LibraryLayout::kMetaFile).c_str(), &info) != 0)
         return std::nullopt;
     Stamp stamp;
     stamp.metaTime = nanoseconds(info.st_mtim);
     stamp.metaSize = info.st_size;
-    if (::stat((flowFolder / LibraryLayout::kOCRFile).c_str(), &info) == 0) {
+    path.resize(folderSize);
+    if (::stat(path.append(LibraryLayout::kOCRFile).c_str(), &info) == 0) {
         stamp.ocrTime = nanoseconds(info.st_mtim);
         stamp.ocrSize = info.st_size;
     }
@@ -136,7 +143,11 @@ void SearchCache::create() {
         exec("CREATE TABLE flows (folder TEXT PRIMARY KEY, meta_time INTEGER, meta_size INTEGER,"
              " ocr_time INTEGER, ocr_size INTEGER, images INTEGER, videos INTEGER,"
              " trusted INTEGER, screens TEXT)") &&
+        exec("DROP TABLE IF EXISTS folded") &&
         exec("CREATE TABLE screens (folder TEXT, file TEXT, read_at REAL, text TEXT,"
+             " PRIMARY KEY (folder, file)) WITHOUT ROWID") &&
+        // The text as search compares it, apart so that a search scans nothing else.
+        exec("CREATE TABLE folded (folder TEXT, file TEXT, text TEXT,"
              " PRIMARY KEY (folder, file)) WITHOUT ROWID");
     Statement version(db_, "INSERT INTO info VALUES ('version', ?)");
     if (!made || !version || !version.bind(1, std::int64_t{kVersion}).run()) {
@@ -160,6 +171,17 @@ bool SearchCache::picturesChanged(const std::filesystem::path& flowFolder,
 
 std::map<std::string, OCRIndex::Derived>
 SearchCache::load(const std::vector<std::string>& folders) const {
+    return read(folders, nullptr);
+}
+
+std::map<std::string, OCRIndex::Derived>
+SearchCache::loadMatching(const std::vector<std::string>& folders,
+                          const std::string& foldedQuery) const {
+    return read(folders, &foldedQuery);
+}
+
+std::map<std::string, OCRIndex::Derived> SearchCache::read(const std::vector<std::string>& folders,
+                                                           const std::string* foldedQuery) const {
     std::map<std::string, OCRIndex::Derived> found;
     if (!db_)
         return found;
@@ -191,9 +213,15 @@ SearchCache::load(const std::vector<std::string>& folders) const {
         }
     }
     {
-        Statement screens(db_, "SELECT folder, file, read_at, text FROM screens ORDER BY folder");
+        Statement screens(db_, foldedQuery ? "SELECT folder, file, NULL, text FROM folded"
+                                             " WHERE instr(text, ?) > 0 ORDER BY folder"
+                                           : "SELECT folder, file, read_at, text FROM screens"
+                                             " ORDER BY folder");
+        if (foldedQuery)
+            screens.bind(1, *foldedQuery);
         auto flow = found.end();
-        while (screens && screens.step()) {
+        // An empty query holds no screen's text.
+        while (screens && !(foldedQuery && foldedQuery->empty()) && screens.step()) {
             const std::string folder = screens.text(0);
             if (flow == found.end() || flow->first != folder)
                 flow = found.find(folder);
@@ -202,6 +230,10 @@ SearchCache::load(const std::vector<std::string>& folders) const {
             std::string file = screens.text(1);
             if (!LibraryLayout::isSafeFileName(file))
                 continue;
+            if (foldedQuery) {
+                flow->second.text.emplace(std::move(file), screens.text(3));
+                continue;
+            }
             if (screens.isNull(2)) {
                 flow->second.stills.emplace(std::move(file), std::nullopt);
                 continue;
@@ -221,12 +253,15 @@ void SearchCache::store(const std::string& folder, const Stamp& stamp,
     const bool trusted = stamp.metaTime < now() - kRacyNs && stamp.ocrTime < now() - kRacyNs;
     exec("BEGIN IMMEDIATE");
     Statement clear(db_, "DELETE FROM screens WHERE folder = ?");
+    Statement clearFolded(db_, "DELETE FROM folded WHERE folder = ?");
     Statement flow(db_, "INSERT OR REPLACE INTO flows VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?)");
     std::string screens;
     for (const auto& file : derived.order)
         screens += (screens.empty() ? "" : "\n") + file;
     Statement screen(db_, "INSERT INTO screens VALUES (?, ?, ?, ?)");
-    bool stored = clear && flow && screen && clear.bind(1, folder).run();
+    Statement folded(db_, "INSERT INTO folded VALUES (?, ?, ?)");
+    bool stored = clear && clearFolded && flow && screen && folded && clear.bind(1, folder).run() &&
+                  clearFolded.bind(1, folder).run();
     stored = stored && flow.bind(1, folder)
                            .bind(2, stamp.metaTime)
                            .bind(3, stamp.metaSize)
@@ -247,6 +282,9 @@ void SearchCache::store(const std::string& folder, const Stamp& stamp,
         else
             screen.bindNull(3).bindNull(4);
         stored = screen.run();
+        if (stored && readAt && text != derived.text.end())
+            stored =
+                folded.bind(1, folder).bind(2, file).bind(3, SearchFold::fold(text->second)).run();
     }
     exec(stored ? "COMMIT" : "ROLLBACK");
 }
@@ -263,6 +301,7 @@ void SearchCache::keepOnly(const std::vector<std::string>& folders) {
             add.bind(1, folder).run();
     exec("DELETE FROM flows WHERE folder NOT IN (SELECT folder FROM present)");
     exec("DELETE FROM screens WHERE folder NOT IN (SELECT folder FROM present)");
+    exec("DELETE FROM folded WHERE folder NOT IN (SELECT folder FROM present)");
     exec("COMMIT");
 }
 

@@ -21,7 +21,7 @@ namespace varnel {
 // of another version, or one that can't be read, is started afresh. Deleting it loses nothing.
 class SearchCache {
 public:
-    static constexpr int kVersion = 1;
+    static constexpr int kVersion = 2;
     static constexpr std::string_view kFileName = ".search-cache.sqlite";
 
     // What a flow's files looked like when its text was read.
@@ -41,6 +41,10 @@ public:
 
     // The flows among `folders` whose rows still describe their files.
     std::map<std::string, OCRIndex::Derived> load(const std::vector<std::string>& folders) const;
+    // The same, but with only the screens whose folded text holds `foldedQuery`, each holding
+    // its folded text: enough to answer one search without reading every screen's text.
+    std::map<std::string, OCRIndex::Derived> loadMatching(const std::vector<std::string>& folders,
+                                                          const std::string& foldedQuery) const;
     // Whether a flow must be read again: a still without text, or one whose picture changed
     // since it was read.
     static bool picturesChanged(const std::filesystem::path& flowFolder,
@@ -52,6 +56,8 @@ public:
 
 private:
     void create();
+    std::map<std::string, OCRIndex::Derived> read(const std::vector<std::string>& folders,
+                                                  const std::string* foldedQuery) const;
     bool exec(const char* sql) const;
 
     std::filesystem::path root_;

@@ -311,6 +311,7 @@ TEST_F(TextIndexTest, TheSearchCacheAnswersOnlyForFilesAsItSawThem) {
     fs::last_write_time(flow() / "ocr.json", time);
     EXPECT_TRUE(found(*opened(), "create account"));
     EXPECT_TRUE(cliFinds("create account"));
+    EXPECT_TRUE(cliFinds(" Account   ETAPE")) << "the cache holds the text as search folds it";
     EXPECT_FALSE(cliFinds("accoumt"));
 
     // Its time moves: the cache's rows for it are stale, the sidecar is read.
