@@ -103,6 +103,8 @@ Commands:
                                               VARNEL_FIGMA_API when it is set
   figma token [--clear]                       store the Figma token read from standard input in
                                               the keychain, or remove it
+  figma plugin DIR                            save the Varnel Import plugin for Figma (a zip) in
+                                              DIR; prints its path
 
 Options:
   --library DIR   the library folder
@@ -285,8 +287,9 @@ int recover(const Invocation& inv, FlowStore& store, std::ostream& out, std::ost
 
 bool changesLibrary(const Invocation& inv) {
     const std::string& command = inv.command;
-    if (command == "figma" && !inv.arguments.empty() && inv.arguments[0] == "token")
-        return false; // the keychain's, not the library's
+    if (command == "figma" && !inv.arguments.empty() &&
+        (inv.arguments[0] == "token" || inv.arguments[0] == "plugin"))
+        return false; // the keychain's or another folder's, not the library's
     return command != "list" && command != "check" && command != "export-app" &&
            command != "sources" && command != "search";
 }

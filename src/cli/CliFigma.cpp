@@ -5,6 +5,7 @@
 #include "figma/FigmaCommentSync.h"
 #include "figma/FigmaExport.h"
 #include "figma/FigmaFileLink.h"
+#include "figma/FigmaPlugin.h"
 #include "figma/FigmaSyncService.h"
 #include "figma/KeychainStore.h"
 #include "library/Errors.h"
@@ -35,6 +36,13 @@ int exportPackage(const Invocation& inv, FlowStore& store, std::ostream& out) {
     const auto destination = store.flowURL(folder) / FigmaExport::packageName(meta);
     FigmaExport::exportPackage(meta, store.flowURL(folder), destination);
     out << destination.string() << "\n";
+    return kSuccess;
+}
+
+int plugin(const Invocation& inv, std::ostream& out) {
+    expectArguments(inv, 2, "plugin DIR");
+    const auto file = FigmaPlugin::save(inv.arguments[1]);
+    out << file.string() << "\n";
     return kSuccess;
 }
 
@@ -105,7 +113,9 @@ int figma(Invocation& inv, FlowStore& store, const FigmaAccess& access, std::ost
         return publish(inv, store, access, out);
     if (sub == "token")
         return token(inv, access, out);
-    throw UsageError("figma needs export, link, sync or token");
+    if (sub == "plugin")
+        return plugin(inv, out);
+    throw UsageError("figma needs export, link, sync, token or plugin");
 }
 
 } // namespace varnel::cli

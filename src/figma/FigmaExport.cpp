@@ -21,7 +21,9 @@ Json manifest(const FlowMeta& meta) {
             entry["caption"] = *screen.name;
         screens.push_back(std::move(entry));
     }
+    // "flowId" is what the plugin tags the board with, so that the board can be found again.
     Json json{{"version", 2},
+              {"flowId", meta.id},
               {"title", meta.name},
               {"application", meta.application.value_or("")},
               {"width", meta.width},

@@ -17,7 +17,7 @@ public:
 inline constexpr const char* kExtension = ".figflow.zip";
 inline constexpr const char* kManifestName = "flow.json";
 
-// "flow.json" of the package: version 2, the flow's names and size, and its still screens.
+// "flow.json" of the package: version 2, the flow's id, names and size, and its still screens.
 Json manifest(const FlowMeta& meta);
 
 // Writes the package for the import plugin: "flow.json" and the still screens at the zip's

@@ -3,20 +3,19 @@
 #include "ui/GalleryView.h"
 #include "ui/MainWindow.h"
 
-#include "figma/Background.h"
-#include "figma/FigmaPluginDownload.h"
+#include "figma/FigmaPlugin.h"
 #include "ui/FigmaFlowBar.h"
 #include "ui/Messages.h"
 #include "ui/ScreenEditor.h"
 #include "ui/ScreenPreview.h"
 
-#include <QCoreApplication>
 #include <QDesktopServices>
 #include <QInputDialog>
+#include <QMessageBox>
+#include <QPushButton>
 #include <QUrl>
 
 #include <algorithm>
-#include <variant>
 
 // The commands on screens and flows, and what a drop on the gallery does.
 namespace varnel {
@@ -293,30 +292,26 @@ void MainWindow::publishToFigma() {
 }
 
 void MainWindow::downloadFigmaPlugin() {
-    const std::string url = FigmaPluginDownload::packageURL(
-        FigmaPluginDownload::kBaseURL, QCoreApplication::applicationVersion().toStdString());
-    const std::filesystem::path folder =
-        startFolder(QStandardPaths::DownloadLocation).toStdString();
-    showTransient(tr("Downloading the Figma plugin…"));
-    using Result = std::variant<std::filesystem::path, std::string>;
-    runInBackground(
-        this,
-        [url, folder]() -> Result {
-            try {
-                return FigmaPluginDownload::download(url, folder);
-            } catch (const std::exception& e) {
-                return std::string(e.what());
-            }
-        },
-        [this](const Result& result) {
-            if (const auto* file = std::get_if<std::filesystem::path>(&result)) {
-                showTransient(tr("Saved the Figma plugin to %1").arg(qs(file->string())));
-                return;
-            }
-            showTransient({});
-            showError(this, tr("Couldn’t download the Figma plugin"),
-                      qs(std::get<std::string>(result)));
-        });
+    // The plugin ships inside Varnel: saving it needs no network.
+    const QString folder = startFolder(QStandardPaths::DownloadLocation);
+    std::filesystem::path file;
+    try {
+        file = FigmaPlugin::save(folder.toStdString());
+    } catch (const std::exception& e) {
+        showError(this, tr("Couldn’t save the Figma plugin"), qs(e.what()));
+        return;
+    }
+    showTransient(tr("Saved the Figma plugin to %1").arg(qs(file.string())));
+    auto* box = new QMessageBox(QMessageBox::Information, tr("Figma Plugin Saved"),
+                                tr("Saved %1 in %2.").arg(qs(file.filename().string()), folder),
+                                QMessageBox::Ok, this);
+    box->setObjectName("figmaPluginSaved");
+    box->setInformativeText(tr(FigmaPlugin::kInstructions));
+    QPushButton* show = box->addButton(tr("Show in Folder"), QMessageBox::ActionRole);
+    connect(show, &QPushButton::clicked, this,
+            [folder] { QDesktopServices::openUrl(QUrl::fromLocalFile(folder)); });
+    box->setAttribute(Qt::WA_DeleteOnClose);
+    box->open();
 }
 
 } // namespace varnel

@@ -1,7 +1,6 @@
 // The REST client against a Figma on 127.0.0.1: what it sends and how it reads every answer.
 #include "figma/FigmaAPI.h"
 #include "figma/FigmaAPIError.h"
-#include "figma/FigmaPluginDownload.h"
 #include "figma/FigmaSyncError.h"
 #include "figma/HttpClient.h"
 #include "support/FakeFigma.h"
@@ -166,37 +165,18 @@ TEST_F(FigmaClientTest, CommentsWithoutPlacesOrDates) {
     EXPECT_EQ(refs[1].authorHandle, FakeFigma::kForeignHandle);
 }
 
-TEST_F(FigmaClientTest, DownloadsThePluginPackage) {
-    namespace D = FigmaPluginDownload;
-    EXPECT_EQ(D::packageURL("https://x.test/d/", "1.2.3"),
-              "https://x.test/d/Varnel-figma-plugin-v1.2.3.zip");
-    EXPECT_EQ(D::packageURL("https://x.test/d/", ""), "https://x.test/d/Varnel-figma-plugin.zip");
-    EXPECT_EQ(std::string(D::kBaseURL).rfind("https://", 0), 0u);
-
-    test::TempDir dir;
-    const std::string base = figma.baseURL() + "/downloads/";
-    const auto file = D::download(D::packageURL(base, "1.2.3"), dir / "Downloads");
-    EXPECT_EQ(file, dir / "Downloads" / FakeFigma::kPluginFile);
-    EXPECT_EQ(test::readFile(file), FakeFigma::kPluginBytes);
-    try {
-        D::download(D::packageURL(base, "9.9"), dir / "Downloads");
-        FAIL() << "no error";
-    } catch (const std::runtime_error& e) {
-        EXPECT_STREQ(e.what(), "server returned HTTP 404");
-    }
-    EXPECT_FALSE(std::filesystem::exists(dir / "Downloads" / "Varnel-figma-plugin-v9.9.zip"));
-    EXPECT_THROW(D::download("http://127.0.0.1:1/Varnel-figma-plugin.zip", dir.path()),
-                 Http::TransportError);
-
-    // A redirect is followed to the file, which keeps the name that was asked for.
-    std::filesystem::remove_all(dir / "Downloads");
-    const auto redirected =
-        D::download(figma.baseURL() + "/redirect/" + FakeFigma::kPluginFile, dir / "Downloads");
-    EXPECT_EQ(test::readFile(redirected), FakeFigma::kPluginBytes);
-    // Never one that leaves for plain http elsewhere.
-    EXPECT_THROW(D::download(figma.baseURL() + "/redirect-away/x.zip", dir / "Downloads"),
-                 Http::TransportError);
-    EXPECT_FALSE(std::filesystem::exists(dir / "Downloads" / "x.zip"));
+// Redirects are followed only when a request asks, and only to https.
+TEST_F(FigmaClientTest, RedirectsAreFollowedOnlyWhenAskedAndNeverToPlainHttp) {
+    Http::Request request;
+    request.url = figma.baseURL() + "/redirect/" + FakeFigma::kRedirectTarget;
+    EXPECT_EQ(Http::perform(request).status, 302) << "not followed unless asked";
+    request.maxRedirects = 5;
+    const auto followed = Http::perform(request);
+    EXPECT_EQ(followed.status, 200);
+    EXPECT_EQ(followed.body, FakeFigma::kRedirectBody);
+    request.url = figma.baseURL() + "/redirect-away/x.zip";
+    EXPECT_THROW(Http::perform(request), Http::TransportError);
+    EXPECT_EQ(figma.violations(), std::vector<std::string>{});
 }
 
 TEST_F(FigmaClientTest, CommentShapesFigmaSends) {

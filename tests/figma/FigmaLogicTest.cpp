@@ -465,6 +465,7 @@ TEST(FigmaExportTest, PackageHoldsTheManifestAndTheStills) {
     EXPECT_EQ(manifest, R"({
   "application": "Acme",
   "category": "Onboarding",
+  "flowId": "F1",
   "height": 2556,
   "screens": [
     {

@@ -117,6 +117,11 @@ void FakeFigma::addFile(const std::string& key) {
         {"id", "0:0"}, {"name", "Document"}, {"type", "DOCUMENT"}, {"children", Json::array()}};
 }
 
+void FakeFigma::setDocument(const Json& document, const std::string& fileKey) {
+    std::lock_guard lock(mutex_);
+    file(fileKey).document = document;
+}
+
 FakeFigma::File& FakeFigma::file(const std::string& key) {
     const auto found = files_.find(key.empty() ? fileKey_ : key);
     if (found == files_.end())
@@ -660,14 +665,14 @@ void FakeFigma::route() {
         res.set_header("Location", "http://example.com/" + req.matches[1].str());
     });
 
-    // The app's download site, for the plugin package.
+    // Where the redirects lead.
     s.Get(R"(/downloads/(.+))", [this](const httplib::Request& req, httplib::Response& res) {
         if (req.has_header("X-Figma-Token") || req.has_header("Authorization")) {
             std::lock_guard lock(mutex_);
             violation(req.path + ": a download carried credentials");
         }
-        if (req.matches[1] == kPluginFile) {
-            res.set_content(kPluginBytes, "application/zip");
+        if (req.matches[1] == kRedirectTarget) {
+            res.set_content(kRedirectBody, "application/json");
             return;
         }
         res.status = 404;

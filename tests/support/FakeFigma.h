@@ -51,6 +51,9 @@ public:
     // Another file, empty, as a duplicate or a second import makes one. Node and comment ids are
     // unique across files.
     void addFile(const std::string& key);
+    // Replaces a file's document with one in the shape GET /v1/files/:key?plugin_data=shared
+    // returns, as a plugin left it.
+    void setDocument(const Json& document, const std::string& fileKey = {});
 
     // A file: one page per call of addPage, boards on pages. Returns node ids.
     std::string addPage(const std::string& name, const std::string& fileKey = {});
@@ -98,8 +101,9 @@ public:
     std::vector<std::string> violations() const;
     void clearLog();
 
-    static constexpr const char* kPluginFile = "Varnel-figma-plugin-v1.2.3.zip";
-    static constexpr const char* kPluginBytes = "PK plugin package";
+    // What /redirect/<kRedirectTarget> leads to, for the HTTP client's redirect rules.
+    static constexpr const char* kRedirectTarget = "feed.json";
+    static constexpr const char* kRedirectBody = "{\"redirected\": true}";
     static constexpr const char* kUserId = "1001";
     static constexpr const char* kUserHandle = "Mina Kerr";
     static constexpr const char* kForeignId = "2002";
