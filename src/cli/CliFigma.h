@@ -22,7 +22,7 @@ struct FigmaAccess {
 };
 
 // `figma export FOLDER`, `figma link FOLDER URL`, `figma sync FOLDER` (or `figma publish`),
-// `figma token [--clear]`.
+// `figma token [--clear]`, `figma plugin DIR`.
 int figma(Invocation& inv, FlowStore& store, const FigmaAccess& access, std::ostream& out);
 
 } // namespace varnel::cli

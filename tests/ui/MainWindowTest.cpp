@@ -1,5 +1,6 @@
 #include "ui/MainWindow.h"
 #include "app/AppSettings.h"
+#include "figma/FigmaPlugin.h"
 #include "library/FlowLibrary.h"
 #include "support/MediaProbe.h"
 #include "support/TestLibrary.h"
@@ -378,6 +379,27 @@ TEST_F(MainWindowTest, MenusNameEveryCommandAndDisableWhatIsNotBuiltYet) {
     EXPECT_EQ(window->action("Quit")->shortcut(), QKeySequence::Quit);
     EXPECT_FALSE(window->action("Rename Flow…")->isEnabled()) << "nothing picked yet";
     EXPECT_FALSE(window->action("Export Application…")->isEnabled());
+}
+
+// The plugin ships inside Varnel: it is saved with no network, and the user is told how to add
+// it to Figma.
+TEST_F(MainWindowTest, DownloadFigmaPluginSavesTheShippedPluginAndSaysHowToAddIt) {
+    const QByteArray home = qgetenv("HOME");
+    qputenv("HOME", QByteArray::fromStdString((dir / "home").string()));
+    fs::create_directories(dir / "home" / "Downloads");
+    window->action("Download Figma Plugin…")->trigger();
+    qputenv("HOME", home);
+    auto* box = window->findChild<QMessageBox*>("figmaPluginSaved");
+    ASSERT_TRUE(box);
+    const fs::path file = dir / "home" / "Downloads" / FigmaPlugin::fileName();
+    ASSERT_TRUE(fs::exists(file));
+    EXPECT_EQ(readFile(file), FigmaPlugin::package());
+    EXPECT_GT(FigmaPlugin::package().size(), 1000u);
+    EXPECT_EQ(FigmaPlugin::package().substr(0, 2), "PK");
+    EXPECT_TRUE(box->text().contains(QString::fromStdString(FigmaPlugin::fileName())));
+    EXPECT_TRUE(
+        box->informativeText().contains("Plugins ▸ Development ▸ Import plugin from manifest…"));
+    box->close();
 }
 
 TEST_F(MainWindowTest, StatusSumsUpTheLibraryAndSaysWhenItCantBeRead) {
