@@ -65,7 +65,9 @@ void BM_StillToPngFile(benchmark::State& state) {
         std::optional<CapturedFrame> still;
         frame.withPixels([&](const std::uint8_t* pixels, std::size_t stride) {
             still = CapturedFrame{PngWriter::encode(pixels, frame.width(), frame.height(), stride),
-                                  frame.width(), frame.height()};
+                                  frame.width(),
+                                  frame.height(),
+                                  {}};
         });
         return still;
     });

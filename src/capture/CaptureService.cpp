@@ -1,5 +1,6 @@
 #include "capture/CaptureService.h"
 
+#include "capture/AdbScreenFeed.h"
 #include "capture/WindowGrabber.h"
 #include "capture/WindowWatch.h"
 #include "media/GstSupport.h"
@@ -139,6 +140,45 @@ void CaptureService::startWindow(const X11Window& window) {
     setSourceHidden(!windowWatch_->isViewable());
 }
 
+void CaptureService::startAdb(const std::string& serial, const AdbClient& client) {
+    std::vector<AdbDevice> devices;
+    try {
+        devices = client.devices();
+    } catch (const AdbError& error) {
+        throw CaptureError(CaptureError::Kind::cannotAddInput, error.what());
+    }
+    const auto device = std::find_if(devices.begin(), devices.end(),
+                                     [&](const AdbDevice& d) { return d.serial == serial; });
+    if (device == devices.end())
+        throw CaptureError(CaptureError::Kind::cannotAddInput,
+                           "The Android device is no longer connected.");
+    if (device->state == "unauthorized")
+        throw CaptureError(CaptureError::Kind::accessDenied, kAdbUnauthorizedHint);
+    if (device->state != "device")
+        throw CaptureError(CaptureError::Kind::cannotAddInput,
+                           "The Android device is " + device->state + "; reconnect it.");
+    startDescription("appsrc name=adb is-live=true format=time do-timestamp=true "
+                     "caps=video/x-h264,stream-format=byte-stream,alignment=none");
+    GstElement* source = gst_bin_get_by_name(GST_BIN(pipeline_), "adb");
+    auto feed = std::make_unique<AdbScreenFeed>(client, serial);
+    const unsigned generation = generation_;
+    feed->start(GST_APP_SRC(source), [this, generation, alive = alive_](const std::string& why) {
+        if (!*alive)
+            return;
+        const QString reason = QString::fromStdString(why);
+        QMetaObject::invokeMethod(
+            this, [this, generation, reason] { sourceEnded(generation, reason); },
+            Qt::QueuedConnection);
+    });
+    gst_object_unref(source); // the pipeline keeps it, and outlives the feed
+    adbFeed_ = std::move(feed);
+    adbDevice_.emplace(client, serial);
+}
+
+int CaptureService::adbStreams() const {
+    return adbFeed_ ? adbFeed_->streams() : 0;
+}
+
 void CaptureService::setSourceHidden(bool hidden) {
     if (hidden == sourceHidden_)
         return;
@@ -258,6 +298,8 @@ void CaptureService::stopPipeline() {
     ++generation_;
     windowGrabber_.reset(); // before the pipeline that holds its app source
     windowWatch_.reset();
+    adbFeed_.reset();
+    adbDevice_.reset();
     setSourceHidden(false);
     GstElement* pipeline = std::exchange(pipeline_, nullptr);
     gst_element_set_state(pipeline, GST_STATE_NULL);
@@ -323,13 +365,49 @@ void CaptureService::recordingEnded(const MovieWriter::Outcome& outcome) {
         onRecordingFinished(outcome.file);
 }
 
+namespace {
+
+// The size a PNG's header states; none for anything that is no PNG.
+std::optional<std::pair<int, int>> pngSizeOf(const std::string& bytes) {
+    static const std::string signature("\x89PNG\r\n\x1a\n", 8);
+    if (bytes.size() < 24 || bytes.compare(0, 8, signature) != 0 ||
+        bytes.compare(12, 4, "IHDR") != 0)
+        return std::nullopt;
+    const auto word = [&](std::size_t at) {
+        return static_cast<int>((static_cast<unsigned char>(bytes[at]) << 24) |
+                                (static_cast<unsigned char>(bytes[at + 1]) << 16) |
+                                (static_cast<unsigned char>(bytes[at + 2]) << 8) |
+                                static_cast<unsigned char>(bytes[at + 3]));
+    };
+    return std::pair{word(16), word(20)};
+}
+
+} // namespace
+
 std::optional<CapturedFrame> CaptureService::stillFrame() const {
+    std::string failure;
+    if (adbDevice_) {
+        // The device's own screenshot: full resolution, exact pixels, none of the stream's loss.
+        try {
+            std::string png = adbDevice_->first.exec(adbDevice_->second, "screencap -p");
+            if (const auto size = pngSizeOf(png))
+                return CapturedFrame{std::move(png), size->first, size->second, {}};
+            failure = png.empty() ? "it sent nothing" : png.substr(0, 200);
+        } catch (const AdbError& error) {
+            failure = error.what();
+        }
+    }
     const VideoFrame frame = frameBox_.latest();
     std::optional<CapturedFrame> still;
     frame.withPixels([&](const std::uint8_t* pixels, std::size_t stride) {
         still = CapturedFrame{PngWriter::encode(pixels, frame.width(), frame.height(), stride),
-                              frame.width(), frame.height()};
+                              frame.width(),
+                              frame.height(),
+                              {}};
     });
+    if (still && adbDevice_)
+        still->note = "The phone's screenshot failed (" + failure +
+                      "); this still is a frame of its live picture, with the stream's loss.";
     return still;
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #ifndef Q_MOC_RUN
+#include "capture/AdbClient.h"
 #include "capture/CapturedFrame.h"
 #include "capture/MovieWriter.h"
 #include "capture/SimulatorWindows.h"
@@ -45,6 +46,7 @@ struct PixelSize {
 // ending in a BGRA sink that keeps only the newest frame, keeps that frame in a FrameBox and
 // records clips from it. Frames arrive on GStreamer's streaming thread, which also makes every
 // MovieWriter call; published state changes on the main thread only.
+class AdbScreenFeed;
 class WindowGrabber;
 class WindowWatch;
 
@@ -65,6 +67,9 @@ public:
     void start(GstDevice* device);
     // Window source (an X window id); throws CaptureError.
     void startWindow(const X11Window& window);
+    // An Android device by its adb serial: its screen recorder's stream for the picture and
+    // clips, its own screenshots for stills. Throws CaptureError.
+    void startAdb(const std::string& serial, const AdbClient& client);
     // Any source described as a GStreamer launch line ending in raw video (tests, benchmarks).
     void startDescription(const std::string& description);
     void stop();
@@ -73,8 +78,11 @@ public:
     void stopRecording();
 
     VideoFrame latestFrame() const { return frameBox_.latest(); }
-    // The latest frame as a still screen; none before the first frame.
+    // The latest frame as a still screen; none before the first frame. For an Android device,
+    // the device's own screenshot, or the latest frame with a note when that fails.
     std::optional<CapturedFrame> stillFrame() const;
+    // How often the running Android device's screen recorder was started.
+    int adbStreams() const;
     MovieWriter::Counts recordingCounts();
     // Frames the running source has made, and frames that reached the frame box.
     std::uint64_t framesProduced() const { return framesProduced_; }
@@ -112,6 +120,9 @@ private:
     GstElement* pipeline_ = nullptr;
     std::unique_ptr<WindowWatch> windowWatch_;
     std::unique_ptr<WindowGrabber> windowGrabber_;
+    std::unique_ptr<AdbScreenFeed> adbFeed_;
+    // The Android device being captured, for its screenshots.
+    std::optional<std::pair<AdbClient, std::string>> adbDevice_;
     std::atomic<bool> sourceHidden_{false};
     unsigned generation_ = 0;
     bool isRunning_ = false;

@@ -1,6 +1,7 @@
 #include "capture/DeviceManager.h"
 
 #include "app/AppSettings.h"
+#include "capture/AdbSources.h"
 #include "capture/CameraDiscovery.h"
 #include "capture/SelectionPolicy.h"
 #include "capture/VideoNodes.h"
@@ -46,6 +47,15 @@ DeviceManager::DeviceManager(AppSettings& settings, DeviceSources sources, QObje
         };
     }
 
+    if (!sources_.watchAndroid) {
+        // The server's own tracking: a phone plugged in or an emulator started shows at once.
+        sources_.watchAndroid = [this](std::function<void(std::vector<DeviceInfo>)> apply) {
+            auto sources = std::make_shared<AdbSources>(AdbClient(sources_.adb));
+            androidTracker_ = std::make_unique<AdbDeviceTracker>(
+                AdbClient(sources_.adb), [sources, apply] { apply(sources->list()); });
+        };
+    }
+
     preferredID_ = settings_.preferredDeviceID();
     includeSimulator_ = settings_.includeSimulator();
     discoverCameras();
@@ -57,6 +67,17 @@ DeviceManager::DeviceManager(AppSettings& settings, DeviceSources sources, QObje
                 this, [this] { refresh(); }, Qt::QueuedConnection);
         });
     }
+    sources_.watchAndroid([this, alive = alive_](std::vector<DeviceInfo> devices) {
+        if (!*alive)
+            return;
+        QMetaObject::invokeMethod(
+            this,
+            [this, devices = std::move(devices)]() mutable {
+                androidDevices_ = std::move(devices);
+                rebuild();
+            },
+            Qt::QueuedConnection);
+    });
     connect(&settings_, &AppSettings::changed, this, [this](const QString& key) {
         if (key == QLatin1String("includeSimulator"))
             setIncludeSimulator(settings_.includeSimulator());
@@ -64,7 +85,9 @@ DeviceManager::DeviceManager(AppSettings& settings, DeviceSources sources, QObje
 }
 
 DeviceManager::~DeviceManager() {
-    // The monitor's thread may still post a refresh: stop it before this object goes.
+    // The monitor's and the tracker's threads may still post a refresh: stop them first.
+    *alive_ = false;
+    androidTracker_.reset();
     discovery_.reset();
     windowLister_.waitForDone();
 }
@@ -81,6 +104,13 @@ void DeviceManager::refresh() {
     discoverCameras();
     rebuild();
     refreshWindows();
+}
+
+void DeviceManager::refreshAndroid() {
+    const AdbClient client = adbClient();
+    client.ensureServer();
+    androidDevices_ = AdbSources(client).list();
+    rebuild();
 }
 
 void DeviceManager::select(const std::string& id) {
@@ -101,7 +131,8 @@ void DeviceManager::setIncludeSimulator(bool value) {
 }
 
 GstDevice* DeviceManager::cameraDevice(const std::string& id) const {
-    if (id.starts_with(SimulatorWindows::kWindowPrefix) || !sources_.cameraDevice)
+    if (id.starts_with(SimulatorWindows::kWindowPrefix) || AdbSources::isAdbID(id) ||
+        !sources_.cameraDevice)
         return nullptr;
     return sources_.cameraDevice(id);
 }
@@ -161,6 +192,7 @@ void DeviceManager::applyWindows(unsigned generation,
 
 void DeviceManager::rebuild() {
     std::vector<DeviceInfo> devices = cameraDevices_;
+    devices.insert(devices.end(), androidDevices_.begin(), androidDevices_.end());
     devices.insert(devices.end(), windowDevices_.begin(), windowDevices_.end());
     auto selected = SelectionPolicy::choose(devices, selectedID_, preferredID_, userPicked_);
     const bool listChanged = devices.size() != devices_.size() ||

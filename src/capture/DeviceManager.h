@@ -1,9 +1,11 @@
 #pragma once
 
 #ifndef Q_MOC_RUN
+#include "capture/AdbClient.h"
 #include "capture/DeviceInfo.h"
 #include "capture/SimulatorWindows.h"
 
+#include <atomic>
 #include <functional>
 #include <map>
 #include <memory>
@@ -37,10 +39,14 @@ struct DeviceSources {
     std::function<GstDevice*(const std::string&)> cameraDevice;
     // Video devices this user may not open (and so no camera list shows).
     std::function<std::vector<std::string>()> unreadableCameras;
+    // Starts following Android devices; the callback gets every new list (on any thread).
+    std::function<void(std::function<void(std::vector<DeviceInfo>)>)> watchAndroid;
+    // The adb server that Android sources are captured through.
+    AdbAddress adb = AdbAddress::current();
 };
 
-// The list of capture sources (cameras, then emulator windows) and the selection among them,
-// kept across connects, disconnects and restarts. Main thread only.
+// The list of capture sources (cameras, Android devices, then emulator windows) and the
+// selection among them, kept across connects, disconnects and restarts. Main thread only.
 class DeviceManager : public QObject {
     Q_OBJECT
 
@@ -57,6 +63,9 @@ public:
     const std::vector<std::string>& unreadableCameras() const { return unreadable_; }
 
     void refresh();
+    // Lists the Android devices now, starting the adb server when none runs (the command line
+    // does not wait for the tracking).
+    void refreshAndroid();
     void select(const std::string& id);
     void setIncludeSimulator(bool value);
 
@@ -67,6 +76,9 @@ public:
     // The same for any listed source.
     GstDevice* cameraDevice(const std::string& id) const;
     std::optional<X11Window> window(const std::string& id) const;
+
+    // The adb server to capture Android sources ("adb:" + serial) through.
+    AdbClient adbClient() const { return AdbClient(sources_.adb); }
 
     // Lets a test wait until the window list asked for last has been applied.
     void waitForWindowRefresh();
@@ -91,12 +103,16 @@ private:
     bool includeSimulator_ = false;
     std::vector<DeviceInfo> cameraDevices_;
     std::vector<std::string> unreadable_;
+    std::vector<DeviceInfo> androidDevices_;
+    std::unique_ptr<AdbDeviceTracker> androidTracker_;
     std::vector<DeviceInfo> windowDevices_;
     std::map<std::string, X11Window> windows_;
     unsigned windowGeneration_ = 0;
     QThreadPool windowLister_;
     std::unique_ptr<QFileSystemWatcher> devWatcher_;
     QTimer devSettle_;
+    // Cleared first on destruction: lists from other threads are dropped from then on.
+    std::shared_ptr<std::atomic<bool>> alive_ = std::make_shared<std::atomic<bool>>(true);
 };
 
 } // namespace varnel

@@ -151,10 +151,13 @@ void MovieWriter::append(const VideoFrame& frame) {
     } else {
         time -= firstTime_;
     }
-    if (time < 0) {
+    // A frame older than one written already (a source whose clock started again, such as a
+    // phone's screen recorder restarted) would make the movie unplayable: it is left out.
+    if (time < 0 || time <= lastTime_) {
         ++dropped_;
         return;
     }
+    lastTime_ = time;
     // A new size (a window resized, a phone turned) reaches the scaler ahead of its frame.
     GstCaps* caps = gst_sample_get_caps(frame.sample());
     if (caps && !gst_caps_is_equal(caps, caps_)) {
@@ -217,6 +220,7 @@ bool MovieWriter::createWriter(const VideoFrame& first) {
     writer_ = writer.release();
     source_ = source;
     firstTime_ = first.presentationTime();
+    lastTime_ = -1;
     firstClock_ = std::chrono::steady_clock::now();
     return true;
 }

@@ -85,6 +85,8 @@ private:
     bool active_ = false;
     unsigned recording_ = 0;
     std::int64_t firstTime_ = -1;
+    std::int64_t lastTime_ = -1; // of the last frame written, from the first
+
     std::int64_t frameDuration_ = 0;
     std::chrono::steady_clock::time_point firstClock_;
     std::uint64_t appended_ = 0;

@@ -52,6 +52,7 @@ void SessionController::start(const std::optional<std::string>& appendingTo) {
 
 bool SessionController::add(CaptureSource source) {
     addFailure_.clear();
+    addNote_.clear();
     if (!isRecording_ || !stagingDir_)
         return false;
     const auto frame = capture_();
@@ -78,6 +79,7 @@ bool SessionController::add(CaptureSource source) {
     }
     lastWidth_ = frame->width;
     lastHeight_ = frame->height;
+    addNote_ = frame->note;
     appendPending(std::move(filename), source);
     return true;
 }

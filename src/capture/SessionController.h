@@ -44,6 +44,8 @@ public:
     bool add(CaptureSource source);
     // Why the last `add` failed, in words for the user; empty after a success.
     const std::string& addFailure() const { return addFailure_; }
+    // What the user should know of the last still added (not what was asked for); often empty.
+    const std::string& addNote() const { return addNote_; }
     static constexpr const char* kNoPicture =
         "Nothing to capture: the source shows no picture yet.";
     std::optional<std::filesystem::path> beginVideo(int width, int height);
@@ -100,6 +102,7 @@ private:
     std::optional<std::string> pendingVideoFilename_;
     long long nextIndex_ = 1;
     std::string addFailure_;
+    std::string addNote_;
 };
 
 } // namespace varnel

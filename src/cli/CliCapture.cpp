@@ -3,6 +3,7 @@
 #include "cli/Cli.h"
 
 #include "app/AppSettings.h"
+#include "capture/AdbSources.h"
 #include "capture/CaptureService.h"
 #include "capture/DeviceManager.h"
 #include "capture/SessionController.h"
@@ -78,6 +79,7 @@ int sources(Invocation& inv, std::ostream& out) {
     AppSettings settings;
     DeviceManager manager(settings);
     manager.setIncludeSimulator(windows);
+    manager.refreshAndroid();
     manager.waitForWindowRefresh();
     if (inv.json) {
         Json list = Json::array();
@@ -114,6 +116,8 @@ int capture(Invocation& inv, FlowStore& store, std::ostream& out, std::ostream& 
     AppSettings settings;
     DeviceManager manager(settings);
     manager.setIncludeSimulator(sourceID.starts_with(SimulatorWindows::kWindowPrefix));
+    if (AdbSources::isAdbID(sourceID))
+        manager.refreshAndroid();
     manager.waitForWindowRefresh();
     const auto listed = std::find_if(manager.devices().begin(), manager.devices().end(),
                                      [&](const DeviceInfo& d) { return d.id == sourceID; });
@@ -126,6 +130,8 @@ int capture(Invocation& inv, FlowStore& store, std::ostream& out, std::ostream& 
     try {
         if (device.isWindow) {
             service.startWindow(*manager.window(device.id));
+        } else if (AdbSources::isAdbID(device.id)) {
+            service.startAdb(AdbSources::serialOf(device.id), manager.adbClient());
         } else {
             GstDevice* camera = manager.cameraDevice(device.id);
             const auto release = [&] {
@@ -164,6 +170,8 @@ int capture(Invocation& inv, FlowStore& store, std::ostream& out, std::ostream& 
                                              : session.addFailure())
                 << "\n";
             failed = true;
+        } else if (!session.addNote().empty()) {
+            err << "varnel-cli: still " << i + 1 << ": " << session.addNote() << "\n";
         }
     }
     if (clipSeconds > 0) {

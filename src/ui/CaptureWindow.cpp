@@ -1,6 +1,7 @@
 #include "ui/CaptureWindow.h"
 
 #include "app/AppSettings.h"
+#include "capture/AdbSources.h"
 #include "capture/DeviceManager.h"
 #include "library/FlowLibrary.h"
 #include "library/ScreenFiles.h"
@@ -228,6 +229,8 @@ void CaptureWindow::startSelectedSource() {
             if (!window)
                 throw CaptureError(CaptureError::Kind::cannotAddInput, "The window is gone.");
             service_.startWindow(*window);
+        } else if (AdbSources::isAdbID(selected->id)) {
+            service_.startAdb(AdbSources::serialOf(selected->id), devices_.adbClient());
         } else {
             GstDevice* device = devices_.cameraDevice(selected->id);
             try {
@@ -243,6 +246,11 @@ void CaptureWindow::startSelectedSource() {
         showSourceState(); // a window may be minimized from the start
     } catch (const CaptureError& error) {
         service_.stop();
+        if (error.kind() == CaptureError::Kind::accessDenied && AdbSources::isAdbID(selected->id)) {
+            preview_->showMessage(tr("Allow USB debugging"), QString::fromUtf8(error.what()));
+            sessionChanged();
+            return;
+        }
         if (error.kind() == CaptureError::Kind::accessDenied) {
             preview_->showMessage(tr("Camera access required"),
                                   tr("Varnel may not read %1. Add yourself to the “video” group "
@@ -276,9 +284,12 @@ void CaptureWindow::showNoSource() {
         sessionChanged();
         return;
     }
+    // The title stays; on Linux the ways to a phone's screen are these.
     preview_->showMessage(
         tr("No iPhone detected"),
-        tr("Connect your iPhone via USB and tap \"Trust This Computer\", then refresh."));
+        tr("Connect an Android phone with USB debugging on (Settings ▸ Developer options), start "
+           "an Android emulator, plug in a camera-type device, or tick “Include emulator "
+           "windows” to capture an emulator's window; then refresh."));
     sessionChanged();
 }
 
@@ -305,7 +316,7 @@ bool CaptureWindow::captureStill() {
         showProblem(qs(session_.addFailure()));
         return false;
     }
-    showProblem({});
+    showProblem(qs(session_.addNote())); // a phone's screenshot that failed is said, not hidden
     if (settings_.shutterSoundEnabled())
         sound_.play(settings_.shutterSoundName(), settings_.shutterVolume());
     preview_->flashCaptured();

@@ -30,8 +30,8 @@ protected:
         if (!frameAvailable)
             return std::nullopt;
         ++frames;
-        return CapturedFrame{pngBytes(width, height, "frame " + std::to_string(frames)), width,
-                             height};
+        return CapturedFrame{
+            pngBytes(width, height, "frame " + std::to_string(frames)), width, height, {}};
     }
 
     // Records a clip the way the capture window does; `written` = the recording made a file.

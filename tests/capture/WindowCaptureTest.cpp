@@ -189,8 +189,9 @@ TEST_F(WindowDevices, IncludeSimulatorAddsAndRemovesWindowsAndThePickIsNotRememb
     XClient x;
     const auto window = x.window("Simulator", "Simulator", "iPad Air", 120, 90, 0x00ff00, 0);
     const std::string id = "window:" + std::to_string(window);
-    DeviceManager manager(settings,
-                          DeviceSources{[] { return std::vector<DeviceInfo>{}; }, {}, {}, {}, {}});
+    DeviceManager manager(
+        settings,
+        DeviceSources{[] { return std::vector<DeviceInfo>{}; }, {}, {}, {}, {}, [](auto) {}, {}});
     manager.waitForWindowRefresh();
     EXPECT_TRUE(manager.devices().empty()) << "windows are off by default";
 

@@ -1,5 +1,7 @@
 #include "support/TestLibrary.h"
 
+#include <cstdlib>
+
 #include <QColor>
 #include <QImage>
 #include <gst/gst.h>
@@ -10,6 +12,16 @@
 #include <fstream>
 
 namespace varnel::test {
+
+namespace {
+
+// Tests never reach, nor start, the machine's own adb server: those that want one start theirs.
+const bool noRealAdbServer = [] {
+    setenv("ADB_SERVER_SOCKET", "tcp:127.0.0.1:9", 0);
+    return true;
+}();
+
+} // namespace
 
 TempDir::TempDir() {
     path_ = fs::temp_directory_path() / ("varnel-test-" + newUUIDString());
@@ -154,9 +166,11 @@ SampleLibrary::SampleLibrary(const fs::path& libraryRoot) : root(libraryRoot), s
         "02.png": {"mtime": 2.0, "text": "password", "lines": []}}, "version": 2})");
     FlowMeta meta = store.meta(signUp);
     meta.preservesWhenEmpty.reset();
-    meta.screens[0].comments = std::vector<ScreenComment>{
-        {"PIN-1", 0.25, 0.5, "Published pin", Date{700000300}, "P1", "0.25,0.5|Published pin", std::nullopt},
-        {"PIN-2", 0.75, 0.5, "Local pin", Date{700000400}, std::nullopt, std::nullopt, std::nullopt}};
+    meta.screens[0].comments =
+        std::vector<ScreenComment>{{"PIN-1", 0.25, 0.5, "Published pin", Date{700000300}, "P1",
+                                    "0.25,0.5|Published pin", std::nullopt},
+                                   {"PIN-2", 0.75, 0.5, "Local pin", Date{700000400}, std::nullopt,
+                                    std::nullopt, std::nullopt}};
     meta.screens[1].patches = std::vector<RedactPatch>{
         {"", "02.patch-AAAAAAAA-0000-4000-8000-000000000001.png", {0.1, 0.1, 0.2, 0.2}}};
     meta.screens[1].redactions =

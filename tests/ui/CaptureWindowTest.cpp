@@ -154,10 +154,16 @@ TEST_F(CaptureWindowTest, AddsScreensToAnExistingFlow) {
 
 TEST_F(CaptureWindowTest, WithoutASourceTheWindowSaysHowToConnectOne) {
     devices = std::make_unique<DeviceManager>(
-        settings, DeviceSources{[] { return std::vector<DeviceInfo>{}; }, {}, {}, {}, {}});
+        settings,
+        DeviceSources{[] { return std::vector<DeviceInfo>{}; }, {}, {}, {}, {}, [](auto) {}, {}});
     CaptureWindow window(library, settings, *devices);
     window.show();
     EXPECT_EQ(window.preview().messageTitle(), "No iPhone detected");
+    // What works on Linux, not what can't.
+    for (const char* way : {"Android phone with USB debugging", "Android emulator",
+                            "camera-type device", "“Include emulator windows”"})
+        EXPECT_TRUE(window.preview().messageDetails().contains(QString::fromUtf8(way))) << way;
+    EXPECT_FALSE(window.preview().messageDetails().contains("Trust This Computer"));
     EXPECT_EQ(window.sourcePicker()->currentText(), "No device");
     EXPECT_FALSE(window.sourcePicker()->isEnabled());
     EXPECT_FALSE(window.captureStill());
@@ -170,7 +176,9 @@ TEST_F(CaptureWindowTest, ACameraThatCantBeOpenedAsksForAccess) {
                           {},
                           {},
                           {},
-                          [] { return std::vector<std::string>{"/dev/video0"}; }};
+                          [] { return std::vector<std::string>{"/dev/video0"}; },
+                          [](auto) {},
+                          {}};
     devices = std::make_unique<DeviceManager>(settings, sources);
     CaptureWindow window(library, settings, *devices);
     window.show();
@@ -275,7 +283,9 @@ TEST_F(CaptureWindowTest, AMinimizedEmulatorWindowSaysSoInsteadOfTakingStaleStil
                       [window] { return std::optional<std::vector<X11Window>>{{window}}; },
                       {},
                       {},
-                      [] { return std::vector<std::string>{}; }});
+                      [] { return std::vector<std::string>{}; },
+                      [](auto) {},
+                      {}});
     devices->waitForWindowRefresh();
     CaptureWindow capture(library, settings, *devices);
     capture.show();
