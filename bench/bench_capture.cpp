@@ -1,17 +1,20 @@
 // Capture: a still from the latest frame (P1), recording a long clip (P2) and the memory of a
 // long live preview (P8).
 #include "BenchScreen.h"
+#include "capture/AdbClient.h"
 #include "capture/CaptureService.h"
 #include "capture/SessionController.h"
 #include "library/FlowStore.h"
 #include "library/Uuid.h"
 #include "media/GstSupport.h"
 #include "media/PngWriter.h"
+#include "support/FakeAdb.h"
 #include "support/MediaProbe.h"
 #include "support/XServer.h"
 #include "ui/LivePreview.h"
 
 #include <QApplication>
+#include <QBuffer>
 #include <QFont>
 #include <QImage>
 #include <QLinearGradient>
@@ -250,6 +253,78 @@ void BM_RecordWindowClipWithPreview(benchmark::State& state) {
     }
 }
 BENCHMARK(BM_RecordWindowClipWithPreview)->Unit(benchmark::kSecond)->Iterations(1)->UseRealTime();
+
+// An Android phone behind a local adb server: a 1080 × 2400 screen, its recorder's H.264 at
+// 30 frames a second, and its screenshot.
+struct BenchPhone {
+    test::FakeAdb adb;
+    AdbClient client{AdbAddress::parse(adb.address())};
+
+    explicit BenchPhone(int frames) {
+        test::FakeAdb::Device phone;
+        phone.serial = "BENCH1";
+        phone.model = "Pixel_7";
+        QImage screen = phoneScreen().scaled(1080, 2400);
+        QByteArray png;
+        QBuffer buffer(&png);
+        buffer.open(QIODevice::WriteOnly);
+        screen.save(&buffer, "PNG");
+        phone.png = png.toStdString();
+        auto [h264, starts] = test::FakeAdb::h264Stream(1080, 2400, frames, 30);
+        phone.h264 = std::move(h264);
+        phone.frames = std::move(starts);
+        adb.plug(phone);
+    }
+};
+
+// From the capture key to the still on disk, when the still is the phone's own screenshot.
+void BM_AdbStillToDisk(benchmark::State& state) {
+    BenchPhone phone(30);
+    TempFolder folder;
+    FlowStore store(folder.path);
+    CaptureService service;
+    service.startAdb("BENCH1", phone.client);
+    test::waitUntil([&] { return !service.latestFrame().isNull(); });
+    SessionController session(store, [&] { return service.stillFrame(); });
+    session.start();
+    for (auto _ : state) {
+        if (!session.add(CaptureSource::manual))
+            state.SkipWithError(session.addFailure().c_str());
+    }
+    state.counters["png_MB"] = static_cast<double>(service.stillFrame()->pngData.size()) / 1e6;
+    session.cancel();
+}
+BENCHMARK(BM_AdbStillToDisk)->Unit(benchmark::kMillisecond)->Iterations(20)->UseRealTime();
+
+// The live preview of a 1080 × 2400 phone stream, and a clip recorded from it meanwhile:
+// frames shown a second, and frames in the file against the 30 a second the phone sent.
+void BM_AdbPreviewAndClip(benchmark::State& state) {
+    const double length = seconds("VARNEL_CLIP_SECONDS", 10);
+    BenchPhone phone(90);
+    TempFolder folder;
+    for (auto _ : state) {
+        CaptureService service;
+        LivePreview preview;
+        preview.resize(420, 900);
+        preview.show();
+        std::atomic<int> shown{0};
+        QObject::connect(&service, &CaptureService::frameArrived, [&] {
+            preview.showFrame(service.latestFrame());
+            preview.repaint();
+            ++shown;
+        });
+        service.startAdb("BENCH1", phone.client);
+        test::waitUntil([&] { return !service.latestFrame().isNull(); });
+        test::waitUntil([] { return false; }, 2); // warm up
+        shown = 0;
+        const Recorded run = record(service, folder.path / "phone.mov", length);
+        state.counters["preview_fps"] = shown / run.seconds;
+        state.counters["frames_sent"] = run.seconds * 30;
+        state.counters["frames_in_file"] = run.inFile;
+        state.counters["kept_pct"] = 100.0 * run.inFile / (run.seconds * 30);
+    }
+}
+BENCHMARK(BM_AdbPreviewAndClip)->Unit(benchmark::kSecond)->Iterations(1)->UseRealTime();
 
 long residentKiB() {
     std::ifstream status("/proc/self/status");

@@ -20,8 +20,8 @@ public:
 
 // What a phone waiting for the user's leave to be debugged needs.
 inline constexpr const char* kAdbUnauthorizedHint =
-    "Allow USB debugging on the phone: unlock it and tap Allow when it asks “Allow USB "
-    "debugging?” (tick “Always allow from this computer”), then refresh.";
+    "The phone has not allowed this computer yet: unlock it and tap Allow when it asks “Allow "
+    "USB debugging?” (tick “Always allow from this computer”), then refresh.";
 
 // Where the adb server listens: ADB_SERVER_SOCKET ("tcp:HOST:PORT", "tcp:PORT" or
 // "localfilesystem:PATH"), else tcp:localhost:5037.

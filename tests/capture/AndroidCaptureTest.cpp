@@ -192,13 +192,21 @@ TEST_F(AndroidCaptureTest, StillsAreThePhonesScreenshotsAndTheStreamGoesOnAcross
     EXPECT_GT(info->frames, static_cast<int>(info->durationSeconds * 30 * 0.75))
         << info->frames << " frames in " << info->durationSeconds << " s";
 
+    // The phone turned: the next stream is landscape, and the picture follows.
+    FakeAdb::Device turned = quick;
+    const auto landscape = FakeAdb::h264Stream(400, 180, 30, 30);
+    turned.h264 = landscape.first;
+    turned.frames = landscape.second;
+    adb.plug(turned);
+    ASSERT_TRUE(waitFor([&] { return service.resolution() == PixelSize{400, 180}; }));
+
     // A screenshot that fails gives the latest frame, and says so.
     FakeAdb::Device broken = quick;
     broken.png.clear();
     adb.plug(broken);
     const auto fallback = service.stillFrame();
     ASSERT_TRUE(fallback);
-    EXPECT_EQ(fallback->width, 180);
+    EXPECT_EQ(fallback->width, 400);
     EXPECT_NE(fallback->note.find("The phone's screenshot failed"), std::string::npos);
 
     // The phone unplugged: the source ends and says why.

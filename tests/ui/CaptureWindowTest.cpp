@@ -3,6 +3,7 @@
 #include "app/AppSettings.h"
 #include "capture/DeviceManager.h"
 #include "library/FlowLibrary.h"
+#include "support/FakeAdb.h"
 #include "support/MediaProbe.h"
 #include "support/SmallDisk.h"
 #include "support/TestCamera.h"
@@ -150,6 +151,46 @@ TEST_F(CaptureWindowTest, AddsScreensToAnExistingFlow) {
     window->finish();
     EXPECT_EQ(sample.store.meta(target).screens.size(), 1u);
     EXPECT_EQ(settings.lastCategory(), "Onboarding") << "adding does not change the last used";
+}
+
+// An Android phone is picked from the list like any source; its stills are its screenshots.
+TEST_F(CaptureWindowTest, AnAndroidPhoneIsListedShownAndCapturedByItsScreenshots) {
+    FakeAdb adb;
+    const auto [h264, frames] = FakeAdb::h264Stream(180, 400, 60, 30);
+    FakeAdb::Device phone;
+    phone.serial = "R5CT90";
+    phone.model = "Pixel_7";
+    writePicture(dir / "screenshot.png", 108, 240, 0xff20a060u);
+    phone.png = readFile(dir / "screenshot.png");
+    phone.h264 = h264;
+    phone.frames = frames;
+    adb.plug(phone);
+    FakeAdb::Device waiting;
+    waiting.serial = "0A1B2C";
+    waiting.state = "unauthorized";
+    adb.plug(waiting);
+    DeviceSources sources;
+    sources.cameras = [] { return std::vector<DeviceInfo>{}; };
+    sources.unreadableCameras = [] { return std::vector<std::string>{}; };
+    sources.adb = AdbAddress::parse(adb.address());
+    devices = std::make_unique<DeviceManager>(settings, sources);
+    ASSERT_TRUE(waitUntil([&] { return devices->devices().size() == 2; }));
+    devices->select("adb:R5CT90");
+    CaptureWindow window(library, settings, *devices);
+    window.show();
+    EXPECT_EQ(window.sourcePicker()->currentText(), "Android — Pixel 7");
+    ASSERT_TRUE(waitUntil([&] { return window.preview().pictureRect().isValid(); }))
+        << "the phone's screen shows";
+    ASSERT_TRUE(window.captureStill());
+    const auto staged = window.session().stagedThumbnails();
+    ASSERT_EQ(staged.size(), 1u);
+    EXPECT_EQ(readFile(staged.front()), phone.png);
+
+    // A phone that has not allowed this computer yet says what to do on it.
+    devices->select("adb:0A1B2C");
+    ASSERT_TRUE(
+        waitUntil([&] { return window.preview().messageTitle() == "Allow USB debugging"; }));
+    EXPECT_TRUE(window.preview().messageDetails().contains("tap Allow"));
 }
 
 TEST_F(CaptureWindowTest, WithoutASourceTheWindowSaysHowToConnectOne) {
