@@ -384,19 +384,42 @@ std::optional<std::pair<int, int>> pngSizeOf(const std::string& bytes) {
 
 } // namespace
 
-std::optional<CapturedFrame> CaptureService::stillFrame() const {
-    std::string failure;
-    if (adbDevice_) {
+std::function<CaptureService::Screenshot()> CaptureService::screenshotTask() const {
+    if (!adbDevice_)
+        return {};
+    return [client = adbDevice_->first, serial = adbDevice_->second] {
         // The device's own screenshot: full resolution, exact pixels, none of the stream's loss.
+        Screenshot shot;
         try {
-            std::string png = adbDevice_->first.exec(adbDevice_->second, "screencap -p");
-            if (const auto size = pngSizeOf(png))
-                return CapturedFrame{std::move(png), size->first, size->second, {}};
-            failure = png.empty() ? "it sent nothing" : png.substr(0, 200);
+            shot.png = client.exec(serial, "screencap -p");
+            if (!pngSizeOf(shot.png))
+                shot.failure = shot.png.empty() ? "it sent nothing" : shot.png.substr(0, 200);
         } catch (const AdbError& error) {
-            failure = error.what();
+            shot.failure = error.what();
         }
+        return shot;
+    };
+}
+
+std::optional<CapturedFrame> CaptureService::stillFrom(Screenshot screenshot) const {
+    if (screenshot.failure.empty()) {
+        if (const auto size = pngSizeOf(screenshot.png))
+            return CapturedFrame{std::move(screenshot.png), size->first, size->second, {}};
     }
+    std::optional<CapturedFrame> still = latestStill();
+    if (still)
+        still->note = "The phone's screenshot failed (" + screenshot.failure +
+                      "); this still is a frame of its live picture, with the stream's loss.";
+    return still;
+}
+
+std::optional<CapturedFrame> CaptureService::stillFrame() const {
+    if (const auto task = screenshotTask())
+        return stillFrom(task());
+    return latestStill();
+}
+
+std::optional<CapturedFrame> CaptureService::latestStill() const {
     const VideoFrame frame = frameBox_.latest();
     std::optional<CapturedFrame> still;
     frame.withPixels([&](const std::uint8_t* pixels, std::size_t stride) {
@@ -405,9 +428,6 @@ std::optional<CapturedFrame> CaptureService::stillFrame() const {
                               frame.height(),
                               {}};
     });
-    if (still && adbDevice_)
-        still->note = "The phone's screenshot failed (" + failure +
-                      "); this still is a frame of its live picture, with the stream's loss.";
     return still;
 }
 

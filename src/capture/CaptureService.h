@@ -81,6 +81,17 @@ public:
     // The latest frame as a still screen; none before the first frame. For an Android device,
     // the device's own screenshot, or the latest frame with a note when that fails.
     std::optional<CapturedFrame> stillFrame() const;
+    // An Android device's screenshot, as taken: the PNG, or why there is none.
+    struct Screenshot {
+        std::string png;
+        std::string failure;
+    };
+    // For an Android source, what takes its screenshot; it holds all it needs, so it may run on
+    // any thread while the main thread goes on (a phone takes up to a second or two). Empty for
+    // other sources.
+    std::function<Screenshot()> screenshotTask() const;
+    // The still a screenshot makes, or the latest frame with a note when it failed.
+    std::optional<CapturedFrame> stillFrom(Screenshot screenshot) const;
     // How often the running Android device's screen recorder was started.
     int adbStreams() const;
     MovieWriter::Counts recordingCounts();
@@ -109,6 +120,8 @@ signals:
     void recordingFailed(const QString& reason, bool kept);
 
 private:
+    // The latest frame as a still screen.
+    std::optional<CapturedFrame> latestStill() const;
     void startPipeline(GstElement* source, const char* what);
     void stopPipeline();
     void ingest(VideoFrame frame);

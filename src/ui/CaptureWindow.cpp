@@ -14,12 +14,14 @@
 #include <QCheckBox>
 #include <QCloseEvent>
 #include <QComboBox>
+#include <QFutureWatcher>
 #include <QImageReader>
 #include <QLabel>
 #include <QListWidget>
 #include <QMenu>
 #include <QPushButton>
 #include <QShortcut>
+#include <QtConcurrent>
 
 #include <gst/gst.h>
 
@@ -49,7 +51,9 @@ QIcon stagedIcon(const std::filesystem::path& file) {
 CaptureWindow::CaptureWindow(FlowLibrary& library, AppSettings& settings, DeviceManager& devices,
                              QWidget* parent)
     : QWidget(parent, Qt::Window), library_(library), settings_(settings), devices_(devices),
-      session_(library.store(), [this] { return service_.stillFrame(); }) {
+      session_(library.store(), [this] {
+          return stillInHand_ ? std::exchange(stillInHand_, std::nullopt) : service_.stillFrame();
+      }) {
     setWindowTitle(tr("New Capture"));
     buildLayout();
 
@@ -312,7 +316,32 @@ bool CaptureWindow::captureStill() {
         showProblem(tr("The window is minimized — restore it to capture"));
         return false;
     }
+    auto screenshot = service_.screenshotTask();
+    if (!screenshot)
+        return addStill();
+    // A phone takes its screenshot in up to a second or two: the window goes on meanwhile, and
+    // presses in between take no second one.
+    if (screenshotPending_)
+        return false;
+    screenshotPending_ = true;
+    auto* watcher = new QFutureWatcher<CaptureService::Screenshot>(this);
+    const std::optional<std::string> source = runningSource_;
+    connect(watcher, &QFutureWatcher<CaptureService::Screenshot>::finished, this,
+            [this, watcher, source] {
+                watcher->deleteLater();
+                screenshotPending_ = false;
+                if (source != runningSource_ || !service_.isRunning() || !session_.isRecording())
+                    return; // the source or the session changed meanwhile
+                stillInHand_ = service_.stillFrom(watcher->result());
+                addStill();
+            });
+    watcher->setFuture(QtConcurrent::run(std::move(screenshot)));
+    return true;
+}
+
+bool CaptureWindow::addStill() {
     if (!session_.add(CaptureSource::manual)) {
+        stillInHand_.reset();
         showProblem(qs(session_.addFailure()));
         return false;
     }

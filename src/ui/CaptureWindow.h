@@ -85,6 +85,8 @@ private:
     void showNoSource();
     void showSourceState();
     bool ensureSession();
+    // Stages the still in hand (or the source's latest); the shutter and badge say it is taken.
+    bool addStill();
     void sessionChanged();
     void clipEnded();
     void clipFailed(const QString& reason, bool kept);
@@ -102,6 +104,9 @@ private:
     ShutterSound sound_;
     std::optional<std::string> appendTarget_;
     std::optional<std::string> runningSource_;
+    // A phone's screenshot being taken off the main thread, and the still it made.
+    bool screenshotPending_ = false;
+    std::optional<CapturedFrame> stillInHand_;
 
     QComboBox* sources_;
     QPushButton* refresh_;

@@ -182,6 +182,9 @@ TEST_F(CaptureWindowTest, AnAndroidPhoneIsListedShownAndCapturedByItsScreenshots
     ASSERT_TRUE(waitUntil([&] { return window.preview().pictureRect().isValid(); }))
         << "the phone's screen shows";
     ASSERT_TRUE(window.captureStill());
+    EXPECT_FALSE(window.captureStill()) << "one screenshot at a time";
+    ASSERT_TRUE(waitUntil([&] { return window.session().screenCount() == 1; }))
+        << "the screenshot is taken off the main thread, then staged";
     const auto staged = window.session().stagedThumbnails();
     ASSERT_EQ(staged.size(), 1u);
     EXPECT_EQ(readFile(staged.front()), phone.png);
