@@ -94,6 +94,9 @@ Commands:
                                               since they were last read (all flows, or one)
   search QUERY [--media images|videos]        the flows and screens whose name, category or
                                               text holds QUERY, as the gallery shows them
+  translate FOLDER [FILE] --to LANG           each recognized line and its translation (Apertium
+                                              on this computer, or --server URL: a
+                                              LibreTranslate server), stored for next time
   figma export FOLDER                         write the package for the Figma import plugin;
                                               prints its path
   figma link FOLDER URL                       link a flow to the Figma file it was imported into
@@ -332,6 +335,7 @@ int run(const std::vector<std::string>& args, std::ostream& out, std::ostream& e
             {"revert", [&] { return revert(inv, store, out); }},
             {"ocr", [&] { return ocr(inv, store, out, err); }},
             {"search", [&] { return search(inv, store, out); }},
+            {"translate", [&] { return translate(inv, store, out, err); }},
             {"figma", [&] { return figma(inv, store, figmaAccess, out); }},
         };
         auto command = commands.find(inv.command);

@@ -4,10 +4,14 @@
 
 #include "library/Errors.h"
 #include "library/FlowStore.h"
+#include "library/ScreenFiles.h"
+#include "text/ApertiumEngine.h"
 #include "text/LibrarySearch.h"
+#include "text/LibreTranslateEngine.h"
 #include "text/OCRIndex.h"
 #include "text/OCRSidecar.h"
 #include "text/ScreenOCR.h"
+#include "text/ScreenTranslator.h"
 #include "text/SearchCache.h"
 #include "text/SearchFold.h"
 
@@ -162,6 +166,62 @@ int search(Invocation& inv, FlowStore& store, std::ostream& out) {
     if (inv.json)
         out << encodeLibraryJson(found);
     return kSuccess;
+}
+
+int translate(Invocation& inv, FlowStore& store, std::ostream& out, std::ostream& err) {
+    auto opts = options(inv.arguments, {"--to", "--server"});
+    if (inv.arguments.empty() || inv.arguments.size() > 2 || !opts.contains("--to"))
+        throw UsageError("usage: translate FOLDER [FILE] --to LANG [--server URL]");
+    const std::string& folder = inv.arguments[0];
+    const std::string to = opts["--to"];
+    std::vector<std::string> files;
+    if (inv.arguments.size() == 2) {
+        files.push_back(inv.arguments[1]);
+    } else {
+        for (const auto& screen : store.meta(folder).screens)
+            if (!ScreenFiles::isClip(screen.filename))
+                files.push_back(screen.filename);
+    }
+    // Apertium first (nothing leaves the computer); a server only when the user names one.
+    const ApertiumEngine apertium;
+    std::vector<const TranslationEngine*> engines{&apertium};
+    std::string server = opts.contains("--server") ? opts["--server"] : std::string();
+    if (const char* env = std::getenv("VARNEL_TRANSLATION_SERVER"); server.empty() && env)
+        server = env;
+    std::optional<LibreTranslateEngine> libre;
+    if (!server.empty())
+        engines.push_back(&libre.emplace(server));
+
+    Json report = Json::array();
+    bool failed = false;
+    for (const auto& file : files) {
+        const auto result = ScreenTranslator::translate(store, folder, file, to, engines);
+        Json lines = Json::array();
+        if (!inv.json)
+            out << file << "\n";
+        for (const auto& line : result.lines) {
+            if (inv.json) {
+                lines.push_back(
+                    {{"text", line.text},
+                     {"from", line.from ? Json(*line.from) : Json()},
+                     {"translation", line.translation ? Json(*line.translation) : Json()},
+                     {"stored", line.reused}});
+                continue;
+            }
+            out << "  " << line.text;
+            if (line.translation)
+                out << "\t→ " << *line.translation;
+            out << "\n";
+        }
+        for (const auto& problem : result.problems)
+            err << "varnel-cli: " << file << ": " << problem << "\n";
+        failed = failed || !result.problems.empty();
+        if (inv.json)
+            report.push_back({{"file", file}, {"lines", lines}});
+    }
+    if (inv.json)
+        out << encodeLibraryJson(report);
+    return failed ? kFailed : kSuccess;
 }
 
 } // namespace varnel::cli

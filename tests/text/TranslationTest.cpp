@@ -1,0 +1,184 @@
+// Recognized lines translated: by real Apertium (Spanish to English, installed with the
+// project), by a LibreTranslate server on 127.0.0.1, once per line and language.
+#include "library/FlowStore.h"
+#include "support/CliRun.h"
+#include "support/TestLibrary.h"
+#include "text/ApertiumEngine.h"
+#include "text/Languages.h"
+#include "text/LibreTranslateEngine.h"
+#include "text/OCRIndex.h"
+#include "text/ScreenTranslator.h"
+
+#include <httplib.h>
+#include <nlohmann/json.hpp>
+
+#include <gtest/gtest.h>
+
+#include <thread>
+
+using namespace varnel;
+using namespace varnel::test;
+using Json = nlohmann::json;
+
+namespace {
+
+TextLine line(const std::string& text, double y) {
+    return {text, {0.1, y, 0.5, 0.04}, std::nullopt};
+}
+
+// Counts what reaches the engine it wraps.
+class Counting : public TranslationEngine {
+public:
+    explicit Counting(const TranslationEngine& engine) : engine_(engine) {}
+    std::string name() const override { return engine_.name(); }
+    bool translates(const std::string& from, const std::string& to) const override {
+        return engine_.translates(from, to);
+    }
+    std::vector<std::string> translate(const std::vector<std::string>& lines,
+                                       const std::string& from,
+                                       const std::string& to) const override {
+        asked += static_cast<int>(lines.size());
+        return engine_.translate(lines, from, to);
+    }
+    mutable int asked = 0;
+
+private:
+    const TranslationEngine& engine_;
+};
+
+// A LibreTranslate server: Korean to English from a small dictionary, an error for Japanese,
+// and no answer in time for Chinese.
+class FakeLibreTranslate {
+public:
+    FakeLibreTranslate() {
+        server_.Get("/languages", [](const httplib::Request&, httplib::Response& res) {
+            res.set_content(
+                Json::array({{{"code", "ko"}, {"name", "Korean"}, {"targets", {"en"}}},
+                             {{"code", "ja"}, {"name", "Japanese"}, {"targets", {"en"}}},
+                             {{"code", "zh"}, {"name", "Chinese"}, {"targets", {"en"}}}})
+                    .dump(),
+                "application/json");
+        });
+        server_.Post("/translate", [this](const httplib::Request& req, httplib::Response& res) {
+            const Json body = Json::parse(req.body);
+            ++requests;
+            if (body["source"] == "ja") {
+                res.status = 400;
+                res.set_content(R"({"error":"ja is not available"})", "application/json");
+                return;
+            }
+            if (body["source"] == "zh")
+                std::this_thread::sleep_for(std::chrono::milliseconds(2500));
+            const std::map<std::string, std::string> words{{"계속하기", "Continue"},
+                                                           {"설정", "Settings"}};
+            Json out = Json::array();
+            for (const auto& q : body["q"])
+                out.push_back(words.contains(q) ? words.at(q) : "?");
+            res.set_content(Json{{"translatedText", out}}.dump(), "application/json");
+        });
+        port_ = server_.bind_to_any_port("127.0.0.1");
+        thread_ = std::thread([this] { server_.listen_after_bind(); });
+        while (!server_.is_running()) // so that stop() always finds it running
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    ~FakeLibreTranslate() {
+        server_.stop();
+        thread_.join();
+    }
+    std::string url() const { return "http://127.0.0.1:" + std::to_string(port_); }
+    std::atomic<int> requests{0};
+
+private:
+    httplib::Server server_;
+    int port_ = 0;
+    std::thread thread_;
+};
+
+class TranslationTest : public ::testing::Test {
+protected:
+    TranslationTest() {
+        folder = store.createEmptyFlow("Acme", "Login", std::nullopt, Date{}).folderName;
+        writePicture(dir / "a.png", 8, 8);
+        store.addScreens(folder, {dir / "a.png"}, Date{});
+    }
+    TempDir dir;
+    FlowStore store{dir / "library"};
+    std::string folder;
+};
+
+} // namespace
+
+TEST(LanguagesTest, ALinesLanguageShowsInItsScriptOrItsCommonWords) {
+    EXPECT_EQ(Languages::guess("Olvidé mi contraseña"), "es");
+    EXPECT_EQ(Languages::guess("Mot de passe oublié"), "fr");
+    EXPECT_EQ(Languages::guess("Forgot your password?"), "en");
+    EXPECT_EQ(Languages::guess("계속하기"), "ko");
+    EXPECT_EQ(Languages::guess("ログインする"), "ja");
+    EXPECT_EQ(Languages::guess("登录"), "zh");
+    EXPECT_EQ(Languages::guess("12:30"), std::nullopt);
+    EXPECT_EQ(Languages::guess("Acme"), std::nullopt) << "a name tells nothing";
+    EXPECT_EQ(Languages::twoLetter("spa"), "es");
+    EXPECT_EQ(Languages::threeLetter("en"), "eng");
+}
+
+TEST_F(TranslationTest, ApertiumTranslatesOnThisComputerOnceAndTheCommandLineShowsIt) {
+    const ApertiumEngine apertium;
+    ASSERT_TRUE(apertium.isInstalled());
+    ASSERT_TRUE(apertium.translates("es", "en")) << "apertium-eng-spa is installed with Varnel";
+    OCRIndex::saveTextLines(store, folder, "01.png",
+                            {line("Olvidé mi contraseña", 0.1), line("Crear una cuenta nueva", 0.2),
+                             line("Forgot your password?", 0.3), line("12:30", 0.4)});
+    Counting counting(apertium);
+    const auto first = ScreenTranslator::translate(store, folder, "01.png", "en", {&counting});
+    EXPECT_TRUE(first.problems.empty());
+    ASSERT_EQ(first.lines.size(), 4u);
+    EXPECT_EQ(first.lines[0].translation, "I forgot my password");
+    EXPECT_EQ(first.lines[1].translation, "Create a new account");
+    EXPECT_FALSE(first.lines[2].translation) << "already English";
+    EXPECT_FALSE(first.lines[3].translation) << "no language to tell";
+    EXPECT_EQ(counting.asked, 2);
+    const auto stored = OCRIndex::textLines(store, folder, "01.png");
+    EXPECT_EQ(stored[0].translations->at("en"), "I forgot my password");
+
+    // Asked again: from the sidecar, not the engine.
+    const auto again = ScreenTranslator::translate(store, folder, "01.png", "en", {&counting});
+    EXPECT_EQ(counting.asked, 2);
+    EXPECT_TRUE(again.lines[0].reused);
+    EXPECT_EQ(again.lines[1].translation, "Create a new account");
+
+    const auto cli = runCli({"translate", folder, "--to", "en", "--json"}, store.root().string());
+    ASSERT_EQ(cli.code, 0) << cli.err;
+    const Json report = Json::parse(cli.out);
+    EXPECT_EQ(report[0]["file"], "01.png");
+    EXPECT_EQ(report[0]["lines"][0]["translation"], "I forgot my password");
+    EXPECT_EQ(report[0]["lines"][0]["stored"], true);
+
+    // No engine for the pair: said, with how to add one.
+    const auto german = ScreenTranslator::translate(store, folder, "01.png", "de", {&apertium});
+    ASSERT_EQ(german.problems.size(), 2u) << "English and Spanish lines to German";
+    EXPECT_NE(german.problems[1].find("Nothing here translates Spanish to German: install its "
+                                      "Apertium pair"),
+              std::string::npos)
+        << german.problems[1];
+}
+
+TEST_F(TranslationTest, ALibreTranslateServerAnswersFailsOrTakesTooLongAndEachIsSaid) {
+    FakeLibreTranslate server;
+    const LibreTranslateEngine libre(server.url(), {}, 1);
+    OCRIndex::saveTextLines(store, folder, "01.png",
+                            {line("계속하기", 0.1), line("설정", 0.2), line("ログインする", 0.3)});
+    const auto result = ScreenTranslator::translate(store, folder, "01.png", "en", {&libre});
+    EXPECT_EQ(result.lines[0].translation, "Continue");
+    EXPECT_EQ(result.lines[1].translation, "Settings");
+    EXPECT_FALSE(result.lines[2].translation);
+    ASSERT_EQ(result.problems.size(), 1u);
+    EXPECT_EQ(result.problems[0], "The translation server refused: ja is not available");
+    EXPECT_EQ(OCRIndex::textLines(store, folder, "01.png")[0].translations->at("en"), "Continue")
+        << "what was translated is stored even when another line failed";
+
+    OCRIndex::saveTextLines(store, folder, "01.png", {line("登录", 0.1)});
+    const auto slow = ScreenTranslator::translate(store, folder, "01.png", "en", {&libre});
+    ASSERT_EQ(slow.problems.size(), 1u);
+    EXPECT_NE(slow.problems[0].find("did not answer"), std::string::npos) << slow.problems[0];
+    EXPECT_FALSE(OCRIndex::textLines(store, folder, "01.png")[0].translations);
+}
