@@ -4,6 +4,7 @@
 #include "text/OCRSidecar.h"
 #include "text/ScreenOCR.h"
 
+#include <map>
 #include <set>
 
 namespace varnel {
@@ -18,6 +19,16 @@ MediaCounts MediaCounts::of(const std::vector<ScreenRef>& screens) {
 namespace OCRIndex {
 
 namespace {
+
+void keepTranslations(const std::vector<TextLine>& before, std::vector<TextLine>& now) {
+    std::map<std::string, const std::map<std::string, std::string>*> byText;
+    for (const auto& line : before)
+        if (line.translations)
+            byText.emplace(line.text, &*line.translations);
+    for (auto& line : now)
+        if (const auto found = byText.find(line.text); found != byText.end())
+            line.translations = *found->second;
+}
 
 // A sidecar of another version is dropped whole and rebuilt.
 OCRSidecar current(const std::filesystem::path& flowFolder, bool* changed) {
@@ -86,6 +97,10 @@ Derived derive(const FlowStore& store, std::string_view folder, const Recognizer
             changed |= sidecar.screens.erase(screen.filename) > 0;
             continue;
         }
+        // A line read again as it was keeps its translations; a line whose text changed
+        // loses them with its old text.
+        if (entry != sidecar.screens.end())
+            keepTranslations(entry->second.lines, *lines);
         sidecar.screens[screen.filename] = {ScreenOCR::searchBlob(*lines), *mtime,
                                             std::move(*lines)};
         changed = true;

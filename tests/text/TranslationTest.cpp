@@ -182,3 +182,31 @@ TEST_F(TranslationTest, ALibreTranslateServerAnswersFailsOrTakesTooLongAndEachIs
     EXPECT_NE(slow.problems[0].find("did not answer"), std::string::npos) << slow.problems[0];
     EXPECT_FALSE(OCRIndex::textLines(store, folder, "01.png")[0].translations);
 }
+
+// The text pass reads a changed picture again: a line read as before keeps its translations,
+// a line that reads differently now loses them.
+TEST_F(TranslationTest, ReadingAPictureAgainKeepsTheTranslationsOfUnchangedLinesOnly) {
+    std::vector<TextLine> read{line("Iniciar sesión", 0.1), line("Crear cuenta", 0.2)};
+    const auto recognizer = [&](const fs::path&) { return std::optional(read); };
+    OCRIndex::derive(store, folder, recognizer);
+    auto lines = OCRIndex::textLines(store, folder, "01.png");
+    lines[0].translations = std::map<std::string, std::string>{{"en", "Log in"}};
+    lines[1].translations = std::map<std::string, std::string>{{"en", "Create account"}};
+    OCRIndex::saveTextLines(store, folder, "01.png", lines);
+
+    const auto repaint = [&] {
+        const fs::path picture = store.flowURL(folder) / "01.png";
+        fs::last_write_time(picture, fs::last_write_time(picture) + std::chrono::seconds(5));
+        OCRIndex::derive(store, folder, recognizer);
+        return OCRIndex::textLines(store, folder, "01.png");
+    };
+    auto after = repaint();
+    ASSERT_EQ(after.size(), 2u);
+    EXPECT_EQ(after[0].translations->at("en"), "Log in");
+    EXPECT_EQ(after[1].translations->at("en"), "Create account");
+
+    read[1].text = "Crear una cuenta";
+    after = repaint();
+    EXPECT_EQ(after[0].translations->at("en"), "Log in");
+    EXPECT_FALSE(after[1].translations) << "its text changed";
+}
