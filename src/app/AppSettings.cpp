@@ -100,6 +100,7 @@ void AppSettings::read() {
     if (store_->contains("preferredDeviceID"))
         preferredDeviceID_ = readString("preferredDeviceID", "");
     captureHotkey_ = readString("captureHotkey", "");
+    translationServer_ = readString("translationServer", "");
     lastApplication_ = readString("lastApplication", "");
     lastCategory_ = readString("lastCategory", "");
     redactLight_ = readStyle("redactLight", RedactPreset::light);
@@ -176,6 +177,11 @@ void AppSettings::setSelectedApp(const std::optional<std::string>& value) {
 void AppSettings::setPreferredDeviceID(const std::optional<std::string>& value) {
     preferredDeviceID_ = value;
     write("preferredDeviceID", value ? QVariant(qs(*value)) : QVariant());
+}
+
+void AppSettings::setTranslationServer(const std::string& value) {
+    translationServer_ = value;
+    write("translationServer", value.empty() ? QVariant() : QVariant(qs(value)));
 }
 
 void AppSettings::setCaptureHotkey(const std::string& value) {

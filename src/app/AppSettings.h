@@ -51,6 +51,8 @@ public:
     // The system-wide shortcut that captures a still, in Qt's portable text ("Ctrl+Shift+S");
     // empty when none is set.
     const std::string& captureHotkey() const { return captureHotkey_; }
+    // A LibreTranslate server the user runs or chose; empty: nothing is ever sent anywhere.
+    const std::string& translationServer() const { return translationServer_; }
     const std::string& lastApplication() const { return lastApplication_; }
     const std::string& lastCategory() const { return lastCategory_; }
     const RedactStyle& redactLight() const { return redactLight_; }
@@ -76,6 +78,7 @@ public:
     void setSelectedApp(const std::optional<std::string>& value);
     void setPreferredDeviceID(const std::optional<std::string>& value);
     void setCaptureHotkey(const std::string& value);
+    void setTranslationServer(const std::string& value);
     void setLastApplication(const std::string& value);
     void setLastCategory(const std::string& value);
     void setRedactLight(const RedactStyle& value);
@@ -112,6 +115,7 @@ private:
     std::optional<std::string> selectedApp_;
     std::optional<std::string> preferredDeviceID_;
     std::string captureHotkey_;
+    std::string translationServer_;
     std::string lastApplication_;
     std::string lastCategory_;
     RedactStyle redactLight_ = defaultStyle(RedactPreset::light);

@@ -9,6 +9,10 @@
 #include "capture/GlobalHotkey.h"
 #include "figma/FigmaServices.h"
 #include "library/FlowLibrary.h"
+#include "text/ApertiumEngine.h"
+#include "text/Languages.h"
+#include "text/LibreTranslateEngine.h"
+#include "text/ScreenTranslator.h"
 #include "ui/CaptureWindow.h"
 #include "ui/FigmaFlowBar.h"
 #include "ui/GalleryContent.h"
@@ -19,6 +23,7 @@
 #include "ui/SettingsWindow.h"
 
 #include <QAction>
+#include <QActionGroup>
 #include <QApplication>
 #include <QComboBox>
 #include <QLabel>
@@ -370,7 +375,38 @@ void MainWindow::buildMenus() {
         if (preview_)
             preview_->setShowsText(shows);
     });
-    later(view->addAction(tr("Show Translation")));
+    showTranslationAction_ = view->addAction(tr("Show Translation"));
+    showTranslationAction_->setCheckable(true);
+    showTranslationAction_->setChecked(settings_.showTranslation());
+    showTranslationAction_->setShortcut(QKeySequence(tr("Ctrl+Shift+L")));
+    connect(showTranslationAction_, &QAction::toggled, this, [this](bool shows) {
+        settings_.setShowTranslation(shows);
+        showPreview();
+        applyTranslation();
+    });
+    // The target language sits next to the toggle.
+    QMenu* into = view->addMenu(tr("Translate Into"));
+    auto* languages = new QActionGroup(into);
+    for (const char* code : {"en", "es", "fr", "de", "it", "pt", "nl", "ko", "ja", "zh"}) {
+        QAction* language = into->addAction(qs(Languages::name(code)));
+        language->setCheckable(true);
+        language->setChecked(settings_.translationLanguage() == code);
+        languages->addAction(language);
+        connect(language, &QAction::triggered, this, [this, code = std::string(code)] {
+            settings_.setTranslationLanguage(code);
+            applyTranslation();
+        });
+    }
+    wholeScreenAction_ = view->addAction(tr("Translate Whole Screen"));
+    wholeScreenAction_->setCheckable(true);
+    wholeScreenAction_->setShortcut(QKeySequence(tr("Ctrl+Alt+L")));
+    connect(wholeScreenAction_, &QAction::toggled, this, [this](bool whole) {
+        if (whole && !showTranslationAction_->isChecked())
+            showTranslationAction_->setChecked(true);
+        showPreview();
+        if (preview_)
+            preview_->setTranslatesWholeScreen(whole);
+    });
 
     QMenu* help = menuBar()->addMenu(tr("&Help"));
     later(help->addAction(tr("Check for Updates…")));

@@ -78,6 +78,8 @@ public:
     FigmaFlowBar& figmaBar() const { return *figmaBar_; }
     void exportForFigma();
     void downloadFigmaPlugin();
+    // Hands the translation settings and engines to the large preview.
+    void applyTranslation();
     void publishToFigma();
 
     // Screens.
@@ -154,6 +156,8 @@ private:
     QAction* renameScreenAction_ = nullptr;
     QAction* editScreenAction_ = nullptr;
     QAction* revertAction_ = nullptr;
+    QAction* showTranslationAction_ = nullptr;
+    QAction* wholeScreenAction_ = nullptr;
     QAction* showTextAction_ = nullptr;
     QAction* duplicateAction_ = nullptr;
     QAction* deleteAction_ = nullptr;

@@ -3,7 +3,10 @@
 #include "ui/GalleryView.h"
 #include "ui/MainWindow.h"
 
+#include "app/AppSettings.h"
 #include "figma/FigmaPlugin.h"
+#include "text/ApertiumEngine.h"
+#include "text/LibreTranslateEngine.h"
 #include "ui/FigmaFlowBar.h"
 #include "ui/Messages.h"
 #include "ui/ScreenEditor.h"
@@ -50,11 +53,31 @@ void MainWindow::showPreview() {
     if (!preview_) {
         preview_ = new ScreenPreview(library_, thumbnails_, *gallery_, this);
         preview_->setShowsText(showTextAction_->isChecked());
+        applyTranslation();
+        preview_->setTranslatesWholeScreen(wholeScreenAction_->isChecked());
     }
     preview_->showScreen(*current);
     preview_->show();
     preview_->raise();
     preview_->activateWindow();
+}
+
+void MainWindow::applyTranslation() {
+    if (!preview_)
+        return;
+    // Apertium on this computer first; a server only when the user set one.
+    auto translate = [root = library_.root(), server = settings_.translationServer()](
+                         const ScreenID& screen, const std::string& to) {
+        const FlowStore store(root);
+        const ApertiumEngine apertium;
+        std::vector<const TranslationEngine*> engines{&apertium};
+        std::optional<LibreTranslateEngine> libre;
+        if (!server.empty())
+            engines.push_back(&libre.emplace(server));
+        return ScreenTranslator::translate(store, screen.folder, screen.filename, to, engines);
+    };
+    preview_->setTranslation(settings_.showTranslation(), settings_.translationLanguage(),
+                             std::move(translate));
 }
 
 void MainWindow::renameScreen() {

@@ -2,7 +2,11 @@
 
 #ifndef Q_MOC_RUN // moc cannot parse the C++20 standard headers
 #include "library/ScreenID.h"
+#include "text/ScreenTranslator.h"
 #include "text/TextLine.h"
+
+#include <functional>
+#include <string>
 
 #include <cstdint>
 #include <optional>
@@ -38,13 +42,39 @@ public:
     bool showsText() const { return showsText_; }
     const std::vector<TextLine>& textLines() const { return lines_; }
 
+    // Translates a screen's lines into a language and stores them; runs on a worker thread.
+    using Translate =
+        std::function<ScreenTranslator::Result(const ScreenID& screen, const std::string& to)>;
+    // Pointing at a recognized line shows its translation over it, sized to its box; lines
+    // not translated yet are translated (the whole screen at once) and stored.
+    void setTranslation(bool shows, const std::string& language, Translate translate);
+    // Shows every line translated at once, not only the one pointed at.
+    void setTranslatesWholeScreen(bool whole);
+    bool showsTranslation() const { return showsTranslation_; }
+    // The line pointed at, as an index into textLines().
+    std::optional<std::size_t> hoveredLine() const { return hovered_; }
+    // Where a line is drawn, in widget coordinates.
+    QRectF lineRect(std::size_t line) const;
+    // Why the last translation could not be made; empty when it could.
+    const QString& translationProblem() const { return problem_; }
+    bool isTranslating() const { return translating_; }
+
+signals:
+    void translated();
+
 protected:
     void paintEvent(QPaintEvent* event) override;
     void keyPressEvent(QKeyEvent* event) override;
+    void mouseMoveEvent(QMouseEvent* event) override;
+    void leaveEvent(QEvent* event) override;
 
 private:
     void step(int delta);
     void paintTextBoxes(QPainter& painter, const QRectF& picture);
+    void paintTranslation(QPainter& painter, std::size_t line, const QRectF& box);
+    QRectF pictureRect() const;
+    // Translates the screen's lines not translated yet, once per screen and language.
+    void requestTranslation();
 
     FlowLibrary& library_;
     ThumbnailCache& thumbnails_;
@@ -55,6 +85,14 @@ private:
     QString title_;
     bool showsText_ = false;
     std::vector<TextLine> lines_;
+    bool showsTranslation_ = false;
+    bool wholeScreen_ = false;
+    std::string language_ = "en";
+    Translate translate_;
+    std::optional<std::size_t> hovered_;
+    bool translating_ = false;
+    bool asked_ = false; // for the screen shown, in this language
+    QString problem_;
     std::uint64_t request_ = 0; // pictures read for an earlier screen are dropped
 };
 

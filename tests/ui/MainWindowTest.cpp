@@ -21,6 +21,7 @@
 #include <QLineEdit>
 #include <QMessageBox>
 #include <QMimeData>
+#include <QMouseEvent>
 #include <QPushButton>
 #include <QScrollBar>
 #include <QSlider>
@@ -309,6 +310,54 @@ TEST_F(MainWindowTest, ArrowsAndTheLargePreviewStepThroughTheGallery) {
     EXPECT_FALSE(gallery.currentScreen());
     EXPECT_FALSE(window->action("Rename Screen…")->isEnabled());
     EXPECT_TRUE(window->action("Rename Flow…")->isEnabled());
+}
+
+// Pointing at a recognized line in the large preview shows its translation over the line,
+// made by Apertium on this computer and stored for next time.
+TEST_F(MainWindowTest, PointingAtALineShowsItsTranslationWhereTheLineIs) {
+    const fs::path picture = sample.root / SampleLibrary::transfer / "01.png";
+    writePicture(picture, 390, 844, 0xfff4f4f4u);
+    OCRIndex::saveTextLines(sample.store, SampleLibrary::transfer, "01.png",
+                            {{"Olvidé mi contraseña", {0.1, 0.3, 0.7, 0.04}, std::nullopt},
+                             {"Transfer money", {0.1, 0.5, 0.5, 0.04}, std::nullopt}});
+    GalleryView& gallery = window->gallery();
+    QTest::mouseClick(gallery.viewport(), Qt::LeftButton, {},
+                      tileCenter(SampleLibrary::transfer, 0));
+    window->action("Show Translation")->setChecked(true);
+    ScreenPreview* preview = window->preview();
+    ASSERT_TRUE(preview);
+    ASSERT_TRUE(waitUntil([&] { return preview->showsFullPicture(); }));
+    EXPECT_TRUE(settings->showTranslation()) << "remembered";
+
+    const auto darkPixels = [&](std::size_t line) {
+        const QImage shot = preview->grab().toImage();
+        const double ratio = preview->devicePixelRatioF();
+        const QRectF area = preview->lineRect(line);
+        const QRect box = QRectF(area.topLeft() * ratio, area.size() * ratio).toRect();
+        int dark = 0;
+        for (int y = box.top(); y <= box.bottom(); ++y)
+            for (int x = box.left(); x <= box.right(); ++x)
+                dark += QColor(shot.pixel(x, y)).lightness() < 100;
+        return dark;
+    };
+    EXPECT_EQ(darkPixels(0), 0) << "nothing over the line until it is pointed at";
+    const QPointF point = preview->lineRect(0).center();
+    QMouseEvent move(QEvent::MouseMove, point, preview->mapToGlobal(point), Qt::NoButton,
+                     Qt::NoButton, Qt::NoModifier);
+    QApplication::sendEvent(preview, &move);
+    EXPECT_EQ(preview->hoveredLine(), 0u);
+    ASSERT_TRUE(waitUntil([&] {
+        const auto& lines = preview->textLines();
+        return !preview->isTranslating() && lines[0].translations;
+    })) << preview->translationProblem().toStdString();
+    EXPECT_EQ(preview->textLines()[0].translations->at("en"), "I forgot my password");
+    EXPECT_GT(darkPixels(0), 20) << "the translation is written over the line";
+    EXPECT_EQ(darkPixels(1), 0) << "the line not pointed at is left as it is";
+    EXPECT_EQ(
+        OCRIndex::textLines(sample.store, SampleLibrary::transfer, "01.png")[0].translations->at(
+            "en"),
+        "I forgot my password")
+        << "stored";
 }
 
 TEST_F(MainWindowTest, ScreenCommandsGoThroughTheLibraryAndKeepTheSelection) {
