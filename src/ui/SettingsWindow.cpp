@@ -1,4 +1,6 @@
 #include "ui/SettingsWindow.h"
+#include "text/ApertiumEngine.h"
+#include "text/Languages.h"
 #include "ui/FigmaSettingsPane.h"
 
 #include "editing/ImageRedactor.h"
@@ -20,6 +22,7 @@
 #include <QHBoxLayout>
 #include <QKeySequenceEdit>
 #include <QLabel>
+#include <QLineEdit>
 #include <QPixmap>
 #include <QPushButton>
 #include <QRadioButton>
@@ -88,6 +91,7 @@ SettingsWindow::SettingsWindow(AppSettings& settings, QWidget* parent, FigmaServ
     tabs_->addTab(redactionTab(), tr("Redaction"));
     tabs_->addTab(storageTab(), tr("Storage"));
     tabs_->addTab(figmaTab(), tr("Figma"));
+    tabs_->addTab(translationTab(), tr("Translation"));
     auto* layout = new QVBoxLayout(this);
     layout->addWidget(tabs_);
     resize(560, 420);
@@ -313,6 +317,54 @@ QWidget* SettingsWindow::storageTab() {
         if (key == "rootFolderPath")
             rootLabel_->setText(qs(settings_.rootFolderPath()));
     });
+    return tab;
+}
+
+QWidget* SettingsWindow::translationTab() {
+    auto* tab = new QWidget(this);
+    auto* form = new QFormLayout(tab);
+    auto* language = new QComboBox(tab);
+    language->setObjectName("translationLanguage");
+    for (const char* code : {"en", "es", "fr", "de", "it", "pt", "nl", "ko", "ja", "zh"})
+        language->addItem(qs(Languages::name(code)), QString(code));
+    language->setCurrentIndex(std::max(0, language->findData(qs(settings_.translationLanguage()))));
+    connect(language, &QComboBox::currentIndexChanged, this, [this, language] {
+        settings_.setTranslationLanguage(language->currentData().toString().toStdString());
+    });
+    form->addRow(tr("Translate into"), language);
+
+    // What this computer translates by itself.
+    const ApertiumEngine apertium;
+    QStringList pairs;
+    for (const auto& [from, to] : apertium.pairs())
+        pairs << tr("%1 → %2").arg(qs(Languages::name(from)), qs(Languages::name(to)));
+    auto* installed = new QLabel(
+        !apertium.isInstalled()
+            ? tr("Apertium is not installed: sudo apt install apertium apertium-eng-spa (one "
+                 "package per language pair).")
+        : pairs.isEmpty()
+            ? tr("Apertium has no language pair installed: install one, such as "
+                 "apertium-eng-spa.")
+            : pairs.join(", ") + tr("\nMore pairs: sudo apt install apertium-<pair> (apt search "
+                                    "apertium)."),
+        tab);
+    installed->setObjectName("apertiumPairs");
+    installed->setWordWrap(true);
+    form->addRow(tr("On this computer"), installed);
+
+    auto* server = new QLineEdit(qs(settings_.translationServer()), tab);
+    server->setObjectName("translationServer");
+    server->setPlaceholderText(tr("https://translate.example.org (off)"));
+    connect(server, &QLineEdit::editingFinished, this, [this, server] {
+        settings_.setTranslationServer(server->text().trimmed().toStdString());
+    });
+    form->addRow(tr("LibreTranslate server"), server);
+    auto* note = new QLabel(tr("For language pairs Apertium lacks. Lines are sent to this server "
+                               "only when it is set; leave it empty to keep everything on this "
+                               "computer."),
+                            tab);
+    note->setWordWrap(true);
+    form->addRow(QString(), note);
     return tab;
 }
 

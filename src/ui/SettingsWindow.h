@@ -26,7 +26,8 @@ class SettingsWindow : public QDialog {
     Q_OBJECT
 
 public:
-    static constexpr const char* kTabs[] = {"flows", "appearance", "redaction", "storage", "figma"};
+    static constexpr const char* kTabs[] = {"flows",   "appearance", "redaction",
+                                            "storage", "figma",      "translation"};
 
     // Without `figma`, the Figma tab only says that Figma isn't available.
     explicit SettingsWindow(AppSettings& settings, QWidget* parent = nullptr,
@@ -45,6 +46,7 @@ private:
     QWidget* redactionTab();
     QWidget* storageTab();
     QWidget* figmaTab();
+    QWidget* translationTab();
     void showPresetStyle();
     void editPresetStyle();
     void showPreview(bool dark, const RedactStyle& style);

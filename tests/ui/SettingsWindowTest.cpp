@@ -5,7 +5,9 @@
 #include <QApplication>
 #include <QButtonGroup>
 #include <QCheckBox>
+#include <QComboBox>
 #include <QLabel>
+#include <QLineEdit>
 #include <QRadioButton>
 #include <QSlider>
 #include <QTabWidget>
@@ -46,7 +48,7 @@ protected:
 TEST_F(SettingsWindowTest, RemembersTheSelectedTab) {
     {
         SettingsWindow window(*settings);
-        EXPECT_EQ(window.tabs()->count(), 5);
+        EXPECT_EQ(window.tabs()->count(), 6);
         EXPECT_EQ(window.tabs()->currentIndex(), 0) << "flows first when nothing is remembered";
         window.tabs()->setCurrentIndex(2);
     }
@@ -75,6 +77,19 @@ TEST_F(SettingsWindowTest, ControlsWriteTheirSettings) {
         << "the light appearance applies at once";
     radio(window, "Dark")->click();
     EXPECT_LT(QApplication::palette().color(QPalette::Window).lightness(), 80);
+
+    // Translation: the target language, what this computer translates, and a server only when
+    // the user names one.
+    auto* language = find<QComboBox>(window, "translationLanguage");
+    EXPECT_EQ(language->currentData(), "en") << "English unless chosen";
+    language->setCurrentIndex(language->findData("fr"));
+    EXPECT_TRUE(find<QLabel>(window, "apertiumPairs")->text().contains("Spanish → English"));
+    auto* server = find<QLineEdit>(window, "translationServer");
+    EXPECT_TRUE(server->text().isEmpty());
+    server->setText(" https://translate.example.org ");
+    emit server->editingFinished();
+    EXPECT_EQ(fresh()->translationLanguage(), "fr");
+    EXPECT_EQ(fresh()->translationServer(), "https://translate.example.org");
 }
 
 TEST_F(SettingsWindowTest, EachRedactionPresetKeepsItsOwnStyle) {
