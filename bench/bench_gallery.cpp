@@ -4,13 +4,16 @@
 #include "library/FileOps.h"
 #include "library/FlowLibrary.h"
 #include "library/Uuid.h"
+#include "text/OCRIndex.h"
 #include "thumbnails/ThumbnailFiles.h"
 #include "ui/GalleryView.h"
 #include "ui/MainWindow.h"
+#include "ui/ScreenPreview.h"
 
 #include <QApplication>
 #include <QElapsedTimer>
 #include <QImage>
+#include <QMouseEvent>
 #include <QScrollBar>
 #include <QTimer>
 
@@ -198,6 +201,54 @@ void BM_TextPassWithFilterOn(benchmark::State& state) {
     fs::remove(settingsFile, ec);
 }
 BENCHMARK(BM_TextPassWithFilterOn)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(2);
+
+// Pointing at a line whose translation is stored: from the mouse move to the translation
+// painted over the line in the large preview (a 1170 × 2532 screen of 12 lines).
+void BM_HoverShowsAStoredTranslation(benchmark::State& state) {
+    GeneratedLibrary generated(1);
+    const std::string folder = "app-0/category-0/flow-0";
+    QImage screen(1170, 2532, QImage::Format_RGB32);
+    screen.fill(QColor(245, 245, 247));
+    screen.save(QString::fromStdString((generated.root / folder / "01.png").string()), "PNG");
+    std::vector<TextLine> lines;
+    for (int i = 0; i < 12; ++i) {
+        TextLine line{
+            "Línea de texto número " + std::to_string(i),
+            {0.08, 0.05 + 0.07 * i, 0.7, 0.035},
+            std::map<std::string, std::string>{{"en", "Line of text " + std::to_string(i)}}};
+        lines.push_back(std::move(line));
+    }
+    FlowStore store(generated.root);
+    OCRIndex::saveTextLines(store, folder, "01.png", lines);
+    const fs::path settingsFile = generated.root / "settings.ini";
+    AppSettings settings(std::make_unique<QSettings>(QString::fromStdString(settingsFile.string()),
+                                                     QSettings::IniFormat));
+    FlowLibrary library{FlowStore(generated.root)};
+    library.open();
+    MainWindow window(library, settings);
+    window.resize(1280, 900);
+    window.show();
+    QApplication::processEvents();
+    window.gallery().selectScreen({folder, "01.png"});
+    window.action("Show Translation")->setChecked(true);
+    ScreenPreview* preview = window.preview();
+    if (!preview) {
+        state.SkipWithError("no preview");
+        return;
+    }
+    while (!preview->showsFullPicture())
+        QApplication::processEvents();
+    std::size_t line = 0;
+    for (auto _ : state) {
+        const QPointF point = preview->lineRect(line).center();
+        QMouseEvent move(QEvent::MouseMove, point, preview->mapToGlobal(point), Qt::NoButton,
+                         Qt::NoButton, Qt::NoModifier);
+        QApplication::sendEvent(preview, &move);
+        preview->repaint();
+        line = (line + 1) % lines.size();
+    }
+}
+BENCHMARK(BM_HoverShowsAStoredTranslation)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 } // namespace
 

@@ -7,9 +7,11 @@
 #include "support/CliRun.h"
 #include "support/RenderedScreens.h"
 #include "support/TestLibrary.h"
+#include "text/ApertiumEngine.h"
 #include "text/LibrarySearch.h"
 #include "text/OCRSidecar.h"
 #include "text/ScreenOCR.h"
+#include "text/ScreenTranslator.h"
 #include "text/SearchCache.h"
 
 #include <QCoreApplication>
@@ -301,6 +303,45 @@ BENCHMARK(BM_SearchReadyAfterOpening)
     ->Iterations(3);
 
 // `varnel-cli search` over the same library, its cache in place.
+// Translating one screen's lines (twelve, in Spanish) into English with Apertium on this
+// computer, nothing stored before.
+void BM_TranslateScreenWithApertium(benchmark::State& state) {
+    TempDir dir;
+    FlowStore store(dir / "library");
+    const std::string folder =
+        store.createEmptyFlow("Acme", "Login", std::nullopt, Date{}).folderName;
+    writePicture(dir / "a.png", 8, 8);
+    store.addScreens(folder, {dir / "a.png"}, Date{});
+    const char* spanish[] = {"Iniciar sesión",
+                             "Olvidé mi contraseña",
+                             "Crear una cuenta nueva",
+                             "Correo electrónico",
+                             "Contraseña",
+                             "Recordarme",
+                             "Continuar con Google",
+                             "¿No tienes cuenta? Regístrate",
+                             "Términos y condiciones",
+                             "Política de privacidad",
+                             "Ayuda",
+                             "Cambiar idioma"};
+    std::vector<TextLine> lines;
+    for (int i = 0; i < 12; ++i)
+        lines.push_back({spanish[i], {0.1, 0.05 + 0.07 * i, 0.6, 0.03}, std::nullopt});
+    const ApertiumEngine apertium;
+    if (!apertium.translates("es", "en")) {
+        state.SkipWithError("no Spanish-English pair");
+        return;
+    }
+    for (auto _ : state) {
+        state.PauseTiming();
+        OCRIndex::saveTextLines(store, folder, "01.png", lines);
+        state.ResumeTiming();
+        const auto result = ScreenTranslator::translate(store, folder, "01.png", "en", {&apertium});
+        benchmark::DoNotOptimize(result.lines.size());
+    }
+}
+BENCHMARK(BM_TranslateScreenWithApertium)->Unit(benchmark::kMillisecond)->UseRealTime();
+
 void BM_CliSearch(benchmark::State& state) {
     const std::string root = largeLibrary().root.string();
     runCli({"search", "warm"}, root); // the cache is made once
