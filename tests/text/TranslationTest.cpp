@@ -7,7 +7,13 @@
 #include "text/Languages.h"
 #include "text/LibreTranslateEngine.h"
 #include "text/OCRIndex.h"
+#include "text/ScreenOCR.h"
 #include "text/ScreenTranslator.h"
+
+#include <QFont>
+#include <QGuiApplication>
+#include <QImage>
+#include <QPainter>
 
 #include <httplib.h>
 #include <nlohmann/json.hpp>
@@ -209,4 +215,42 @@ TEST_F(TranslationTest, ReadingAPictureAgainKeepsTheTranslationsOfUnchangedLines
     after = repaint();
     EXPECT_EQ(after[0].translations->at("en"), "Log in");
     EXPECT_FALSE(after[1].translations) << "its text changed";
+}
+
+// A Spanish screen, drawn, read by the product's recognizer, then translated by Apertium.
+TEST_F(TranslationTest, ASpanishScreenIsReadThenTranslatedOnThisComputer) {
+    QImage screen(1179, 2556, QImage::Format_RGB32);
+    screen.fill(QColor(250, 250, 252));
+    {
+        QPainter painter(&screen);
+        QFont font("DejaVu Sans");
+        font.setPixelSize(64);
+        painter.setFont(font);
+        painter.setPen(QColor(20, 20, 24));
+        painter.drawText(QPoint(90, 600), "Crear una cuenta nueva");
+        painter.drawText(QPoint(90, 900), "Buscar amigos");
+    }
+    const fs::path picture = store.flowURL(folder) / "01.png";
+    ASSERT_TRUE(screen.save(QString::fromStdString(picture.string()), "PNG"));
+    ScreenOCR ocr;
+    OCRIndex::derive(store, folder, [&](const fs::path& file) { return ocr.recognize(file); });
+
+    const ApertiumEngine apertium;
+    const auto result = ScreenTranslator::translate(store, folder, "01.png", "en", {&apertium});
+    EXPECT_TRUE(result.problems.empty());
+    std::map<std::string, std::string> translated;
+    for (const auto& line : result.lines)
+        if (line.translation)
+            translated[line.text] = *line.translation;
+    ASSERT_TRUE(translated.contains("Crear una cuenta nueva"))
+        << (result.lines.empty() ? std::string("nothing read") : result.lines[0].text);
+    EXPECT_EQ(translated["Crear una cuenta nueva"], "Create a new account");
+    EXPECT_EQ(result.lines.size(), 2u);
+}
+
+int main(int argc, char** argv) {
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+    QGuiApplication app(argc, argv); // fonts for drawing the screen
+    ::testing::InitGoogleTest(&argc, argv);
+    return RUN_ALL_TESTS();
 }
