@@ -35,7 +35,12 @@ QImage readPicture(const std::filesystem::path& file, QSize limit) {
 
 ScreenPreview::ScreenPreview(FlowLibrary& library, ThumbnailCache& thumbnails, GalleryView& gallery,
                              QWidget* parent)
-    : QWidget(parent, Qt::Window), library_(library), thumbnails_(thumbnails), gallery_(gallery) {
+    : QWidget(parent, Qt::Window), library_(library), thumbnails_(thumbnails), gallery_(gallery),
+      overlay_(library) {
+    connect(&overlay_, &TranslationOverlay::changed, this, [this] {
+        update();
+        emit translated();
+    });
     setAttribute(Qt::WA_DeleteOnClose, false);
     setMinimumSize(360, 480);
     // Tall enough for a phone screen, within the screen it opens on.
@@ -56,57 +61,19 @@ void ScreenPreview::setShowsText(bool shows) {
 }
 
 void ScreenPreview::setTranslation(bool shows, const std::string& language, Translate translate) {
-    if (language != language_)
-        asked_ = false;
-    showsTranslation_ = shows;
-    language_ = language;
-    translate_ = std::move(translate);
+    overlay_.setTranslation(shows, language, std::move(translate));
     setMouseTracking(shows);
-    if (shows && wholeScreen_)
-        requestTranslation();
     update();
 }
 
 void ScreenPreview::setTranslatesWholeScreen(bool whole) {
-    wholeScreen_ = whole;
-    if (whole)
-        requestTranslation();
+    overlay_.setWholeScreen(whole);
     update();
-}
-
-void ScreenPreview::requestTranslation() {
-    if (!screen_ || !translate_ || translating_ || asked_ || lines_.empty())
-        return;
-    asked_ = true;
-    translating_ = true;
-    problem_.clear();
-    const ScreenID screen = *screen_;
-    const std::string language = language_;
-    auto* watcher = new QFutureWatcher<ScreenTranslator::Result>(this);
-    connect(watcher, &QFutureWatcher<ScreenTranslator::Result>::finished, this,
-            [this, watcher, screen, language] {
-                watcher->deleteLater();
-                translating_ = false;
-                if (screen_ != screen || language != language_)
-                    return; // another screen or language now; its own request follows
-                const auto result = watcher->result();
-                problem_ = result.problems.empty() ? QString() : qs(result.problems.front());
-                lines_ = library_.textLines(screen.folder, screen.filename);
-                update();
-                emit translated();
-            });
-    watcher->setFuture(QtConcurrent::run(
-        [translate = translate_, screen, language] { return translate(screen, language); }));
 }
 
 void ScreenPreview::showScreen(const ScreenID& screen) {
     screen_ = screen;
-    lines_ = library_.textLines(screen.folder, screen.filename);
-    hovered_.reset();
-    asked_ = false;
-    problem_.clear();
-    if (showsTranslation_ && wholeScreen_)
-        requestTranslation();
+    overlay_.setScreen(screen);
     full_ = false;
     picture_ = thumbnails_.image(screen);
     const std::uint64_t request = ++request_;
@@ -174,7 +141,7 @@ void ScreenPreview::paintTextBoxes(QPainter& painter, const QRectF& picture) {
     fill.setAlphaF(0.18f);
     painter.setPen(QPen(edge, 1.5));
     painter.setBrush(fill);
-    for (const auto& line : lines_) {
+    for (const auto& line : overlay_.lines()) {
         const QRectF box(picture.x() + line.box.x * picture.width(),
                          picture.y() + line.box.y * picture.height(),
                          line.box.width * picture.width(), line.box.height * picture.height());
@@ -193,72 +160,24 @@ QRectF ScreenPreview::pictureRect() const {
     return target;
 }
 
-QRectF ScreenPreview::lineRect(std::size_t line) const {
+QRectF ScreenPreview::boxRect(const NormalizedRect& box) const {
     const QRectF picture = pictureRect();
-    const auto& box = lines_.at(line).box;
     return {picture.x() + box.x * picture.width(), picture.y() + box.y * picture.height(),
             box.width * picture.width(), box.height * picture.height()};
 }
 
+QRectF ScreenPreview::lineRect(std::size_t line) const {
+    return boxRect(overlay_.lines().at(line).box);
+}
+
 void ScreenPreview::mouseMoveEvent(QMouseEvent* event) {
-    std::optional<std::size_t> hovered;
-    if (showsTranslation_)
-        for (std::size_t i = 0; i < lines_.size() && !hovered; ++i)
-            if (lineRect(i).adjusted(-3, -3, 3, 3).contains(event->position()))
-                hovered = i;
-    if (hovered == hovered_)
-        return;
-    hovered_ = hovered;
-    if (hovered_ &&
-        !(lines_[*hovered_].translations && lines_[*hovered_].translations->contains(language_)))
-        requestTranslation();
-    update();
+    if (overlay_.hover(event->position(), [this](const NormalizedRect& b) { return boxRect(b); }))
+        update();
 }
 
 void ScreenPreview::leaveEvent(QEvent*) {
-    if (!hovered_)
-        return;
-    hovered_.reset();
-    update();
-}
-
-void ScreenPreview::paintTranslation(QPainter& painter, std::size_t line, const QRectF& box) {
-    const auto& translations = lines_[line].translations;
-    const bool has = translations && translations->contains(language_);
-    if (!has && !translating_)
-        return; // in the target language already, or no engine (the footer says why)
-    const QString text = has ? qs(translations->at(language_)) : tr("Translating…");
-    // Readable on light and dark screens alike: the plate takes the opposite of the picture
-    // under the line.
-    const QImage& picture = picture_;
-    const QRectF source(box.x() - pictureRect().x(), box.y() - pictureRect().y(), box.width(),
-                        box.height());
-    const double scale = picture.width() / pictureRect().width();
-    const QRect under = QRectF(source.x() * scale, source.y() * scale, source.width() * scale,
-                               source.height() * scale)
-                            .toRect()
-                            .intersected(picture.rect());
-    const QColor average =
-        under.isEmpty() ? QColor(Qt::white)
-                        : QColor(picture.copy(under)
-                                     .scaled(1, 1, Qt::IgnoreAspectRatio, Qt::SmoothTransformation)
-                                     .pixel(0, 0));
-    const bool lightUnder = average.lightnessF() > 0.5;
-    const QColor plate = lightUnder ? QColor(255, 255, 255, 240) : QColor(24, 24, 28, 240);
-    const QColor ink = lightUnder ? QColor(20, 20, 24) : QColor(240, 240, 244);
-    const QRectF area = box.adjusted(-3, -2, 3, 2);
-    painter.setPen(QPen(palette().color(QPalette::Highlight), 1.5));
-    painter.setBrush(plate);
-    painter.drawRoundedRect(area, 3, 3);
-    // Sized to the box: the line's height, smaller when the translation is longer.
-    QFont font = painter.font();
-    font.setPixelSize(std::max(6, static_cast<int>(box.height() * 0.8)));
-    while (font.pixelSize() > 6 && QFontMetricsF(font).horizontalAdvance(text) > area.width() - 4)
-        font.setPixelSize(font.pixelSize() - 1);
-    painter.setFont(font);
-    painter.setPen(ink);
-    painter.drawText(area.adjusted(2, 0, -2, 0), Qt::AlignVCenter | Qt::AlignLeft,
-                     QFontMetricsF(font).elidedText(text, Qt::ElideRight, area.width() - 4));
+    if (overlay_.hover(std::nullopt, [this](const NormalizedRect& b) { return boxRect(b); }))
+        update();
 }
 
 void ScreenPreview::paintEvent(QPaintEvent*) {
@@ -271,13 +190,9 @@ void ScreenPreview::paintEvent(QPaintEvent*) {
         painter.drawImage(target, picture_);
         if (showsText_)
             paintTextBoxes(painter, target);
-        if (showsTranslation_) {
-            const QFont plain = painter.font();
-            for (std::size_t i = 0; i < lines_.size(); ++i)
-                if (wholeScreen_ || hovered_ == i)
-                    paintTranslation(painter, i, lineRect(i));
-            painter.setFont(plain);
-        }
+        overlay_.paint(
+            painter, picture_, target, [this](const NormalizedRect& b) { return boxRect(b); },
+            palette().color(QPalette::Highlight));
     } else {
         painter.setPen(palette().color(QPalette::WindowText));
         painter.drawText(area, Qt::AlignCenter, tr("Loading…"));
@@ -286,8 +201,8 @@ void ScreenPreview::paintEvent(QPaintEvent*) {
     QString footer = title_;
     if (screen_ && ScreenFiles::isClip(screen_->filename))
         footer += "  ·  " + tr("Clip");
-    if (showsTranslation_ && !problem_.isEmpty())
-        footer = problem_;
+    if (overlay_.shows() && !overlay_.problem().isEmpty())
+        footer = overlay_.problem();
     painter.drawText(QRect(16, height() - 36, width() - 32, 28), Qt::AlignCenter,
                      painter.fontMetrics().elidedText(footer, Qt::ElideMiddle, width() - 32));
 }

@@ -2,7 +2,6 @@
 
 #ifndef Q_MOC_RUN // moc cannot parse the C++20 standard headers
 #include "library/ScreenID.h"
-#include "text/ScreenTranslator.h"
 #include "text/TextLine.h"
 
 #include <functional>
@@ -15,6 +14,8 @@
 #include <QImage>
 #include <QPainter>
 #include <QWidget>
+
+#include "ui/TranslationOverlay.h"
 
 namespace varnel {
 
@@ -40,24 +41,22 @@ public:
     // Draws the boxes of the lines recognized on the screen over it.
     void setShowsText(bool shows);
     bool showsText() const { return showsText_; }
-    const std::vector<TextLine>& textLines() const { return lines_; }
+    const std::vector<TextLine>& textLines() const { return overlay_.lines(); }
 
-    // Translates a screen's lines into a language and stores them; runs on a worker thread.
-    using Translate =
-        std::function<ScreenTranslator::Result(const ScreenID& screen, const std::string& to)>;
+    using Translate = TranslationOverlay::Translate;
     // Pointing at a recognized line shows its translation over it, sized to its box; lines
     // not translated yet are translated (the whole screen at once) and stored.
     void setTranslation(bool shows, const std::string& language, Translate translate);
     // Shows every line translated at once, not only the one pointed at.
     void setTranslatesWholeScreen(bool whole);
-    bool showsTranslation() const { return showsTranslation_; }
+    bool showsTranslation() const { return overlay_.shows(); }
     // The line pointed at, as an index into textLines().
-    std::optional<std::size_t> hoveredLine() const { return hovered_; }
+    std::optional<std::size_t> hoveredLine() const { return overlay_.hovered(); }
     // Where a line is drawn, in widget coordinates.
     QRectF lineRect(std::size_t line) const;
     // Why the last translation could not be made; empty when it could.
-    const QString& translationProblem() const { return problem_; }
-    bool isTranslating() const { return translating_; }
+    const QString& translationProblem() const { return overlay_.problem(); }
+    bool isTranslating() const { return overlay_.isTranslating(); }
 
 signals:
     void translated();
@@ -71,10 +70,8 @@ protected:
 private:
     void step(int delta);
     void paintTextBoxes(QPainter& painter, const QRectF& picture);
-    void paintTranslation(QPainter& painter, std::size_t line, const QRectF& box);
     QRectF pictureRect() const;
-    // Translates the screen's lines not translated yet, once per screen and language.
-    void requestTranslation();
+    QRectF boxRect(const NormalizedRect& box) const;
 
     FlowLibrary& library_;
     ThumbnailCache& thumbnails_;
@@ -84,15 +81,7 @@ private:
     bool full_ = false;
     QString title_;
     bool showsText_ = false;
-    std::vector<TextLine> lines_;
-    bool showsTranslation_ = false;
-    bool wholeScreen_ = false;
-    std::string language_ = "en";
-    Translate translate_;
-    std::optional<std::size_t> hovered_;
-    bool translating_ = false;
-    bool asked_ = false; // for the screen shown, in this language
-    QString problem_;
+    TranslationOverlay overlay_;
     std::uint64_t request_ = 0; // pictures read for an earlier screen are dropped
 };
 
