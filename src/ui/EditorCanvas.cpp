@@ -1,5 +1,6 @@
 #include "ui/EditorCanvas.h"
 #include "ui/ImageConversion.h"
+#include "ui/TranslationOverlay.h"
 
 #include "comments/CommentEditing.h"
 #include "comments/CommentThreadLogic.h"
@@ -400,6 +401,18 @@ void EditorCanvas::pressSelect(QMouseEvent* event) {
     drawn_ = {};
 }
 
+void EditorCanvas::setTranslationOverlay(TranslationOverlay* overlay) {
+    overlay_ = overlay;
+    if (overlay_)
+        connect(overlay_, &TranslationOverlay::changed, this, qOverload<>(&QWidget::update));
+}
+
+void EditorCanvas::leaveEvent(QEvent*) {
+    if (overlay_ &&
+        overlay_->hover(std::nullopt, [this](const NormalizedRect& r) { return viewRect(r); }))
+        update();
+}
+
 void EditorCanvas::mouseMoveEvent(QMouseEvent* event) {
     const QPointF point = event->position();
     if (event->buttons() & Qt::MiddleButton) {
@@ -413,7 +426,9 @@ void EditorCanvas::mouseMoveEvent(QMouseEvent* event) {
         dragTo(point);
         return;
     }
-    // Hover: show what a press would do.
+    // Hover: a line's translation, and what a press would do.
+    if (overlay_ && overlay_->hover(point, [this](const NormalizedRect& r) { return viewRect(r); }))
+        update();
     bool onPatch = false;
     if (pinAt(point) || remotePinAt(point))
         setCursor(Qt::PointingHandCursor);
@@ -675,6 +690,10 @@ void EditorCanvas::paintEvent(QPaintEvent*) {
              drawn_});
     paintZones(painter, zones);
     paintOutlines(painter);
+    if (overlay_)
+        overlay_->paint(
+            painter, picture_, target, [this](const NormalizedRect& r) { return viewRect(r); },
+            palette().color(QPalette::Highlight));
     paintPins(painter);
 }
 

@@ -20,6 +20,8 @@ class QToolButton;
 
 namespace varnel {
 
+class TranslationOverlay;
+
 // The picture being edited, with its patches, its zones frosted live, their handles, and the
 // comment pins. Zones show the frosted picture through their shapes, so dragging one never
 // blurs anything again. Gestures follow the current tool and change the editor state.
@@ -54,6 +56,9 @@ public:
     // Called after the state was changed from outside (undo, paste, load).
     void stateChanged();
 
+    // Draws this overlay's translations over the picture, following the pointer (not owned).
+    void setTranslationOverlay(TranslationOverlay* overlay);
+
     // Pins of the screen and the threads pulled for it; `enabled` when the screen takes
     // comments.
     void setComments(std::vector<ScreenComment> pins, std::vector<FigmaThread> threads,
@@ -84,6 +89,7 @@ protected:
     void mousePressEvent(QMouseEvent* event) override;
     void mouseMoveEvent(QMouseEvent* event) override;
     void mouseReleaseEvent(QMouseEvent* event) override;
+    void leaveEvent(QEvent* event) override;
     void wheelEvent(QWheelEvent* event) override;
     void keyPressEvent(QKeyEvent* event) override;
     void resizeEvent(QResizeEvent* event) override;
@@ -153,6 +159,7 @@ private:
     QWidget* draftBox_;
     QLineEdit* draftField_;
     QToolButton* deletePin_;
+    TranslationOverlay* overlay_ = nullptr;
 };
 
 } // namespace varnel

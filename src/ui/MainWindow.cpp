@@ -1,6 +1,8 @@
 #include "ui/MainWindow.h"
 #include "ui/ClipSaveBanner.h"
 #include "ui/ScreenEditor.h"
+#include "ui/EditorCanvas.h"
+#include "ui/TranslationOverlay.h"
 
 #include "text/LibrarySearch.h"
 
@@ -406,6 +408,10 @@ void MainWindow::buildMenus() {
         showPreview();
         if (preview_)
             preview_->setTranslatesWholeScreen(whole);
+        if (editor_) {
+            editor_->translation().setWholeScreen(whole);
+            editor_->canvas().update();
+        }
     });
 
     QMenu* help = menuBar()->addMenu(tr("&Help"));

@@ -11,6 +11,8 @@
 #include "ui/Messages.h"
 #include "ui/ScreenEditor.h"
 #include "ui/ScreenPreview.h"
+#include "ui/EditorCanvas.h"
+#include "ui/TranslationOverlay.h"
 
 #include <QDesktopServices>
 #include <QInputDialog>
@@ -63,8 +65,6 @@ void MainWindow::showPreview() {
 }
 
 void MainWindow::applyTranslation() {
-    if (!preview_)
-        return;
     // Apertium on this computer first; a server only when the user set one.
     auto translate = [root = library_.root(), server = settings_.translationServer()](
                          const ScreenID& screen, const std::string& to) {
@@ -76,8 +76,14 @@ void MainWindow::applyTranslation() {
             engines.push_back(&libre.emplace(server));
         return ScreenTranslator::translate(store, screen.folder, screen.filename, to, engines);
     };
-    preview_->setTranslation(settings_.showTranslation(), settings_.translationLanguage(),
-                             std::move(translate));
+    if (preview_)
+        preview_->setTranslation(settings_.showTranslation(), settings_.translationLanguage(),
+                                 translate);
+    if (editor_) {
+        editor_->translation().setTranslation(settings_.showTranslation(),
+                                              settings_.translationLanguage(), translate);
+        editor_->canvas().update();
+    }
 }
 
 void MainWindow::renameScreen() {
@@ -119,6 +125,8 @@ void MainWindow::editScreen() {
             editor_ = new ScreenEditor(library_, settings_, current->folder, current->filename,
                                        this, figma_);
             editor_->setWindowFlag(Qt::Window);
+            applyTranslation();
+            editor_->translation().setWholeScreen(wholeScreenAction_->isChecked());
         });
     }
     if (!editor_)

@@ -1,4 +1,5 @@
 #include "ui/ScreenEditor.h"
+#include "ui/TranslationOverlay.h"
 
 #include "figma/FigmaServices.h"
 
@@ -60,12 +61,13 @@ QToolButton* toolButton(const QString& text, QWidget* parent, bool checkable = f
 
 ScreenEditor::ScreenEditor(FlowLibrary& library, AppSettings& settings, std::string folder,
                            const std::string& filename, QWidget* parent, FigmaServices* figma)
-    : QMainWindow(parent), library_(library), settings_(settings), figma_(figma),
-      folder_(std::move(folder)), style_(settings.redactStyle()),
-      canvas_(new EditorCanvas(state_, this)), threadPanel_(new ThreadPanel(this)),
-      savedTimer_(new QTimer(this)) {
+    : QMainWindow(parent), library_(library), translation_(new TranslationOverlay(library, this)),
+      settings_(settings), figma_(figma), folder_(std::move(folder)),
+      style_(settings.redactStyle()), canvas_(new EditorCanvas(state_, this)),
+      threadPanel_(new ThreadPanel(this)), savedTimer_(new QTimer(this)) {
     setAttribute(Qt::WA_DeleteOnClose);
     resize(1100, 860);
+    canvas_->setTranslationOverlay(translation_);
 
     auto* central = new QWidget(this);
     auto* layout = new QVBoxLayout(central);
@@ -320,6 +322,7 @@ void ScreenEditor::load(std::size_t index) {
     index_ = std::min(index, screens_.size() - 1);
     filename_ = screens_[index_];
     clip_ = ScreenFiles::isClip(filename_);
+    translation_->setScreen({folder_, filename_});
     threadPanel_->hide();
     canvas_->setShowOriginal(false);
 

@@ -28,6 +28,8 @@ class QToolButton;
 
 namespace varnel {
 
+class TranslationOverlay;
+
 class AppSettings;
 class ClipPlayer;
 class EditorCanvas;
@@ -63,6 +65,7 @@ public:
     bool isClip() const { return clip_; }
     EditorState& state() { return state_; }
     EditorCanvas& canvas() const { return *canvas_; }
+    TranslationOverlay& translation() const { return *translation_; }
     ThreadPanel& threadPanel() const { return *threadPanel_; }
     ClipPlayer* player() const { return player_; }
     QAction* action(const QString& text) const;
@@ -122,6 +125,7 @@ private:
     void connectFigma();
 
     FlowLibrary& library_;
+    TranslationOverlay* translation_;
     AppSettings& settings_;
     FigmaServices* figma_;
     std::string folder_;

@@ -10,6 +10,7 @@
 #include "support/TestLibrary.h"
 #include "ui/EditorCanvas.h"
 #include "ui/ThreadPanel.h"
+#include "ui/TranslationOverlay.h"
 
 #include <QAction>
 #include <QApplication>
@@ -470,4 +471,31 @@ int main(int argc, char** argv) {
     QApplication app(argc, argv);
     ::testing::InitGoogleTest(&argc, argv);
     return RUN_ALL_TESTS();
+}
+
+// In the editor too, pointing at a recognized line shows its stored translation over it, with
+// no engine asked.
+TEST_F(ScreenEditorTest, PointingAtALineShowsItsStoredTranslation) {
+    library.saveTextLines(folder, "01.png",
+                          {{"Ajustes",
+                            {0.1, 0.2, 0.5, 0.06},
+                            std::map<std::string, std::string>{{"en", "Settings"}}}});
+    ScreenEditor& editor = open();
+    int asked = 0;
+    editor.translation().setTranslation(true, "en", [&](const ScreenID&, const std::string&) {
+        ++asked;
+        return ScreenTranslator::Result{};
+    });
+    const QImage before = canvas().grab().toImage();
+    QTest::mouseMove(&canvas(), at(0.3, 0.23));
+    EXPECT_EQ(editor.translation().hovered(), 0u);
+    const QImage after = canvas().grab().toImage();
+    int changed = 0;
+    for (int y = 0; y < after.height(); ++y)
+        for (int x = 0; x < after.width(); ++x)
+            changed += before.pixel(x, y) != after.pixel(x, y);
+    EXPECT_GT(changed, 200) << "the translation is drawn over the line";
+    EXPECT_EQ(asked, 0) << "a stored translation needs no engine";
+    QTest::mouseMove(&canvas(), at(0.5, 0.8));
+    EXPECT_FALSE(editor.translation().hovered());
 }
