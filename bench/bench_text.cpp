@@ -8,11 +8,14 @@
 #include "support/RenderedScreens.h"
 #include "support/TestLibrary.h"
 #include "text/ApertiumEngine.h"
+#include "text/LibreTranslateEngine.h"
+
 #include "text/LibrarySearch.h"
 #include "text/OCRSidecar.h"
 #include "text/ScreenOCR.h"
 #include "text/ScreenTranslator.h"
 #include "text/SearchCache.h"
+#include <httplib.h>
 
 #include <QCoreApplication>
 #include <QGuiApplication>
@@ -341,6 +344,51 @@ void BM_TranslateScreenWithApertium(benchmark::State& state) {
     }
 }
 BENCHMARK(BM_TranslateScreenWithApertium)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+// The same screen through the LibreTranslate client, against a server on 127.0.0.1 that
+// answers at once: what Varnel adds to a real server's own time.
+void BM_TranslateScreenWithLibreTranslateClient(benchmark::State& state) {
+    httplib::Server server;
+    server.Post("/translate", [](const httplib::Request& req, httplib::Response& res) {
+        const Json body = Json::parse(req.body);
+        Json out = Json::array();
+        for (const auto& q : body["q"])
+            out.push_back("EN " + q.get<std::string>());
+        res.set_content(Json{{"translatedText", out}}.dump(), "application/json");
+    });
+    server.Get("/languages", [](const httplib::Request&, httplib::Response& res) {
+        res.set_content(R"([{"code":"es","name":"Spanish","targets":["en"]}])", "application/json");
+    });
+    const int port = server.bind_to_any_port("127.0.0.1");
+    std::thread thread([&] { server.listen_after_bind(); });
+    while (!server.is_running())
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    {
+        TempDir dir;
+        FlowStore store(dir / "library");
+        const std::string folder =
+            store.createEmptyFlow("Acme", "Login", std::nullopt, Date{}).folderName;
+        writePicture(dir / "a.png", 8, 8);
+        store.addScreens(folder, {dir / "a.png"}, Date{});
+        std::vector<TextLine> lines;
+        for (int i = 0; i < 12; ++i)
+            lines.push_back({"Crear una cuenta nueva " + std::to_string(i),
+                             {0.1, 0.05 + 0.07 * i, 0.6, 0.03},
+                             std::nullopt});
+        const LibreTranslateEngine libre("http://127.0.0.1:" + std::to_string(port));
+        for (auto _ : state) {
+            state.PauseTiming();
+            OCRIndex::saveTextLines(store, folder, "01.png", lines);
+            state.ResumeTiming();
+            const auto result =
+                ScreenTranslator::translate(store, folder, "01.png", "en", {&libre});
+            benchmark::DoNotOptimize(result.lines.size());
+        }
+    }
+    server.stop();
+    thread.join();
+}
+BENCHMARK(BM_TranslateScreenWithLibreTranslateClient)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 void BM_CliSearch(benchmark::State& state) {
     const std::string root = largeLibrary().root.string();
