@@ -4,7 +4,7 @@ import { strToU8, zipSync } from 'fflate';
 import { startPlugin, type ToWindow } from '../src/plugin';
 import { PackageError } from '../src/package';
 import { readPackage } from '../src/unzip';
-import { flowPackage, png, zip, type PackageSpec } from './packages';
+import { flowPackage, png, zip, type PackageContents } from './packages';
 import { StandInFigma, StandInFrame, StandInText } from './standin';
 
 const NOW = new Date('2026-11-23T10:00:00.000Z');
@@ -63,8 +63,8 @@ function withExistingContent(): StandInFigma {
 describe('importing a package', () => {
   it('lays the flow out as a tagged board beside what the page holds', async () => {
     const figma = withExistingContent();
-    const spec = flowPackage(3);
-    const reply = await drop(figma, zip(spec));
+    const contents = flowPackage(3);
+    const reply = await drop(figma, zip(contents));
     assert.deepEqual(reply, { type: 'imported', title: 'Sign up', screens: 3 });
     assert.deepEqual(figma.sent, [reply]);
     assert.deepEqual(figma.notices, ['Imported “Sign up”: 3 screens']);
@@ -72,7 +72,7 @@ describe('importing a package', () => {
     const [root] = roots(figma);
     assert.equal(roots(figma).length, 1);
     assert.equal(root.name, 'Sign up');
-    assert.equal(root.getSharedPluginData('varnel', 'flowId'), spec.manifest.flowId);
+    assert.equal(root.getSharedPluginData('varnel', 'flowId'), contents.manifest.flowId);
     assert.equal(root.getSharedPluginData('varnel', 'importedAt'), NOW.toISOString());
     assert.ok(root.x >= 700, `beside the earlier work, not over it (x ${root.x})`);
     assert.equal(root.y, 120, 'level with the top of the page content');
@@ -93,7 +93,7 @@ describe('importing a package', () => {
       const fills = screen.fills as ReadonlyArray<{ type: string; imageHash?: string }>;
       assert.equal(fills.length, 1);
       assert.equal(fills[0].type, 'IMAGE');
-      assert.deepEqual(figma.images.get(fills[0].imageHash!), spec.files[`0${i + 1}.png`]);
+      assert.deepEqual(figma.images.get(fills[0].imageHash!), contents.files[`0${i + 1}.png`]);
       assert.ok(screen.x + screen.width <= root.width && screen.y + screen.height <= root.height, 'inside the board');
     }
 
@@ -128,14 +128,14 @@ describe('importing a package', () => {
 
   it('uses the pictures own size when the package has none, and lays out a flow of clips only', async () => {
     const figma = new StandInFigma();
-    const spec = flowPackage(1);
-    spec.manifest.width = 0;
-    spec.manifest.height = 0;
-    await drop(figma, zip(spec));
+    const contents = flowPackage(1);
+    contents.manifest.width = 0;
+    contents.manifest.height = 0;
+    await drop(figma, zip(contents));
     const [screen] = screensOf(roots(figma)[0]);
     assert.deepEqual([screen.width, screen.height], [39, 84]);
 
-    const clips: PackageSpec = { manifest: { ...flowPackage(0).manifest, flowId: 'CLIPS' }, files: {} };
+    const clips: PackageContents = { manifest: { ...flowPackage(0).manifest, flowId: 'CLIPS' }, files: {} };
     assert.deepEqual(await drop(figma, zip(clips)), { type: 'imported', title: 'Sign up', screens: 0 });
     assert.equal(roots(figma).length, 2);
   });
@@ -154,27 +154,27 @@ describe('a package that is broken or foreign', () => {
     [
       'no flow id (made by an older Varnel)',
       () => {
-        const spec = flowPackage(1);
-        delete spec.manifest.flowId;
-        return zip(spec);
+        const contents = flowPackage(1);
+        delete contents.manifest.flowId;
+        return zip(contents);
       },
       /Export the flow again/,
     ],
     [
       'a screen missing',
       () => {
-        const spec = flowPackage(2);
-        delete spec.files['02.png'];
-        return zip(spec);
+        const contents = flowPackage(2);
+        delete contents.files['02.png'];
+        return zip(contents);
       },
       /lists 02\.png, which is not in the package/,
     ],
     [
       'a path for a file name',
       () => {
-        const spec = flowPackage(1);
-        spec.manifest.screens = [{ file: '../01.png' }];
-        return zip(spec);
+        const contents = flowPackage(1);
+        contents.manifest.screens = [{ file: '../01.png' }];
+        return zip(contents);
       },
       /without a plain file name/,
     ],
@@ -201,13 +201,13 @@ describe('a package that is broken or foreign', () => {
 
   it('checks what reaches the code too, and leaves nothing when Figma refuses halfway', async () => {
     const figma = withExistingContent();
-    const spec = flowPackage(2);
-    const forged = await send(figma, { type: 'import', manifest: spec.manifest, images: { '01.png': spec.files['01.png'] } });
+    const contents = flowPackage(2);
+    const forged = await send(figma, { type: 'import', manifest: contents.manifest, images: { '01.png': contents.files['01.png'] } });
     assert.deepEqual(forged, { type: 'failed', message: 'flow.json lists 02.png, which is not in the package.' });
     assert.equal((await send(figma, { type: 'hello' })).type, 'failed');
 
     figma.failing = 'createText';
-    const refused = await send(figma, { type: 'import', manifest: spec.manifest, images: spec.files });
+    const refused = await send(figma, { type: 'import', manifest: contents.manifest, images: contents.files });
     assert.equal(refused.type, 'failed');
     assert.match((refused as { message: string }).message, /^Figma refused the board: in createText/);
     assert.equal(figma.nodes().length, 1, 'the half-made board was removed');

@@ -47,13 +47,13 @@ export function png(width: number, height: number, shade = 128): Uint8Array {
   return out;
 }
 
-export interface PackageSpec {
+export interface PackageContents {
   manifest: Record<string, unknown>;
   files: Record<string, Uint8Array>;
 }
 
 // A flow of `count` screens of 39×84 pixels shown at 390×844; every other one has a caption.
-export function flowPackage(count = 3, flowId = 'F1A2B3C4-0000-4000-8000-00000000000A'): PackageSpec {
+export function flowPackage(count = 3, flowId = 'F1A2B3C4-0000-4000-8000-00000000000A'): PackageContents {
   const files: Record<string, Uint8Array> = {};
   const screens = Array.from({ length: count }, (_, i) => {
     const file = `${String(i + 1).padStart(2, '0')}.png`;
@@ -75,6 +75,6 @@ export function flowPackage(count = 3, flowId = 'F1A2B3C4-0000-4000-8000-0000000
   };
 }
 
-export function zip(spec: PackageSpec): Uint8Array {
-  return zipSync({ 'flow.json': strToU8(JSON.stringify(spec.manifest, null, 2)), ...spec.files });
+export function zip(contents: PackageContents): Uint8Array {
+  return zipSync({ 'flow.json': strToU8(JSON.stringify(contents.manifest, null, 2)), ...contents.files });
 }
