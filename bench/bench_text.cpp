@@ -305,16 +305,22 @@ BENCHMARK(BM_SearchReadyAfterOpening)
     ->UseRealTime()
     ->Iterations(3);
 
-// `varnel-cli search` over the same library, its cache in place.
+// A flow of one still, whose recognized lines the translation benchmarks store afresh.
+struct OneScreenFlow {
+    TempDir dir;
+    FlowStore store{dir / "library"};
+    std::string folder = store.createEmptyFlow("Acme", "Login", std::nullopt, Date{}).folderName;
+    OneScreenFlow() {
+        writePicture(dir / "a.png", 8, 8);
+        store.addScreens(folder, {dir / "a.png"}, Date{});
+    }
+};
+
 // Translating one screen's lines (twelve, in Spanish) into English with Apertium on this
 // computer, nothing stored before.
 void BM_TranslateScreenWithApertium(benchmark::State& state) {
-    TempDir dir;
-    FlowStore store(dir / "library");
-    const std::string folder =
-        store.createEmptyFlow("Acme", "Login", std::nullopt, Date{}).folderName;
-    writePicture(dir / "a.png", 8, 8);
-    store.addScreens(folder, {dir / "a.png"}, Date{});
+    OneScreenFlow flow;
+    auto& [dir, store, folder] = flow;
     const char* spanish[] = {"Iniciar sesión",
                              "Olvidé mi contraseña",
                              "Crear una cuenta nueva",
@@ -364,12 +370,8 @@ void BM_TranslateScreenWithLibreTranslateClient(benchmark::State& state) {
     while (!server.is_running())
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     {
-        TempDir dir;
-        FlowStore store(dir / "library");
-        const std::string folder =
-            store.createEmptyFlow("Acme", "Login", std::nullopt, Date{}).folderName;
-        writePicture(dir / "a.png", 8, 8);
-        store.addScreens(folder, {dir / "a.png"}, Date{});
+        OneScreenFlow flow;
+        auto& [dir, store, folder] = flow;
         std::vector<TextLine> lines;
         for (int i = 0; i < 12; ++i)
             lines.push_back({"Crear una cuenta nueva " + std::to_string(i),
@@ -390,6 +392,7 @@ void BM_TranslateScreenWithLibreTranslateClient(benchmark::State& state) {
 }
 BENCHMARK(BM_TranslateScreenWithLibreTranslateClient)->Unit(benchmark::kMillisecond)->UseRealTime();
 
+// `varnel-cli search` over the same library, its cache in place.
 void BM_CliSearch(benchmark::State& state) {
     const std::string root = largeLibrary().root.string();
     runCli({"search", "warm"}, root); // the cache is made once
