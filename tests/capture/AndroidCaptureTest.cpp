@@ -255,10 +255,5 @@ TEST_F(AndroidCaptureTest, TheCommandLineListsAndCapturesAndroidSources) {
 }
 
 int main(int argc, char** argv) {
-    // The command line reads the app's settings: a settings folder of its own.
-    TempDir config;
-    setenv("XDG_CONFIG_HOME", config.path().c_str(), 1);
-    QCoreApplication app(argc, argv);
-    ::testing::InitGoogleTest(&argc, argv);
-    return RUN_ALL_TESTS();
+    return runWithOwnSettings(argc, argv);
 }

@@ -128,10 +128,5 @@ TEST_F(CliCaptureTest, RefusesWhatItCannotDo) {
 } // namespace
 
 int main(int argc, char** argv) {
-    // The command reads the app's settings: give it a settings folder of its own.
-    TempDir config;
-    setenv("XDG_CONFIG_HOME", config.path().c_str(), 1);
-    QCoreApplication app(argc, argv);
-    ::testing::InitGoogleTest(&argc, argv);
-    return RUN_ALL_TESTS();
+    return runWithOwnSettings(argc, argv);
 }

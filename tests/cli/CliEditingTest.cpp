@@ -107,9 +107,5 @@ TEST_F(CliEditingTest, RefusesBadZonesAndUnknownScreens) {
 } // namespace
 
 int main(int argc, char** argv) {
-    TempDir config;
-    setenv("XDG_CONFIG_HOME", config.path().c_str(), 1);
-    QCoreApplication app(argc, argv);
-    ::testing::InitGoogleTest(&argc, argv);
-    return RUN_ALL_TESTS();
+    return runWithOwnSettings(argc, argv);
 }

@@ -3,6 +3,7 @@
 #include <cstdlib>
 
 #include <QColor>
+#include <QCoreApplication>
 #include <QImage>
 #include <gst/gst.h>
 #include <gtest/gtest.h>
@@ -222,6 +223,14 @@ void writeClip(const fs::path& file, int width, int height) {
     gst_object_unref(bus);
     gst_element_set_state(pipeline, GST_STATE_NULL);
     gst_object_unref(pipeline);
+}
+
+int runWithOwnSettings(int argc, char** argv) {
+    TempDir config;
+    setenv("XDG_CONFIG_HOME", config.path().c_str(), 1);
+    QCoreApplication app(argc, argv);
+    ::testing::InitGoogleTest(&argc, argv);
+    return RUN_ALL_TESTS();
 }
 
 } // namespace varnel::test

@@ -94,4 +94,8 @@ struct SampleLibrary {
     FlowStore store;
 };
 
+// Runs a test program's tests in an event loop, with a settings folder of its own: the
+// command line reads the app's settings.
+int runWithOwnSettings(int argc, char** argv);
+
 } // namespace varnel::test
