@@ -22,7 +22,7 @@ build: deps $(BUILD)/build.ninja
 	cmake --build $(BUILD) -j $(JOBS)
 
 run: build
-	$(BUILD)/src/varnel
+	$(BUILD)/bin/varnel
 
 test: build
 	cd $(BUILD) && ctest --output-on-failure -j $(JOBS)

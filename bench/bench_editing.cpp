@@ -2,6 +2,7 @@
 // to file through the library with the original kept and its colour chunks, and end to end as
 // `varnel-cli redact`; phone-sized clips baked with two zones, against real time (P4), one as
 // the capture makes them and one as a phone records (turned, at a variable frame rate).
+#include "BenchProcess.h"
 #include "BenchScreen.h"
 #include "editing/GaussianBlur.h"
 #include "editing/ImageRedactor.h"
@@ -22,9 +23,6 @@
 #include <chrono>
 #include <cmath>
 #include <cstring>
-#include <fcntl.h>
-#include <spawn.h>
-#include <sys/wait.h>
 #include <unistd.h>
 #include <zlib.h>
 
@@ -178,24 +176,6 @@ void BM_BakeFileToFile(benchmark::State& state) {
 }
 BENCHMARK(BM_BakeFileToFile)->Unit(benchmark::kMillisecond)->UseRealTime();
 
-// The same as a user runs it: a new `varnel-cli redact` process for each save.
-int runCli(const std::vector<std::string>& arguments) {
-    std::vector<char*> argv;
-    for (const auto& argument : arguments)
-        argv.push_back(const_cast<char*>(argument.c_str()));
-    argv.push_back(nullptr);
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
-    pid_t child = 0;
-    const int started = posix_spawn(&child, argv[0], &actions, nullptr, argv.data(), environ);
-    posix_spawn_file_actions_destroy(&actions);
-    int status = 0;
-    if (started != 0 || waitpid(child, &status, 0) != child || !WIFEXITED(status))
-        return -1;
-    return WEXITSTATUS(status);
-}
-
 void BM_CliRedactOf1179x2556ScreenWith3Zones(benchmark::State& state) {
     StillLibrary library;
     const std::vector<std::string> command = {VARNEL_CLI_PATH,
@@ -210,8 +190,9 @@ void BM_CliRedactOf1179x2556ScreenWith3Zones(benchmark::State& state) {
                                               "rect:0.1,0.5,0.8,0.1",
                                               "--zone",
                                               "ellipse:0.3,0.2,0.4,0.18"};
+    // A new `varnel-cli redact` process for each save, as a user runs it.
     for (auto _ : state)
-        if (runCli(command) != 0)
+        if (bench::runProgram(command) != 0)
             state.SkipWithError("varnel-cli redact failed");
     state.counters["colour_chunks_kept"] = keepsColourChunks(library.screen) ? 1 : 0;
     state.counters["original_kept"] = fs::exists(library.root / library.flow / "01.orig.png");

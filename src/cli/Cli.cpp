@@ -2,6 +2,7 @@
 #include "cli/CliCapture.h"
 #include "cli/CliEditing.h"
 #include "cli/CliFigma.h"
+#include "cli/CliReading.h"
 #include "cli/CliSupport.h"
 #include "cli/CliText.h"
 
@@ -12,7 +13,6 @@
 #include "library/Errors.h"
 #include "library/FileOps.h"
 #include "library/FlowStore.h"
-#include "library/LibraryCheck.h"
 #include "library/Text.h"
 
 #include <functional>
@@ -22,127 +22,10 @@
 
 namespace varnel::cli {
 
-Invocation parse(const std::vector<std::string>& args) {
-    Invocation inv;
-    for (std::size_t i = 0; i < args.size(); ++i) {
-        const std::string& a = args[i];
-        if (a == "--library") {
-            if (++i == args.size())
-                throw UsageError("--library needs a folder");
-            inv.library = args[i];
-        } else if (a.starts_with("--library=")) {
-            inv.library = a.substr(10);
-        } else if (a == "--json") {
-            inv.json = true;
-        } else if (inv.command.empty()) {
-            inv.command = a;
-        } else {
-            inv.arguments.push_back(a);
-        }
-    }
-    return inv;
-}
-
-// Pulls "--name VALUE" pairs out of the arguments.
-std::map<std::string, std::string> options(std::vector<std::string>& arguments,
-                                           std::initializer_list<std::string> names) {
-    std::map<std::string, std::string> found;
-    std::vector<std::string> rest;
-    for (std::size_t i = 0; i < arguments.size(); ++i) {
-        const std::string& a = arguments[i];
-        if (std::find(names.begin(), names.end(), a) == names.end()) {
-            rest.push_back(a);
-            continue;
-        }
-        if (++i == arguments.size())
-            throw UsageError(a + " needs a value");
-        found[a] = arguments[i];
-    }
-    arguments = rest;
-    return found;
-}
-
 namespace {
-
-constexpr const char* kHelp = R"(Usage: varnel-cli [--library DIR] [--json] COMMAND [ARGS]
-
-Works on a Varnel library without the app: the library is DIR, or else the one chosen in
-Varnel's settings.
-
-Commands:
-  list                                        the flows of the library
-  create-flow --app A --name N [--category C] make an empty flow; prints its folder name
-  delete-flow FOLDER                          delete a flow (FOLDER as `list` shows it)
-  add-screens FOLDER FILE...                  copy PNG/MOV files into a flow as new screens
-  renumber FOLDER                             renumber a flow's screen files 1 to N
-  check                                       verify the library; prints what is broken
-  recover                                     repair what interrupted changes left behind (as
-                                              Varnel does when it opens the library); prints
-                                              what it repaired
-  export-app NAME FILE                        write application NAME as an archive (.varnel.zip)
-  import-app FILE [--replace|--duplicate]     import an application archive; when some of its
-                                              flows are already in the library, say which way
-  sources [--include-simulator]               the capture sources (cameras, emulator windows)
-  capture --source ID [--stills N] [--interval SECONDS] [--clip SECONDS]
-          --app A --name N [--category C]     capture a flow from a source; prints its folder
-  capture --source ID ... --append FOLDER     add the captures to an existing flow
-  redact FOLDER FILE --zone rect|ellipse:X,Y,W,H ... [--preset light|dark]
-                                              blur zones (normalized, from the top-left) baked
-                                              into a still or clip; they replace its zones
-  revert FOLDER FILE                          discard a screen's edits, restore its original
-  ocr [FOLDER]                                read the text of the still screens that changed
-                                              since they were last read (all flows, or one)
-  search QUERY [--media images|videos]        the flows and screens whose name, category or
-                                              text holds QUERY, as the gallery shows them
-  translate FOLDER [FILE] --to LANG           each recognized line and its translation (Apertium
-                                              on this computer, or --server URL: a
-                                              LibreTranslate server), stored for next time
-  figma export FOLDER                         write the package for the Figma import plugin;
-                                              prints its path
-  figma link FOLDER URL                       link a flow to the Figma file it was imported into
-  figma sync FOLDER                           send the flow's comment pins to the linked file
-                                              and pull its threads back (token from Settings);
-                                              also named `figma publish`; the API is
-                                              VARNEL_FIGMA_API when it is set
-  figma token [--clear]                       store the Figma token read from standard input in
-                                              the keychain, or remove it
-  figma plugin DIR                            save the Varnel Import plugin for Figma (a zip) in
-                                              DIR; prints its path
-
-Options:
-  --library DIR   the library folder
-  --json          machine-readable output
-  --help          this text
-
-Exit status:
-  0  success
-  1  the operation failed (the reason is on stderr)
-  2  the command line is wrong
-  3  check found problems
-)";
-
-void expectCount(const Invocation& inv, std::size_t min, std::size_t max) {
-    if (inv.arguments.size() < min || inv.arguments.size() > max)
-        throw UsageError("wrong number of arguments for " + inv.command);
-}
 
 Json summaryJson(const FlowSummary& s) {
     return s.toJson();
-}
-
-int list(const Invocation& inv, FlowStore& store, std::ostream& out) {
-    expectCount(inv, 0, 0);
-    const LibraryIndex index = store.readIndex();
-    if (inv.json) {
-        out << encodeLibraryJson(index.toJson());
-        return kSuccess;
-    }
-    for (const auto& s : index.flows) {
-        out << s.folderName << "\t" << s.application.value_or("") << "\t"
-            << s.categoryL1.value_or("") << "\t" << s.name << "\t" << s.screenCount
-            << (s.screenCount == 1 ? " screen" : " screens") << "\n";
-    }
-    return kSuccess;
 }
 
 int createFlow(Invocation& inv, FlowStore& store, std::ostream& out) {
@@ -198,20 +81,6 @@ int renumber(const Invocation& inv, FlowStore& store, std::ostream& out) {
             out << from.filename << " -> " << to.filename << "\n";
     }
     return kSuccess;
-}
-
-int check(const Invocation& inv, FlowStore& store, std::ostream& out) {
-    expectCount(inv, 0, 0);
-    const auto problems = checkLibrary(store);
-    if (inv.json) {
-        out << encodeLibraryJson(Json{{"ok", problems.empty()}, {"problems", problems}});
-    } else if (problems.empty()) {
-        out << "The library at " << store.root().string() << " is consistent.\n";
-    } else {
-        for (const auto& p : problems)
-            out << p << "\n";
-    }
-    return problems.empty() ? kSuccess : kCheckFailed;
 }
 
 int exportApp(const Invocation& inv, FlowStore& store, std::ostream& out) {
@@ -305,27 +174,17 @@ int run(const std::vector<std::string>& args, std::ostream& out, std::ostream& e
 
 int run(const std::vector<std::string>& args, std::ostream& out, std::ostream& err,
         const FigmaAccess& figmaAccess) {
-    Invocation inv;
-    try {
-        if (std::find(args.begin(), args.end(), "--help") != args.end() ||
-            std::find(args.begin(), args.end(), "-h") != args.end()) {
-            out << kHelp;
-            return kSuccess;
-        }
-        inv = parse(args);
-        if (inv.command.empty() || inv.command == "help") {
-            (inv.command.empty() ? err : out) << kHelp;
-            return inv.command.empty() ? kUsage : kSuccess;
-        }
+    if (auto handled = runReading(args, out, err))
+        return *handled;
+    return guarded(err, [&] {
+        Invocation inv = parse(args);
         const std::string root = inv.library ? *inv.library : AppSettings().rootFolderPath();
         FlowStore store{fs::path(root)};
         const std::map<std::string, std::function<int()>> commands{
-            {"list", [&] { return list(inv, store, out); }},
             {"create-flow", [&] { return createFlow(inv, store, out); }},
             {"delete-flow", [&] { return deleteFlow(inv, store, out); }},
             {"add-screens", [&] { return addScreens(inv, store, out); }},
             {"renumber", [&] { return renumber(inv, store, out); }},
-            {"check", [&] { return check(inv, store, out); }},
             {"recover", [&] { return recover(inv, store, out, err); }},
             {"export-app", [&] { return exportApp(inv, store, out); }},
             {"import-app", [&] { return importApp(inv, store, out, err); }},
@@ -358,13 +217,7 @@ int run(const std::vector<std::string>& args, std::ostream& out, std::ostream& e
             }
         }
         return command->second();
-    } catch (const UsageError& e) {
-        err << "varnel-cli: " << e.what() << "\nTry “varnel-cli --help”.\n";
-        return kUsage;
-    } catch (const std::exception& e) {
-        err << "varnel-cli: " << e.what() << "\n";
-        return kFailed;
-    }
+    });
 }
 
 } // namespace varnel::cli

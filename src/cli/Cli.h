@@ -1,17 +1,12 @@
 #pragma once
 
+#include "cli/CliSupport.h"
+
 #include <iosfwd>
 #include <string>
 #include <vector>
 
 namespace varnel::cli {
-
-enum ExitCode : int {
-    kSuccess = 0,
-    kFailed = 1,     // the operation failed; stderr says why
-    kUsage = 2,      // the command line is wrong
-    kCheckFailed = 3 // `check` found broken invariants
-};
 
 struct FigmaAccess;
 

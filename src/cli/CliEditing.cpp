@@ -15,9 +15,6 @@ namespace varnel::cli {
 
 namespace {
 
-constexpr int kSuccess = 0;
-constexpr int kFailed = 1;
-
 std::vector<double> numbers(const std::string& text) {
     std::vector<double> values;
     std::size_t start = 0;

@@ -21,9 +21,6 @@ namespace varnel::cli {
 
 namespace {
 
-constexpr int kSuccess = 0;
-constexpr int kFailed = 1;
-
 void expectArguments(const Invocation& inv, std::size_t count, const char* usage) {
     if (inv.arguments.size() != count)
         throw UsageError(std::string("usage: figma ") + usage);
