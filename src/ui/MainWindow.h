@@ -70,6 +70,8 @@ public:
     // Application archives.
     void exportApplication();
     void importApplication();
+    // An archive opened from outside (the file manager, the command line): asks first.
+    void offerImport(const QString& zipFile);
     void deleteApplication();
     void showSettings();
 

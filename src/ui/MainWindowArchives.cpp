@@ -3,7 +3,9 @@
 #include "ui/MainWindow.h"
 #include "ui/Messages.h"
 
+#include <QDir>
 #include <QFileDialog>
+#include <QFileInfo>
 #include <QFutureWatcher>
 #include <QMessageBox>
 #include <QProgressDialog>
@@ -63,6 +65,24 @@ void MainWindow::importApplication() {
         this, tr("Import Application"), startFolder(QStandardPaths::DownloadLocation),
         tr("Varnel application archives (*.varnel.zip *.zip)"));
     if (!zipFile.isEmpty())
+        importInspected(zipFile.toStdString());
+}
+
+void MainWindow::offerImport(const QString& zipFile) {
+    if (const auto& reason = library_.readOnlyReason()) {
+        showError(this, tr("Couldn’t import the archive"),
+                  tr("The library is open read-only: %1").arg(qs(*reason)));
+        return;
+    }
+    QMessageBox question(
+        QMessageBox::Question, tr("Import Application…"),
+        tr("Import the application in “%1” into this library?").arg(QFileInfo(zipFile).fileName()),
+        QMessageBox::Cancel, this);
+    question.setInformativeText(QDir::toNativeSeparators(QFileInfo(zipFile).absolutePath()));
+    QPushButton* import = question.addButton(tr("Import"), QMessageBox::AcceptRole);
+    question.setDefaultButton(import);
+    question.exec();
+    if (question.clickedButton() == import)
         importInspected(zipFile.toStdString());
 }
 

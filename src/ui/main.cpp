@@ -3,59 +3,68 @@
 #include "library/FileOps.h"
 #include "library/FlowLibrary.h"
 #include "ui/Appearance.h"
+#include "ui/InstanceChannel.h"
 #include "ui/MainWindow.h"
 
 #include <QApplication>
 #include <QCommandLineParser>
-#include <QCryptographicHash>
-#include <QLocalServer>
-#include <QLocalSocket>
+#include <QIcon>
 #include <QMessageBox>
 #include <QScreen>
-#include <QThread>
+#include <QTimer>
+
+#include <string_view>
 
 namespace {
 
-// One name per library, so that a second start on the same library reaches the first.
-QString instanceName(const std::filesystem::path& root) {
-    std::error_code ec;
-    const auto canonical = std::filesystem::weakly_canonical(root, ec);
-    const QByteArray key = QByteArray::fromStdString((ec ? root : canonical).string());
-    return "varnel-" + QCryptographicHash::hash(key, QCryptographicHash::Sha1).toHex().left(20);
+const QCommandLineOption libraryOption("library",
+                                       "Open the library in DIR for this run (the setting is "
+                                       "left as it is).",
+                                       "DIR");
+
+void describe(QCommandLineParser& parser) {
+    QCoreApplication::setOrganizationName("Varnel");
+    QCoreApplication::setApplicationName("Varnel");
+    QCoreApplication::setApplicationVersion(VARNEL_VERSION);
+    parser.setApplicationDescription("Collect and study the screens of mobile apps.");
+    parser.addHelpOption();
+    parser.addVersionOption();
+    parser.addOption(libraryOption);
+    parser.addPositionalArgument("archive", "An application archive (.varnel.zip) to import.",
+                                 "[archive]");
 }
 
-bool activateRunningInstance(const QString& name) {
-    QLocalSocket socket;
-    // The first instance listens right after taking the lock; give it a moment to get there.
-    for (int attempt = 0; attempt < 10; ++attempt) {
-        socket.connectToServer(name);
-        if (socket.waitForConnected(2000))
-            break;
-        QThread::msleep(100);
+// --help and --version answer in a terminal that has no display.
+bool asksOnlyForText(int argc, char** argv) {
+    for (int i = 1; i < argc; ++i) {
+        const std::string_view arg = argv[i];
+        if (arg == "-h" || arg == "--help" || arg == "--help-all" || arg == "-v" ||
+            arg == "--version")
+            return true;
     }
-    if (socket.state() != QLocalSocket::ConnectedState)
-        return false;
-    socket.write("activate\n");
-    socket.waitForBytesWritten(2000);
-    return true;
+    return false;
 }
 
 } // namespace
 
 int main(int argc, char** argv) {
+    if (asksOnlyForText(argc, argv)) {
+        QCoreApplication app(argc, argv);
+        QCommandLineParser parser;
+        describe(parser);
+        parser.process(app);
+        return 0;
+    }
     QApplication app(argc, argv);
-    QApplication::setOrganizationName("Varnel");
-    QApplication::setApplicationName("Varnel");
-    QApplication::setApplicationVersion(VARNEL_VERSION);
-
+    QGuiApplication::setDesktopFileName(VARNEL_APP_ID);
+    QIcon icon;
+    for (const char* size : {"32x32", "64x64", "128x128", "256x256"})
+        icon.addFile(QString(":/icons/%1/apps/" VARNEL_APP_ID ".png").arg(size));
+    QApplication::setWindowIcon(QIcon::fromTheme(VARNEL_APP_ID, icon));
     QCommandLineParser parser;
-    parser.setApplicationDescription("Collect and study the screens of mobile apps.");
-    parser.addHelpOption();
-    parser.addVersionOption();
-    const QCommandLineOption libraryOption(
-        "library", "Open the library in DIR for this run (the setting is left as it is).", "DIR");
-    parser.addOption(libraryOption);
+    describe(parser);
     parser.process(app);
+    const QString archive = parser.positionalArguments().value(0);
 
     varnel::AppSettings settings;
     varnel::applyAppearance(settings.appearance(), settings.accent());
@@ -64,7 +73,7 @@ int main(int argc, char** argv) {
                                            : settings.rootFolderPath();
     std::optional<varnel::LibraryLock> lock;
     std::optional<std::string> readOnly;
-    const QString name = instanceName(root);
+    const QString name = varnel::InstanceChannel::nameFor(root);
     try {
         lock = varnel::takeLibrary(root, readOnly);
     } catch (const std::exception& e) {
@@ -75,15 +84,14 @@ int main(int argc, char** argv) {
     }
     // Held by another Varnel: that one comes forward. Held by anything else, or not writable:
     // this one browses it.
-    if (!lock && !readOnly && activateRunningInstance(name))
+    if (!lock && !readOnly && varnel::InstanceChannel::handOver(name, archive))
         return 0;
     if (!lock && !readOnly)
         readOnly = "another program (such as varnel-cli) is changing this library.";
 
     // Listen before the slow part of the start, so that a second start reaches this one at once.
-    QLocalServer server;
-    QLocalServer::removeServer(name);
-    server.listen(name);
+    varnel::InstanceChannel channel;
+    channel.listen(name);
 
     varnel::FlowLibrary library{varnel::FlowStore(root)};
     library.setReadOnly(readOnly);
@@ -124,15 +132,19 @@ int main(int argc, char** argv) {
     }
     window.show();
 
-    auto comeForward = [&] {
-        while (QLocalSocket* peer = server.nextPendingConnection()) {
-            QObject::connect(peer, &QLocalSocket::disconnected, peer, &QObject::deleteLater);
-            window.showNormal();
-            window.raise();
-            window.activateWindow();
-        }
-    };
-    QObject::connect(&server, &QLocalServer::newConnection, &window, comeForward);
-    comeForward(); // a start that came while this one was getting ready
+    QObject::connect(&channel, &varnel::InstanceChannel::activationRequested, &window, [&window] {
+        window.showNormal();
+        window.raise();
+        window.activateWindow();
+    });
+    QObject::connect(&channel, &varnel::InstanceChannel::importRequested, &window,
+                     [&window](const QString& archive) {
+                         window.showNormal();
+                         window.raise();
+                         window.activateWindow();
+                         window.offerImport(archive);
+                     });
+    if (!archive.isEmpty())
+        QTimer::singleShot(0, &window, [&window, archive] { window.offerImport(archive); });
     return app.exec();
 }

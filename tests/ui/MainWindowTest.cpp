@@ -1,5 +1,6 @@
 #include "ui/MainWindow.h"
 #include "app/AppSettings.h"
+#include "archive/AppArchive.h"
 #include "figma/FigmaPlugin.h"
 #include "library/FlowLibrary.h"
 #include "support/MediaProbe.h"
@@ -8,6 +9,7 @@
 #include "ui/CategorizeDialog.h"
 #include "ui/ClipSaveBanner.h"
 #include "ui/GalleryView.h"
+#include "ui/InstanceChannel.h"
 #include "ui/LibrarySidebar.h"
 #include "ui/ScreenEditor.h"
 #include "ui/ScreenPreview.h"
@@ -484,6 +486,67 @@ TEST_F(MainWindowTest, OpeningSaysWhatItRepairedAndListsTheFolders) {
     repairs->click();
     EXPECT_TRUE(details.contains(QString::fromStdString(SampleLibrary::signUp)))
         << details.toStdString();
+}
+
+// A double-clicked archive, or one handed over by a second start, is offered for import; only
+// the user's yes imports it, and a read-only library says why it can't.
+TEST_F(MainWindowTest, AnArchiveOpenedFromOutsideIsOfferedForImport) {
+    const fs::path archive = dir / "Bank.varnel.zip";
+    ASSERT_EQ(AppArchive::exportApplication("Bank", sample.store, sample.store.readIndex(),
+                                            archive),
+              1u);
+    sample.store.deleteFlow(SampleLibrary::transfer);
+    library.reload();
+
+    InstanceChannel channel;
+    const QString name = InstanceChannel::nameFor(dir / "channel");
+    ASSERT_TRUE(channel.listen(name));
+    QObject::connect(&channel, &InstanceChannel::importRequested, window.get(),
+                     &MainWindow::offerImport);
+    // Answers the next question box once it is up.
+    auto answerWith = [&](const QString& button, QString* question) {
+        auto* poll = new QTimer(window.get());
+        QObject::connect(poll, &QTimer::timeout, [poll, button, question] {
+            auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
+            if (!box)
+                return;
+            poll->deleteLater();
+            poll->stop();
+            *question = box->text();
+            for (QAbstractButton* b : box->buttons())
+                if (b->text().remove(QLatin1Char('&')) == button)
+                    b->click();
+        });
+        poll->start(10);
+    };
+    auto hasBank = [&] {
+        return library.store().readIndex().findFolder(SampleLibrary::transfer) != nullptr;
+    };
+
+    QString question;
+    answerWith("Cancel", &question);
+    ASSERT_TRUE(InstanceChannel::handOver(name, QString::fromStdString(archive.string())));
+    QTRY_VERIFY(!question.isEmpty());
+    EXPECT_EQ(question, "Import the application in “Bank.varnel.zip” into this library?");
+    QTest::qWait(50);
+    EXPECT_FALSE(hasBank()) << "cancelled";
+
+    question.clear();
+    answerWith("Import", &question);
+    ASSERT_TRUE(InstanceChannel::handOver(name, QString::fromStdString(archive.string())));
+    QTRY_VERIFY_WITH_TIMEOUT(hasBank(), 10000);
+
+    library.setReadOnly("another program is changing this library.");
+    question.clear();
+    answerWith("OK", &question);
+    window->offerImport(QString::fromStdString(archive.string()));
+    EXPECT_EQ(question, "Couldn’t import the archive");
+
+    // A plain second start only brings the window forward.
+    bool activated = false;
+    QObject::connect(&channel, &InstanceChannel::activationRequested, [&] { activated = true; });
+    ASSERT_TRUE(InstanceChannel::handOver(name, QString()));
+    QTRY_VERIFY(activated);
 }
 
 TEST_F(MainWindowTest, AReadOnlyLibraryIsBrowsedWithEveryChangeOff) {

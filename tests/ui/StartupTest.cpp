@@ -87,6 +87,26 @@ TEST(StartupTest, ALibraryHeldByTheCommandLineOpensReadOnlyInsteadOfWaiting) {
     ASSERT_TRUE(first->waitForFinished(30000));
 }
 
+// From a terminal, or a package's check, where there is no display to open.
+TEST(StartupTest, VersionAndHelpAnswerWithoutADisplay) {
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    for (const char* name : {"DISPLAY", "WAYLAND_DISPLAY", "QT_QPA_PLATFORM"})
+        env.remove(name);
+    auto run = [&](const QString& option) {
+        QProcess process;
+        process.setProcessEnvironment(env);
+        process.start(VARNEL_APP_PATH, {option});
+        EXPECT_TRUE(process.waitForFinished(30000));
+        EXPECT_EQ(process.exitStatus(), QProcess::NormalExit);
+        EXPECT_EQ(process.exitCode(), 0) << process.readAllStandardError().toStdString();
+        return QString::fromUtf8(process.readAllStandardOutput());
+    };
+    EXPECT_EQ(run("--version"), "Varnel " VARNEL_VERSION "\n");
+    const QString help = run("--help");
+    EXPECT_TRUE(help.contains("--library <DIR>")) << help.toStdString();
+    EXPECT_TRUE(help.contains("archive")) << help.toStdString();
+}
+
 int main(int argc, char** argv) {
     QCoreApplication app(argc, argv);
     ::testing::InitGoogleTest(&argc, argv);
