@@ -8,7 +8,7 @@ JOBS       ?= $(shell nproc)
 WERROR     := $(if $(CI),ON,OFF)
 CMAKE_COMMON := -G Ninja -DCMAKE_CXX_COMPILER_LAUNCHER=ccache -DVARNEL_WERROR=$(WERROR)
 
-.PHONY: all deps build run test test-asan fuzz bench format clean
+.PHONY: all deps build run test test-asan fuzz bench package format clean
 
 all: build
 
@@ -28,6 +28,10 @@ test: build
 	cd $(BUILD) && ctest --output-on-failure -j $(JOBS)
 	$(MAKE) --no-print-directory fuzz
 	$(MAKE) --no-print-directory test-asan
+
+# The Debian package (build/varnel_VERSION_ARCH.deb); install it with apt install ./build/varnel_*.deb
+package: build
+	cmake --build $(BUILD) --target package
 
 # Unit tests once more under AddressSanitizer and UndefinedBehaviorSanitizer.
 test-asan: deps
