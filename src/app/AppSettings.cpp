@@ -101,6 +101,9 @@ void AppSettings::read() {
         preferredDeviceID_ = readString("preferredDeviceID", "");
     captureHotkey_ = readString("captureHotkey", "");
     translationServer_ = readString("translationServer", "");
+    updateFeed_ = readString("updateFeed", std::string(kDefaultUpdateFeed));
+    checkForUpdatesWeekly_ = store_->value("checkForUpdatesWeekly").toBool();
+    lastUpdateCheck_ = store_->value("lastUpdateCheck").toDouble();
     lastApplication_ = readString("lastApplication", "");
     lastCategory_ = readString("lastCategory", "");
     redactLight_ = readStyle("redactLight", RedactPreset::light);
@@ -187,6 +190,21 @@ void AppSettings::setTranslationServer(const std::string& value) {
 void AppSettings::setCaptureHotkey(const std::string& value) {
     captureHotkey_ = value;
     write("captureHotkey", value.empty() ? QVariant() : QVariant(qs(value)));
+}
+
+void AppSettings::setUpdateFeed(const std::string& value) {
+    updateFeed_ = value.empty() ? std::string(kDefaultUpdateFeed) : value;
+    write("updateFeed", value.empty() ? QVariant() : QVariant(qs(value)));
+}
+
+void AppSettings::setCheckForUpdatesWeekly(bool value) {
+    checkForUpdatesWeekly_ = value;
+    write("checkForUpdatesWeekly", value);
+}
+
+void AppSettings::setLastUpdateCheck(double value) {
+    lastUpdateCheck_ = value;
+    write("lastUpdateCheck", value);
 }
 
 void AppSettings::setLastApplication(const std::string& value) {

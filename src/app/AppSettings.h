@@ -36,6 +36,7 @@ public:
     explicit AppSettings(std::unique_ptr<QSettings> store = nullptr, QObject* parent = nullptr);
 
     static std::string defaultRootFolderPath();
+    static constexpr std::string_view kDefaultUpdateFeed = "https://varnel.app/releases.json";
 
     const std::string& rootFolderPath() const { return rootFolderPath_; }
     bool shutterSoundEnabled() const { return shutterSoundEnabled_; }
@@ -53,6 +54,12 @@ public:
     const std::string& captureHotkey() const { return captureHotkey_; }
     // A LibreTranslate server the user runs or chose; empty: nothing is ever sent anywhere.
     const std::string& translationServer() const { return translationServer_; }
+    // The release feed Help ▸ Check for Updates… reads (an https address).
+    const std::string& updateFeed() const { return updateFeed_; }
+    // Whether Varnel looks for a new version once a week by itself; off unless turned on.
+    bool checkForUpdatesWeekly() const { return checkForUpdatesWeekly_; }
+    // When the feed was last read, in seconds since 1970; 0 for never.
+    double lastUpdateCheck() const { return lastUpdateCheck_; }
     const std::string& lastApplication() const { return lastApplication_; }
     const std::string& lastCategory() const { return lastCategory_; }
     const RedactStyle& redactLight() const { return redactLight_; }
@@ -79,6 +86,9 @@ public:
     void setPreferredDeviceID(const std::optional<std::string>& value);
     void setCaptureHotkey(const std::string& value);
     void setTranslationServer(const std::string& value);
+    void setUpdateFeed(const std::string& value);
+    void setCheckForUpdatesWeekly(bool value);
+    void setLastUpdateCheck(double value);
     void setLastApplication(const std::string& value);
     void setLastCategory(const std::string& value);
     void setRedactLight(const RedactStyle& value);
@@ -116,6 +126,9 @@ private:
     std::optional<std::string> preferredDeviceID_;
     std::string captureHotkey_;
     std::string translationServer_;
+    std::string updateFeed_ = std::string(kDefaultUpdateFeed);
+    bool checkForUpdatesWeekly_ = false;
+    double lastUpdateCheck_ = 0;
     std::string lastApplication_;
     std::string lastCategory_;
     RedactStyle redactLight_ = defaultStyle(RedactPreset::light);
