@@ -24,7 +24,8 @@ std::string_view applicationVersion() {
     return VARNEL_VERSION;
 }
 
-UpdateCheckResult checkForUpdates(const std::string& feedUrl, std::string_view currentVersion) {
+UpdateCheckResult checkForUpdates(const std::string& feedUrl, std::string_view currentVersion,
+                                  std::shared_ptr<const std::atomic<bool>> cancel) {
     UpdateCheckResult result;
     if (!Http::isAllowedURL(feedUrl)) {
         result.problem = "The release feed “" + feedUrl + "” is not an https address.";
@@ -37,6 +38,7 @@ UpdateCheckResult checkForUpdates(const std::string& feedUrl, std::string_view c
     request.timeoutSeconds = 20;
     request.maxBytes = kMaxFeedBytes;
     request.maxRedirects = 3;
+    request.cancel = std::move(cancel);
     try {
         const Http::Response response = Http::perform(request);
         if (response.status != 200) {
@@ -68,6 +70,7 @@ UpdateChecker::UpdateChecker(AppSettings& settings, std::string currentVersion, 
 }
 
 UpdateChecker::~UpdateChecker() {
+    *cancel_ = true;
     watcher_.waitForFinished();
 }
 

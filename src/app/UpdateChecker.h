@@ -7,6 +7,8 @@
 #include <QObject>
 #include <QTimer>
 
+#include <atomic>
+#include <memory>
 #include <optional>
 #include <string>
 #endif
@@ -29,7 +31,9 @@ struct UpdateCheckResult {
 
 // Reads the feed at `feedUrl` (https, or http on this computer) and compares its newest release
 // with `currentVersion`. Blocking; never throws.
-UpdateCheckResult checkForUpdates(const std::string& feedUrl, std::string_view currentVersion);
+// `cancel`, set from another thread, ends it within about a second.
+UpdateCheckResult checkForUpdates(const std::string& feedUrl, std::string_view currentVersion,
+                                  std::shared_ptr<const std::atomic<bool>> cancel = nullptr);
 
 // Runs update checks off the main thread: when the user asks, and once a week when the user
 // turned that on. Reading the feed is all it does: nothing is downloaded or installed.
@@ -61,6 +65,8 @@ private:
     std::string currentVersion_;
     QFutureWatcher<UpdateCheckResult> watcher_;
     QTimer hourly_;
+    // Quitting stops a check under way rather than waiting for a slow server.
+    std::shared_ptr<std::atomic<bool>> cancel_ = std::make_shared<std::atomic<bool>>(false);
     bool userAsked_ = false;
 };
 

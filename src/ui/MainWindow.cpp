@@ -1,7 +1,8 @@
 #include "ui/MainWindow.h"
+#include "app/UpdateChecker.h"
 #include "ui/ClipSaveBanner.h"
-#include "ui/ScreenEditor.h"
 #include "ui/EditorCanvas.h"
+#include "ui/ScreenEditor.h"
 #include "ui/TranslationOverlay.h"
 
 #include "text/LibrarySearch.h"
@@ -149,6 +150,15 @@ MainWindow::MainWindow(FlowLibrary& library, AppSettings& settings, QWidget* par
     repairs_->setToolTip(tr("What Varnel repaired when it opened this library"));
     statusBar()->addPermanentWidget(repairs_);
     connect(repairs_, &QPushButton::clicked, this, &MainWindow::showRepairs);
+    updateAvailable_ = new QPushButton(this);
+    updateAvailable_->setObjectName("updateAvailable");
+    updateAvailable_->setFlat(true);
+    updateAvailable_->hide();
+    statusBar()->addPermanentWidget(updateAvailable_);
+    updates_ = new UpdateChecker(settings_, std::string(applicationVersion()), this);
+    connect(updates_, &UpdateChecker::checked, this, &MainWindow::showUpdateCheck);
+    // The weekly check, when it is on, once the window is up and settled.
+    QTimer::singleShot(std::chrono::seconds(10), updates_, &UpdateChecker::checkIfDue);
     gallery_->setThumbnailHeight(static_cast<int>(settings_.thumbnailHeight()));
 
     buildMenus();
@@ -415,7 +425,7 @@ void MainWindow::buildMenus() {
     });
 
     QMenu* help = menuBar()->addMenu(tr("&Help"));
-    later(help->addAction(tr("Check for Updates…")));
+    help->addAction(tr("Check for Updates…"), this, &MainWindow::checkForUpdates);
     changingActions_ = {
         newCapture,         addScreensAction_,   importApp,         deleteApplicationAction_,
         exportFigmaAction_, renameScreenAction_, duplicateAction_,  deleteAction_,
@@ -423,7 +433,9 @@ void MainWindow::buildMenus() {
         deleteFlowAction_,  publishFigmaAction_};
     help->addAction(tr("About Varnel"), this, [this] {
         QMessageBox::about(this, tr("About Varnel"),
-                           tr("<b>Varnel</b><p>Collect and study the screens of mobile apps.</p>"));
+                           tr("<b>Varnel %1</b><p>Collect and study the screens of mobile "
+                              "apps.</p>")
+                               .arg(qs(std::string(applicationVersion()))));
     });
 }
 

@@ -37,6 +37,9 @@ class GalleryView;
 class LibrarySidebar;
 class ScreenEditor;
 class ScreenPreview;
+class UpdateChecker;
+struct Release;
+struct UpdateCheckResult;
 
 // The library window: the sidebar of applications and categories, the gallery of flows and
 // their screens, and the commands on screens, flows and whole applications.
@@ -74,6 +77,10 @@ public:
     void offerImport(const QString& zipFile);
     void deleteApplication();
     void showSettings();
+
+    // Updates: Help ▸ Check for Updates…, and the weekly check when it is on.
+    UpdateChecker& updates() const { return *updates_; }
+    void checkForUpdates();
 
     // Figma.
     FigmaServices& figma() { return *figma_; }
@@ -121,6 +128,8 @@ private:
     // A message in the status bar until the library changes again.
     void showTransient(const QString& message);
     void importInspected(const std::string& zipFile);
+    void showUpdateCheck(const UpdateCheckResult& result, bool userAsked);
+    void showNewRelease(const Release& release);
     void showContextMenu(const QPoint& globalPosition);
     // Screens of the current flow that are selected, in the flow's order.
     std::vector<std::string> selectedInCurrentFlow() const;
@@ -181,6 +190,8 @@ private:
     QPointer<CaptureWindow> captureWindow_;
     QPointer<ScreenEditor> editor_;
     QTimer galleryRebuild_;
+    UpdateChecker* updates_ = nullptr;
+    QPushButton* updateAvailable_ = nullptr;
 };
 
 } // namespace varnel

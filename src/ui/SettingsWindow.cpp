@@ -92,6 +92,7 @@ SettingsWindow::SettingsWindow(AppSettings& settings, QWidget* parent, FigmaServ
     tabs_->addTab(storageTab(), tr("Storage"));
     tabs_->addTab(figmaTab(), tr("Figma"));
     tabs_->addTab(translationTab(), tr("Translation"));
+    tabs_->addTab(updatesTab(), tr("Updates"));
     auto* layout = new QVBoxLayout(this);
     layout->addWidget(tabs_);
     resize(560, 420);
@@ -362,6 +363,31 @@ QWidget* SettingsWindow::translationTab() {
     auto* note = new QLabel(tr("For language pairs Apertium lacks. Lines are sent to this server "
                                "only when it is set; leave it empty to keep everything on this "
                                "computer."),
+                            tab);
+    note->setWordWrap(true);
+    form->addRow(QString(), note);
+    return tab;
+}
+
+QWidget* SettingsWindow::updatesTab() {
+    auto* tab = new QWidget(this);
+    auto* form = new QFormLayout(tab);
+    auto* weekly = new QCheckBox(tr("Check for a new version once a week"), tab);
+    weekly->setObjectName("checkForUpdatesWeekly");
+    weekly->setChecked(settings_.checkForUpdatesWeekly());
+    connect(weekly, &QCheckBox::toggled, this,
+            [this](bool on) { settings_.setCheckForUpdatesWeekly(on); });
+    form->addRow(QString(), weekly);
+    auto* feed = new QLineEdit(qs(settings_.updateFeed()), tab);
+    feed->setObjectName("updateFeed");
+    connect(feed, &QLineEdit::editingFinished, this, [this, feed] {
+        settings_.setUpdateFeed(feed->text().trimmed().toStdString());
+        feed->setText(qs(settings_.updateFeed()));
+    });
+    form->addRow(tr("Release feed"), feed);
+    auto* note = new QLabel(tr("Varnel only reads this short list of versions; it downloads and "
+                               "installs nothing by itself. Help ▸ Check for Updates… looks "
+                               "now."),
                             tab);
     note->setWordWrap(true);
     form->addRow(QString(), note);

@@ -26,8 +26,8 @@ class SettingsWindow : public QDialog {
     Q_OBJECT
 
 public:
-    static constexpr const char* kTabs[] = {"flows",   "appearance", "redaction",
-                                            "storage", "figma",      "translation"};
+    static constexpr const char* kTabs[] = {"flows", "appearance",  "redaction", "storage",
+                                            "figma", "translation", "updates"};
 
     // Without `figma`, the Figma tab only says that Figma isn't available.
     explicit SettingsWindow(AppSettings& settings, QWidget* parent = nullptr,
@@ -47,6 +47,7 @@ private:
     QWidget* storageTab();
     QWidget* figmaTab();
     QWidget* translationTab();
+    QWidget* updatesTab();
     void showPresetStyle();
     void editPresetStyle();
     void showPreview(bool dark, const RedactStyle& style);

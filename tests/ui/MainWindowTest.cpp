@@ -1,9 +1,12 @@
 #include "ui/MainWindow.h"
 #include "app/AppSettings.h"
+#include "app/UpdateChecker.h"
 #include "archive/AppArchive.h"
 #include "figma/FigmaPlugin.h"
 #include "library/FlowLibrary.h"
+#include "library/JsonCoding.h"
 #include "support/MediaProbe.h"
+#include "support/StaticServer.h"
 #include "support/TestLibrary.h"
 #include "text/OCRIndex.h"
 #include "ui/CategorizeDialog.h"
@@ -93,6 +96,25 @@ protected:
         return out;
     }
     std::string payloadOf(const fs::path& file) { return readFile(file).substr(33); }
+    // Answers the next message box once it is up with the button of that text; what it said
+    // goes to `text` and `informative`.
+    void answerNextBox(const QString& button, QString* text, QString* informative = nullptr) {
+        auto* poll = new QTimer(window.get());
+        QObject::connect(poll, &QTimer::timeout, [=] {
+            auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
+            if (!box)
+                return;
+            poll->stop();
+            poll->deleteLater();
+            *text = box->text();
+            if (informative)
+                *informative = box->informativeText();
+            for (QAbstractButton* b : box->buttons())
+                if (b->text().remove(QLatin1Char('&')) == button)
+                    b->click();
+        });
+        poll->start(10);
+    }
     // The viewport point at the middle of a flow's screen.
     QPoint tileCenter(const std::string& folder, std::size_t index) {
         GalleryView& gallery = window->gallery();
@@ -421,8 +443,9 @@ TEST_F(MainWindowTest, MenusNameEveryCommandAndDisableWhatIsNotBuiltYet) {
     EXPECT_TRUE(window->action("New Capture…")->isEnabled());
     EXPECT_FALSE(window->action("Add Screens to Flow…")->isEnabled()) << "no flow picked yet";
     EXPECT_TRUE(window->action("Download Figma Plugin…")->isEnabled());
-    for (const char* text : {"Export for Figma…", "Sync with Figma", "Check for Updates…",
-                             "Edit Screen…", "Show Recognized Text"}) {
+    EXPECT_TRUE(window->action("Check for Updates…")->isEnabled());
+    for (const char* text :
+         {"Export for Figma…", "Sync with Figma", "Edit Screen…", "Show Recognized Text"}) {
         ASSERT_TRUE(window->action(text)) << text;
         EXPECT_FALSE(window->action(text)->isEnabled()) << text;
     }
@@ -492,9 +515,8 @@ TEST_F(MainWindowTest, OpeningSaysWhatItRepairedAndListsTheFolders) {
 // the user's yes imports it, and a read-only library says why it can't.
 TEST_F(MainWindowTest, AnArchiveOpenedFromOutsideIsOfferedForImport) {
     const fs::path archive = dir / "Bank.varnel.zip";
-    ASSERT_EQ(AppArchive::exportApplication("Bank", sample.store, sample.store.readIndex(),
-                                            archive),
-              1u);
+    ASSERT_EQ(
+        AppArchive::exportApplication("Bank", sample.store, sample.store.readIndex(), archive), 1u);
     sample.store.deleteFlow(SampleLibrary::transfer);
     library.reload();
 
@@ -503,28 +525,12 @@ TEST_F(MainWindowTest, AnArchiveOpenedFromOutsideIsOfferedForImport) {
     ASSERT_TRUE(channel.listen(name));
     QObject::connect(&channel, &InstanceChannel::importRequested, window.get(),
                      &MainWindow::offerImport);
-    // Answers the next question box once it is up.
-    auto answerWith = [&](const QString& button, QString* question) {
-        auto* poll = new QTimer(window.get());
-        QObject::connect(poll, &QTimer::timeout, [poll, button, question] {
-            auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
-            if (!box)
-                return;
-            poll->deleteLater();
-            poll->stop();
-            *question = box->text();
-            for (QAbstractButton* b : box->buttons())
-                if (b->text().remove(QLatin1Char('&')) == button)
-                    b->click();
-        });
-        poll->start(10);
-    };
     auto hasBank = [&] {
         return library.store().readIndex().findFolder(SampleLibrary::transfer) != nullptr;
     };
 
     QString question;
-    answerWith("Cancel", &question);
+    answerNextBox("Cancel", &question);
     ASSERT_TRUE(InstanceChannel::handOver(name, QString::fromStdString(archive.string())));
     QTRY_VERIFY(!question.isEmpty());
     EXPECT_EQ(question, "Import the application in “Bank.varnel.zip” into this library?");
@@ -532,13 +538,13 @@ TEST_F(MainWindowTest, AnArchiveOpenedFromOutsideIsOfferedForImport) {
     EXPECT_FALSE(hasBank()) << "cancelled";
 
     question.clear();
-    answerWith("Import", &question);
+    answerNextBox("Import", &question);
     ASSERT_TRUE(InstanceChannel::handOver(name, QString::fromStdString(archive.string())));
     QTRY_VERIFY_WITH_TIMEOUT(hasBank(), 10000);
 
     library.setReadOnly("another program is changing this library.");
     question.clear();
-    answerWith("OK", &question);
+    answerNextBox("OK", &question);
     window->offerImport(QString::fromStdString(archive.string()));
     EXPECT_EQ(question, "Couldn’t import the archive");
 
@@ -547,6 +553,70 @@ TEST_F(MainWindowTest, AnArchiveOpenedFromOutsideIsOfferedForImport) {
     QObject::connect(&channel, &InstanceChannel::activationRequested, [&] { activated = true; });
     ASSERT_TRUE(InstanceChannel::handOver(name, QString()));
     QTRY_VERIFY(activated);
+}
+
+// Help ▸ Check for Updates… against a feed on this computer; the weekly check in the background
+// only ever shows a button in the status bar.
+TEST_F(MainWindowTest, CheckForUpdatesSaysUpToDateOrShowsTheNewVersionsNotes) {
+    StaticServer server;
+    settings->setUpdateFeed(server.url("/releases.json"));
+    const std::string current(applicationVersion());
+    auto feed = [](const std::string& version, const std::string& notes) {
+        return Json{{"releases",
+                     {{{"version", version},
+                       {"date", "2026-12-01"},
+                       {"notes", notes},
+                       {"url", "https://varnel.app/download"}}}}}
+            .dump();
+    };
+    auto* available = window->findChild<QPushButton*>("updateAvailable");
+    ASSERT_TRUE(available);
+    QString text, informative;
+
+    server.serve("/releases.json", feed(current, "This one."));
+    answerNextBox("OK", &text, &informative);
+    window->action("Check for Updates…")->trigger();
+    QTRY_COMPARE(text, QString("You're up to date"));
+    EXPECT_EQ(informative, "Varnel " + QString::fromStdString(current) + " is the newest version.");
+    EXPECT_FALSE(available->isVisible());
+
+    text.clear();
+    server.serve("/releases.json", feed("99.0.0", "Faster search.\n<b>Not markup</b>"));
+    answerNextBox("Later", &text, &informative);
+    window->action("Check for Updates…")->trigger();
+    QTRY_COMPARE(text, QString("Varnel 99.0.0 is available"));
+    EXPECT_TRUE(informative.contains("Faster search.<br>&lt;b&gt;Not markup&lt;/b&gt;"))
+        << informative.toStdString();
+    EXPECT_TRUE(informative.contains("released on 2026-12-01"));
+    EXPECT_TRUE(available->isVisible());
+    EXPECT_EQ(available->text(), "Varnel 99.0.0 is available");
+    EXPECT_EQ(server.requests(), 2) << "nothing but the feed is fetched";
+
+    text.clear();
+    server.serve("/releases.json", "not found", 404);
+    answerNextBox("OK", &text, &informative);
+    window->action("Check for Updates…")->trigger();
+    QTRY_COMPARE(text, QString("Couldn’t check for updates"));
+    EXPECT_TRUE(informative.contains("HTTP status 404")) << informative.toStdString();
+
+    // In the background: no box, only the button; a failure says nothing.
+    available->hide();
+    settings->setCheckForUpdatesWeekly(true);
+    settings->setLastUpdateCheck(0);
+    window->updates().checkIfDue();
+    QTRY_VERIFY(!window->updates().isChecking());
+    EXPECT_EQ(server.requests(), 4);
+    QTest::qWait(50);
+    EXPECT_FALSE(QApplication::activeModalWidget());
+    server.serve("/releases.json", feed("99.0.1", ""));
+    window->updates().checkIfDue();
+    QTRY_VERIFY(available->isVisible());
+    EXPECT_EQ(available->text(), "Varnel 99.0.1 is available");
+    EXPECT_FALSE(QApplication::activeModalWidget());
+    text.clear();
+    answerNextBox("Later", &text);
+    available->click();
+    EXPECT_EQ(text, "Varnel 99.0.1 is available");
 }
 
 TEST_F(MainWindowTest, AReadOnlyLibraryIsBrowsedWithEveryChangeOff) {

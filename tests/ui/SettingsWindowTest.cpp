@@ -48,7 +48,7 @@ protected:
 TEST_F(SettingsWindowTest, RemembersTheSelectedTab) {
     {
         SettingsWindow window(*settings);
-        EXPECT_EQ(window.tabs()->count(), 6);
+        EXPECT_EQ(window.tabs()->count(), 7);
         EXPECT_EQ(window.tabs()->currentIndex(), 0) << "flows first when nothing is remembered";
         window.tabs()->setCurrentIndex(2);
     }
@@ -90,6 +90,21 @@ TEST_F(SettingsWindowTest, ControlsWriteTheirSettings) {
     emit server->editingFinished();
     EXPECT_EQ(fresh()->translationLanguage(), "fr");
     EXPECT_EQ(fresh()->translationServer(), "https://translate.example.org");
+
+    // Updates: the weekly check is off until ticked; an emptied feed is the project's again.
+    auto* weekly = find<QCheckBox>(window, "checkForUpdatesWeekly");
+    EXPECT_FALSE(weekly->isChecked());
+    weekly->click();
+    EXPECT_TRUE(fresh()->checkForUpdatesWeekly());
+    auto* feed = find<QLineEdit>(window, "updateFeed");
+    EXPECT_EQ(feed->text(), "https://varnel.app/releases.json");
+    feed->setText("https://mirror.example.org/varnel.json ");
+    emit feed->editingFinished();
+    EXPECT_EQ(fresh()->updateFeed(), "https://mirror.example.org/varnel.json");
+    feed->clear();
+    emit feed->editingFinished();
+    EXPECT_EQ(fresh()->updateFeed(), "https://varnel.app/releases.json");
+    EXPECT_EQ(feed->text(), "https://varnel.app/releases.json");
 }
 
 TEST_F(SettingsWindowTest, EachRedactionPresetKeepsItsOwnStyle) {
