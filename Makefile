@@ -8,7 +8,7 @@ JOBS       ?= $(shell nproc)
 WERROR     := $(if $(CI),ON,OFF)
 CMAKE_COMMON := -G Ninja -DCMAKE_CXX_COMPILER_LAUNCHER=ccache -DVARNEL_WERROR=$(WERROR)
 
-.PHONY: all deps build run test test-asan fuzz bench package format clean
+.PHONY: all deps build run test test-asan fuzz bench package screenshots format clean
 
 all: build
 
@@ -32,6 +32,10 @@ test: build
 # The Debian package (build/varnel_VERSION_ARCH.deb); install it with apt install ./build/varnel_*.deb
 package: build
 	cmake --build $(BUILD) --target package
+
+# The software centre's screenshots (data/screenshots), drawn offscreen from a made-up library.
+screenshots: build
+	$(BUILD)/tests/ui/make_screenshots data/screenshots
 
 # Unit tests once more under AddressSanitizer and UndefinedBehaviorSanitizer.
 test-asan: deps

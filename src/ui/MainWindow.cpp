@@ -29,6 +29,7 @@
 #include <QActionGroup>
 #include <QApplication>
 #include <QComboBox>
+#include <QDir>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMenu>
@@ -68,6 +69,14 @@ std::optional<ShownFlow> shownUnderSearch(const LibrarySearch& search, const Flo
     if (fitting > 0)
         shown.summary.screenCount = fitting;
     return shown;
+}
+
+// A folder in the user's home as the shell writes it: ~/Pictures/Varnel.
+QString homeShort(const QString& path) {
+    const QString home = QDir::homePath();
+    if (home.size() > 1 && (path == home || path.startsWith(home + '/')))
+        return '~' + path.mid(home.size());
+    return path;
 }
 
 } // namespace
@@ -553,7 +562,7 @@ void MainWindow::showStatus() {
         screens += flow.screenCount;
     QString text = (flows == 1 ? tr("1 flow") : tr("%1 flows").arg(flows)) + ", " +
                    (screens == 1 ? tr("1 screen") : tr("%1 screens").arg(screens)) + " — " +
-                   qs(library_.root().string());
+                   homeShort(qs(library_.root().string()));
     if (textRemaining_ > 0)
         text += textRemaining_ == 1 ? tr(" — reading the text of 1 screen")
                                     : tr(" — reading the text of %1 screens").arg(textRemaining_);
