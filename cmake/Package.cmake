@@ -22,6 +22,5 @@ set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_DEPENDS
     "qt6-qpa-plugins, gstreamer1.0-plugins-base, gstreamer1.0-plugins-good, gstreamer1.0-plugins-bad, gstreamer1.0-plugins-ugly, gstreamer1.0-libav, tesseract-ocr-eng")
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS
-    "adb, apertium, apertium-eng-spa, gnome-keyring, gstreamer1.0-pipewire, sound-theme-freedesktop, tesseract-ocr-fra, tesseract-ocr-kor")
-set(CPACK_DEBIAN_PACKAGE_SUGGESTS "nodejs")
+    "adb, apertium, apertium-eng-spa, gnome-keyring, gstreamer1.0-pipewire, sound-theme-freedesktop, tesseract-ocr-fra, tesseract-ocr-kor, xdg-utils")
 include(CPack)
