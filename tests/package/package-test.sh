@@ -38,7 +38,7 @@ done
 
 # The installed programs, away from the build: no display, a home of their own.
 export HOME=$scratch/home XDG_CONFIG_HOME=$scratch/home/config XDG_RUNTIME_DIR=$scratch/home
-mkdir -p "$HOME"
+mkdir -p -m 700 "$HOME"
 unset DISPLAY WAYLAND_DISPLAY QT_QPA_PLATFORM
 cd "$scratch"
 [ "$("$usr/bin/varnel" --version)" = "Varnel $version" ] || fail "varnel --version"
@@ -50,6 +50,34 @@ folder=$("$usr/bin/varnel-cli" --library "$library" create-flow --app Shop --nam
 "$usr/bin/varnel-cli" --library "$library" check > /dev/null || fail "check"
 plugin=$("$usr/bin/varnel-cli" figma plugin "$scratch")
 [ -s "$plugin" ] || fail "the Figma plugin"
+
+# Started as the desktop starts it, on an X server of its own: the window comes up with its icon,
+# and an archive opened from the file manager is offered to the running Varnel for import.
+"$usr/bin/varnel-cli" --library "$library" add-screens "$folder" \
+  "$usr/share/icons/hicolor/256x256/apps/app.varnel.Varnel.png" > /dev/null
+"$usr/bin/varnel-cli" --library "$library" export-app Shop "$scratch/Shop.varnel.zip" > /dev/null
+"$usr/bin/varnel-cli" --library "$library" delete-flow "$folder"
+exec 3> "$scratch/display"
+Xvfb -displayfd 3 -screen 0 1280x800x24 -nolisten tcp > /dev/null 2>&1 &
+xvfb=$!
+exec 3>&-
+app=
+trap 'kill $xvfb ${app:-} 2>/dev/null; rm -rf "$scratch"' EXIT
+for _ in $(seq 100); do [ -s "$scratch/display" ] && break; sleep 0.1; done
+export DISPLAY=:$(cat "$scratch/display")
+launch=$(sed -n 's/^Exec=//p' "$usr/share/applications/app.varnel.Varnel.desktop")
+[ "$launch" = "varnel %f" ] || fail "the entry starts $launch"
+PATH=$usr/bin:$PATH varnel --library "$library" > "$scratch/app.log" 2>&1 &
+app=$!
+window=$(timeout 60 xdotool search --sync --name "^Varnel — library$" | head -1) ||
+  { cat "$scratch/app.log"; fail "no window"; }
+xprop -id "$window" _NET_WM_ICON | grep -q "Icon (32 x 32)" || fail "the window has no icon"
+PATH=$usr/bin:$PATH varnel --library "$library" "$scratch/Shop.varnel.zip" ||
+  fail "a second start did not hand the archive over"
+timeout 30 xdotool search --sync --name "^Import Application…$" > /dev/null ||
+  fail "the running Varnel did not offer the archive"
+kill $app
+wait $app 2>/dev/null || true
 
 # What the desktop reads.
 desktop-file-validate "$usr/share/applications/app.varnel.Varnel.desktop" || fail "desktop entry"
