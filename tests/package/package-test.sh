@@ -46,7 +46,7 @@ help=$("$usr/bin/varnel-cli" --help)
 [[ $help == *"Exit status"* ]] || fail "varnel-cli --help"
 library=$scratch/library
 folder=$("$usr/bin/varnel-cli" --library "$library" create-flow --app Shop --name "Sign up")
-"$usr/bin/varnel-cli" --library "$library" list | grep -q "^$folder	Shop" || fail "list"
+[[ $("$usr/bin/varnel-cli" --library "$library" list) == "$folder	Shop"* ]] || fail "list"
 "$usr/bin/varnel-cli" --library "$library" check > /dev/null || fail "check"
 plugin=$("$usr/bin/varnel-cli" figma plugin "$scratch")
 [ -s "$plugin" ] || fail "the Figma plugin"
@@ -71,7 +71,11 @@ PATH=$usr/bin:$PATH varnel --library "$library" > "$scratch/app.log" 2>&1 &
 app=$!
 window=$(timeout 60 xdotool search --sync --name "^Varnel — library$" | head -1) ||
   { cat "$scratch/app.log"; fail "no window"; }
-xprop -id "$window" _NET_WM_ICON | grep -q "Icon (32 x 32)" || fail "the window has no icon"
+# The icon may follow the window's name by a moment. (Output is read whole: with pipefail, an
+# early grep -q would fail the pipe.)
+has_icon() { [[ $(xprop -id "$window" _NET_WM_ICON) == *"Icon (32 x 32)"* ]]; }
+for _ in $(seq 100); do has_icon && break; sleep 0.1; done
+has_icon || fail "the window has no icon"
 PATH=$usr/bin:$PATH varnel --library "$library" "$scratch/Shop.varnel.zip" ||
   fail "a second start did not hand the archive over"
 timeout 30 xdotool search --sync --name "^Import Application…$" > /dev/null ||
