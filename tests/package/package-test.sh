@@ -97,6 +97,8 @@ grep -q "application/x-varnel-archive:\*\.varnel\.zip" "$scratch/mime/globs2" ||
 grep -q "^MimeType=application/x-varnel-archive;" \
   "$usr/share/applications/app.varnel.Varnel.desktop" || fail "the entry opens no archives"
 for page in varnel varnel-cli; do
+  [[ $(zcat "$usr/share/man/man1/$page.1.gz" | sed -n 1p) == *"\"Varnel $version\""* ]] ||
+    fail "$page.1 is not the manual of $version"
   warnings=$(MANWIDTH=80 man --warnings -l "$usr/share/man/man1/$page.1.gz" 2>&1 >/dev/null)
   [ -z "$warnings" ] || fail "$page.1: $warnings"
 done
