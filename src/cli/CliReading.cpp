@@ -31,7 +31,8 @@ Commands:
   export-app NAME FILE                        write application NAME as an archive (.varnel.zip)
   import-app FILE [--replace|--duplicate]     import an application archive; when some of its
                                               flows are already in the library, say which way
-  sources [--include-simulator]               the capture sources (cameras, emulator windows)
+  sources [--include-simulator]               the capture sources (Android phones and
+                                              emulators, cameras, emulator windows)
   capture --source ID [--stills N] [--interval SECONDS] [--clip SECONDS]
           --app A --name N [--category C]     capture a flow from a source; prints its folder
   capture --source ID ... --append FOLDER     add the captures to an existing flow
