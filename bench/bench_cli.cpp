@@ -1,5 +1,6 @@
 // How long varnel-cli takes to start and answer the commands that only read a small library,
-// against the program that runs every command (what varnel-cli was before it handed those on).
+// against the program that runs every command (what varnel-cli was before it handed the others
+// on), and what handing a command on adds.
 #include "BenchProcess.h"
 #include "BenchScreen.h"
 #include "library/Date.h"
@@ -50,6 +51,13 @@ void BM_CliList(benchmark::State& state) {
 void BM_CliCheck(benchmark::State& state) {
     runCommand(state, VARNEL_CLI, {"check"});
 }
+// A command varnel-cli hands on: what the hand-over adds.
+void BM_CliSearch(benchmark::State& state) {
+    runCommand(state, VARNEL_CLI, {"search", "sign"});
+}
+void BM_WholeProgramSearch(benchmark::State& state) {
+    runCommand(state, VARNEL_CLI_COMMANDS, {"search", "sign"});
+}
 void BM_WholeProgramHelp(benchmark::State& state) {
     runCommand(state, VARNEL_CLI_COMMANDS, {"--help"});
 }
@@ -62,6 +70,8 @@ void BM_WholeProgramCheck(benchmark::State& state) {
 BENCHMARK(BM_CliHelp)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_CliList)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_CliCheck)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_CliSearch)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_WholeProgramSearch)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_WholeProgramHelp)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_WholeProgramList)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_WholeProgramCheck)->Unit(benchmark::kMillisecond)->UseRealTime();

@@ -12,7 +12,8 @@
 // program with the whole of Varnel (capture, text recognition, Figma...), which takes the
 // time to load all of it.
 int main(int argc, char** argv) {
-    QCoreApplication app(argc, argv);
+    // No QCoreApplication: reading the settings needs only these names, and a command handed on
+    // should not wait for one.
     QCoreApplication::setOrganizationName("Varnel");
     QCoreApplication::setApplicationName("Varnel");
     const std::vector<std::string> args(argv + 1, argv + argc);

@@ -48,6 +48,10 @@ library=$scratch/library
 folder=$("$usr/bin/varnel-cli" --library "$library" create-flow --app Shop --name "Sign up")
 [[ $("$usr/bin/varnel-cli" --library "$library" list) == "$folder	Shop"* ]] || fail "list"
 "$usr/bin/varnel-cli" --library "$library" check > /dev/null || fail "check"
+# Without --library: the library of Varnel's settings.
+mkdir -p "$XDG_CONFIG_HOME/Varnel"
+printf '[General]\nrootFolderPath=%s\n' "$library" > "$XDG_CONFIG_HOME/Varnel/Varnel.conf"
+[[ $("$usr/bin/varnel-cli" list) == "$folder	Shop"* ]] || fail "list of the settings' library"
 plugin=$("$usr/bin/varnel-cli" figma plugin "$scratch")
 [ -s "$plugin" ] || fail "the Figma plugin"
 
