@@ -132,16 +132,15 @@ int main(int argc, char** argv) {
     }
     window.show();
 
-    QObject::connect(&channel, &varnel::InstanceChannel::activationRequested, &window, [&window] {
+    auto comeForward = [&window] {
         window.showNormal();
         window.raise();
         window.activateWindow();
-    });
+    };
+    QObject::connect(&channel, &varnel::InstanceChannel::activationRequested, &window, comeForward);
     QObject::connect(&channel, &varnel::InstanceChannel::importRequested, &window,
-                     [&window](const QString& archive) {
-                         window.showNormal();
-                         window.raise();
-                         window.activateWindow();
+                     [&window, comeForward](const QString& archive) {
+                         comeForward();
                          window.offerImport(archive);
                      });
     if (!archive.isEmpty())
