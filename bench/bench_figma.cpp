@@ -2,7 +2,7 @@
 #include "figma/FigmaAPI.h"
 #include "figma/FigmaAuth.h"
 #include "figma/FigmaSyncService.h"
-#include "library/FlowLibrary.h"
+#include "model/FlowLibrary.h"
 #include "support/FakeFigma.h"
 #include "support/MemorySecrets.h"
 #include "support/TestLibrary.h"

@@ -1,7 +1,7 @@
 // The library store on a generated library of 10,000 flows and 100,000 screens.
 #include "cli/Cli.h"
 #include "library/FileOps.h"
-#include "library/FlowLibrary.h"
+#include "model/FlowLibrary.h"
 #include "library/FlowStore.h"
 #include "library/Uuid.h"
 

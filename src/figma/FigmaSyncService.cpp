@@ -2,7 +2,7 @@
 
 #include "figma/FigmaAuth.h"
 #include "figma/FigmaCommentSync.h"
-#include "library/FlowLibrary.h"
+#include "model/FlowLibrary.h"
 
 #include <QCoreApplication>
 #include <QMetaObject>

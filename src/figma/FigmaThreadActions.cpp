@@ -7,7 +7,7 @@
 #include "figma/FigmaSyncError.h"
 #include "figma/FigmaSyncService.h"
 #include "figma/HttpClient.h"
-#include "library/FlowLibrary.h"
+#include "model/FlowLibrary.h"
 
 #include <variant>
 

@@ -2,7 +2,7 @@
 
 #include "archive/AppArchive.h"
 #include "library/Errors.h"
-#include "library/FlowLibrary.h"
+#include "model/FlowLibrary.h"
 #include "library/Text.h"
 #include "organization/CategorySuggestions.h"
 

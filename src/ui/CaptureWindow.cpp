@@ -3,7 +3,7 @@
 #include "app/AppSettings.h"
 #include "capture/AdbSources.h"
 #include "capture/DeviceManager.h"
-#include "library/FlowLibrary.h"
+#include "model/FlowLibrary.h"
 #include "library/ScreenFiles.h"
 #include "media/PosterFrame.h"
 #include "ui/FinishCaptureDialog.h"

@@ -1,7 +1,7 @@
 #pragma once
 
 #ifndef Q_MOC_RUN
-#include "library/ClipSaves.h"
+#include "model/ClipSaves.h"
 #endif
 
 #include <QFrame>

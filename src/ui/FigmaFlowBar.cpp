@@ -6,7 +6,7 @@
 #include "figma/FigmaFileLink.h"
 #include "figma/FigmaPublishableWork.h"
 #include "figma/FigmaServices.h"
-#include "library/FlowLibrary.h"
+#include "model/FlowLibrary.h"
 
 #include <QApplication>
 #include <QClipboard>

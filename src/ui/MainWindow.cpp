@@ -11,7 +11,7 @@
 #include "capture/DeviceManager.h"
 #include "capture/GlobalHotkey.h"
 #include "figma/FigmaServices.h"
-#include "library/FlowLibrary.h"
+#include "model/FlowLibrary.h"
 #include "text/ApertiumEngine.h"
 #include "text/Languages.h"
 #include "text/LibreTranslateEngine.h"

@@ -1,5 +1,5 @@
 #include "archive/AppArchive.h"
-#include "library/FlowLibrary.h"
+#include "model/FlowLibrary.h"
 #include "ui/MainWindow.h"
 #include "ui/Messages.h"
 

@@ -1,4 +1,4 @@
-#include "library/FlowLibrary.h"
+#include "model/FlowLibrary.h"
 #include "ui/CategorizeDialog.h"
 #include "ui/GalleryView.h"
 #include "ui/MainWindow.h"

@@ -10,7 +10,7 @@
 #include "editing/ImagePatcher.h"
 #include "editing/ImageRedactor.h"
 #include "editing/ScreenEdits.h"
-#include "library/FlowLibrary.h"
+#include "model/FlowLibrary.h"
 #include "library/ScreenFiles.h"
 #include "library/Uuid.h"
 #include "ui/EditorCanvas.h"

@@ -1,7 +1,7 @@
 #include "ui/ScreenPreview.h"
 #include "ui/Messages.h"
 
-#include "library/FlowLibrary.h"
+#include "model/FlowLibrary.h"
 #include "library/ScreenFiles.h"
 #include "media/PosterFrame.h"
 #include "thumbnails/ThumbnailCache.h"

@@ -1,6 +1,6 @@
 #include "ui/TranslationOverlay.h"
 
-#include "library/FlowLibrary.h"
+#include "model/FlowLibrary.h"
 #include "ui/Messages.h"
 
 #include <QFutureWatcher>

@@ -1,7 +1,7 @@
 #include "app/AppSettings.h"
 #include "app/LibraryLock.h"
 #include "library/FileOps.h"
-#include "library/FlowLibrary.h"
+#include "model/FlowLibrary.h"
 #include "ui/Appearance.h"
 #include "ui/InstanceChannel.h"
 #include "ui/MainWindow.h"

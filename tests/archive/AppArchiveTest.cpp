@@ -1,6 +1,6 @@
 #include "archive/AppArchive.h"
 #include "archive/Zip.h"
-#include "library/FlowLibrary.h"
+#include "model/FlowLibrary.h"
 #include "library/LibraryCheck.h"
 #include "support/TestLibrary.h"
 

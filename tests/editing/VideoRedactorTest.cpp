@@ -1,7 +1,7 @@
 // Zones on clips: a real clip made here is baked, decoded and compared frame by frame.
 #include "editing/VideoRedactor.h"
 #include "editing/ImageRedactor.h"
-#include "library/FlowLibrary.h"
+#include "model/FlowLibrary.h"
 #include "support/MediaProbe.h"
 #include "support/TestLibrary.h"
 

@@ -8,7 +8,7 @@
 #include "figma/FigmaSyncService.h"
 #include "figma/FigmaThreadActions.h"
 #include "figma/HttpClient.h"
-#include "library/FlowLibrary.h"
+#include "model/FlowLibrary.h"
 #include "support/FakeFigma.h"
 #include "support/MemorySecrets.h"
 #include "support/TestLibrary.h"

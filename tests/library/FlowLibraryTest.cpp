@@ -1,4 +1,4 @@
-#include "library/FlowLibrary.h"
+#include "model/FlowLibrary.h"
 #include "support/TestLibrary.h"
 
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "library/FlowLibrary.h"
+#include "model/FlowLibrary.h"
 #include "library/FlowStore.h"
 #include "library/LibraryCheck.h"
 #include "support/TestLibrary.h"

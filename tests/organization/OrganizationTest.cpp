@@ -1,4 +1,4 @@
-#include "library/FlowLibrary.h"
+#include "model/FlowLibrary.h"
 #include "organization/CategorizeSheet.h"
 #include "organization/CategorySuggestions.h"
 #include "organization/LibraryGrouping.h"

@@ -1,5 +1,5 @@
 // The text sidecar and its indexes with a stand-in recognizer, and the gallery's search rules.
-#include "library/FlowLibrary.h"
+#include "model/FlowLibrary.h"
 #include "support/CliRun.h"
 #include "support/TestLibrary.h"
 #include "text/LibrarySearch.h"

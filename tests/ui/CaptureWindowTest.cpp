@@ -2,7 +2,7 @@
 #include "ui/CaptureWindow.h"
 #include "app/AppSettings.h"
 #include "capture/DeviceManager.h"
-#include "library/FlowLibrary.h"
+#include "model/FlowLibrary.h"
 #include "support/FakeAdb.h"
 #include "support/MediaProbe.h"
 #include "support/SmallDisk.h"

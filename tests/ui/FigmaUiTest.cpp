@@ -3,7 +3,7 @@
 #include "app/AppSettings.h"
 #include "figma/FigmaAuth.h"
 #include "figma/FigmaServices.h"
-#include "library/FlowLibrary.h"
+#include "model/FlowLibrary.h"
 #include "support/FakeFigma.h"
 #include "support/MemorySecrets.h"
 #include "support/TestLibrary.h"

@@ -3,7 +3,7 @@
 #include "app/UpdateChecker.h"
 #include "archive/AppArchive.h"
 #include "figma/FigmaPlugin.h"
-#include "library/FlowLibrary.h"
+#include "model/FlowLibrary.h"
 #include "library/JsonCoding.h"
 #include "support/MediaProbe.h"
 #include "support/StaticServer.h"

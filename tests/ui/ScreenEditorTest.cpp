@@ -5,7 +5,7 @@
 #include "editing/ClipPlayer.h"
 #include "editing/EditorClipboard.h"
 #include "editing/ImageRedactor.h"
-#include "library/FlowLibrary.h"
+#include "model/FlowLibrary.h"
 #include "support/MediaProbe.h"
 #include "support/TestLibrary.h"
 #include "ui/EditorCanvas.h"

@@ -2,7 +2,7 @@
 // three applications in the window, and a screen in the editor with a blur zone and a pin.
 #include "app/AppSettings.h"
 #include "editing/ScreenEdits.h"
-#include "library/FlowLibrary.h"
+#include "model/FlowLibrary.h"
 #include "support/RenderedScreens.h"
 #include "support/TestLibrary.h"
 #include "ui/Appearance.h"

@@ -1,4 +1,4 @@
-#include "library/FlowLibrary.h"
+#include "model/FlowLibrary.h"
 
 #include "editing/VideoRedactor.h"
 #include "library/Errors.h"

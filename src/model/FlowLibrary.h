@@ -6,7 +6,7 @@
 #include "comments/ScreenComment.h"
 #include "editing/ScreenEdits.h"
 #include "figma/FigmaPublishPersistence.h"
-#include "library/ClipSaves.h"
+#include "model/ClipSaves.h"
 #include "library/FlowMeta.h"
 #include "library/FlowStore.h"
 #include "library/FlowSummary.h"

@@ -1,4 +1,4 @@
-#include "library/ClipSaves.h"
+#include "model/ClipSaves.h"
 
 #include <algorithm>
 

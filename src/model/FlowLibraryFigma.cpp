@@ -1,5 +1,5 @@
 // The library's side of Figma: the export package and a publish's bookkeeping.
-#include "library/FlowLibrary.h"
+#include "model/FlowLibrary.h"
 
 #include "figma/FigmaExport.h"
 #include "library/Errors.h"

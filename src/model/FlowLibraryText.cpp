@@ -1,5 +1,5 @@
 // The library's text index: refresh passes over every flow's "ocr.json" on a worker thread.
-#include "library/FlowLibrary.h"
+#include "model/FlowLibrary.h"
 
 #include "text/ScreenOCR.h"
 #include "text/SearchCache.h"
