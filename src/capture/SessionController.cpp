@@ -164,59 +164,52 @@ std::optional<std::filesystem::path> SessionController::saveNewFlow(const std::s
     meta.width = lastWidth_;
     meta.height = lastHeight_;
 
-    auto& ops = store_.operations();
-    const std::string parentPath = Slug::parentPath(meta.application, meta.categoryL1);
-    const auto parent = store_.root() / parentPath;
-    ops.directoryCreator(parent, true);
-    std::set<std::string> entries;
-    try {
-        for (auto& entry : FileOps::list(parent))
-            entries.insert(std::move(entry));
-    } catch (const LibraryError&) {
-    }
-    const std::string folderName =
-        parentPath + "/" + Slug::uniqueFolderName(Slug::make(meta.name), entries);
-    const auto flowDir = store_.root() / folderName;
-    ops.directoryCreator(flowDir, false);
-
-    moveStagedInto(flowDir, 1, meta);
-    store_.writeMeta(folderName, meta);
-    store_.appendToIndex(meta.summary(folderName));
-    return flowDir;
-}
-
-std::optional<std::filesystem::path>
-SessionController::appendToFlow(const std::string& folderName) {
-    FlowMeta meta = store_.meta(folderName);
-    const auto flowDir = store_.flowURL(folderName);
-    // The flow's files are numbered 1 to N; should a stray file hold a higher number, the new
-    // screens go after it rather than fail on a taken name.
-    long long number = static_cast<long long>(meta.screens.size()) + 1;
-    try {
-        number = std::max(number, ScreenFiles::nextScreenNumber(FileOps::list(flowDir)));
-    } catch (const LibraryError&) {
-    }
-    moveStagedInto(flowDir, number, meta);
-    if (lastWidth_ >= 1) {
-        meta.width = lastWidth_;
-        meta.height = lastHeight_;
-    }
-    store_.writeMeta(folderName, meta);
-    store_.appendToIndex(meta.summary(folderName));
-    return flowDir;
-}
-
-void SessionController::moveStagedInto(const std::filesystem::path& flowDir, long long number,
-                                       FlowMeta& meta) {
+    // The gaps of dropped screens close inside the capture folder; numbers only shrink, so no
+    // name is taken. Then the store brings the folder in as one journaled change: stopped at
+    // any step, the capture is either the listed flow or still a capture, recovered on opening.
+    clearStagingLeftovers();
+    long long number = 1;
     for (const auto& screen : pending_) {
         ScreenRef ref;
         ref.filename = ScreenFiles::capturedName(number++, extensionOrPng(screen.filename));
         ref.capturedAt = screen.capturedAt;
         ref.source = screen.source;
-        store_.operations().folderMover(*stagingDir_ / screen.filename, flowDir / ref.filename);
+        if (ref.filename != screen.filename)
+            store_.operations().folderMover(*stagingDir_ / screen.filename,
+                                            *stagingDir_ / ref.filename);
         meta.screens.push_back(std::move(ref));
     }
+    const std::string folderName = store_.adopt(meta, *stagingDir_);
     removeStagingFolder();
+    return store_.flowURL(folderName);
+}
+
+std::optional<std::filesystem::path>
+SessionController::appendToFlow(const std::string& folderName) {
+    std::vector<FlowStore::NewScreen> screens;
+    for (const auto& screen : pending_) {
+        ScreenRef ref;
+        ref.capturedAt = screen.capturedAt;
+        ref.source = screen.source;
+        screens.push_back({*stagingDir_ / screen.filename, std::move(ref)});
+    }
+    FlowStore::AppendOptions options;
+    options.link = true;
+    options.consumedStaging = *stagingDir_;
+    if (lastWidth_ >= 1)
+        options.size = std::pair{lastWidth_, lastHeight_};
+    store_.appendScreens(folderName, screens, options);
+    return store_.flowURL(folderName);
+}
+
+// What isn't a staged screen (a write cut short) must not come into the flow.
+void SessionController::clearStagingLeftovers() {
+    std::set<std::string> staged;
+    for (const auto& screen : pending_)
+        staged.insert(screen.filename);
+    for (const auto& name : FileOps::list(*stagingDir_))
+        if (!staged.contains(name))
+            store_.operations().folderRemover(*stagingDir_ / name);
 }
 
 void SessionController::cancel() {

@@ -76,7 +76,7 @@ private:
     std::optional<std::filesystem::path> appendToFlow(const std::string& folderName);
     // Moves the staged files into the flow in capture order, numbered from `number`, adds their
     // screens to `meta`, and removes the staging folder.
-    void moveStagedInto(const std::filesystem::path& flowDir, long long number, FlowMeta& meta);
+    void clearStagingLeftovers();
     void appendPending(std::string filename, CaptureSource source);
     void publishLists();
     void endSession();

@@ -9,6 +9,8 @@
 #include "library/ScreenFiles.h"
 #include "library/Uuid.h"
 #include "media/PngImage.h"
+#include "text/HiddenText.h"
+#include "text/OCRIndex.h"
 
 #include <set>
 
@@ -22,24 +24,16 @@ fs::path originalURL(const FlowStore& store, std::string_view folder, const std:
     return store.screenURL(folder, ScreenFiles::originalFilename(filename));
 }
 
-// Only files that reading accepted as this screen's patch files are ever removed; a failure
-// leaves an unlisted file behind, which loses nothing.
-void removePatchFiles(const FlowStore& store, std::string_view folder,
-                      const std::vector<RedactPatch>& patches, const std::set<std::string>& keep) {
-    for (const auto& patch : patches) {
-        if (keep.contains(patch.file) || !ScreenFiles::isPatchFileName(patch.file) ||
-            !LibraryLayout::isSafeFileName(patch.file))
-            continue;
-        try {
-            FileOps::remove(store.screenURL(folder, patch.file));
-        } catch (const std::exception&) {
-        }
-    }
-}
-
-std::vector<RedactPatch> storedPatches(const FlowMeta& meta, const std::string& filename) {
-    const ScreenRef* entry = meta.screen(filename);
-    return entry ? entry->patches.value_or(std::vector<RedactPatch>{}) : std::vector<RedactPatch>{};
+// The screen's text goes before its picture changes: what the old and the new zones and patches
+// cover is dropped, and the rest is read again from the new picture. A sidecar that can't be
+// written stops the change, so no blur is ever reported over words that stay searchable.
+void forgetText(const FlowStore& store, std::string_view folder, const ScreenRef& screen,
+                std::vector<NormalizedRect> covered) {
+    if (ScreenFiles::isClip(screen.filename))
+        return;
+    for (const auto& area : HiddenText::coveredAreas(screen))
+        covered.push_back(area);
+    OCRIndex::forgetCovered(store, folder, screen.filename, covered);
 }
 
 const ScreenRef& requireEntry(const FlowMeta& meta, std::string_view folder,
@@ -72,38 +66,6 @@ std::string bakedBytes(const std::string& filename, const std::string& untouched
     if (baked.empty())
         throw LibraryError("The edited picture of “" + filename + "” couldn’t be encoded.");
     return baked;
-}
-
-// Files written by a save that did not complete are taken back, newest first.
-struct Written {
-    std::vector<fs::path> files;
-    ~Written() {
-        for (auto it = files.rbegin(); it != files.rend(); ++it) {
-            std::error_code ignored;
-            fs::remove(*it, ignored);
-        }
-    }
-    void keep() { files.clear(); }
-};
-
-std::vector<RedactPatch> writeDrafts(const FlowStore& store, std::string_view folder,
-                                     const std::string& filename,
-                                     const std::vector<PatchDraft>& drafts, Written& written) {
-    std::vector<RedactPatch> patches;
-    for (const auto& draft : drafts) {
-        const auto rect = clampedToPicture(draft.rect);
-        if (draft.image.empty() || !rect)
-            continue;
-        RedactPatch patch{newUUIDString(), ScreenFiles::newPatchName(filename), *rect};
-        const std::string png = ImageRedactor::encodePng(draft.image);
-        if (png.empty())
-            throw LibraryError("A clone patch of “" + filename + "” couldn’t be encoded.");
-        const fs::path file = store.screenURL(folder, patch.file);
-        FileOps::writeAtomically(file, png);
-        written.files.push_back(file);
-        patches.push_back(std::move(patch));
-    }
-    return patches;
 }
 
 } // namespace
@@ -147,12 +109,6 @@ std::vector<PatchDraft> patchDrafts(const FlowStore& store, std::string_view fol
 
 namespace {
 
-// Thrown when a save could not put the screen file back as it was.
-class ScreenLeftChanged : public LibraryError {
-public:
-    using LibraryError::LibraryError;
-};
-
 void saveStill(FlowStore& store, std::string_view folder, const std::string& filename,
                const std::vector<RedactShape>& shapes, const RedactStyle& style,
                const std::vector<PatchDraft>& drafts) {
@@ -166,36 +122,28 @@ void saveStill(FlowStore& store, std::string_view folder, const std::string& fil
     const std::string current = FileOps::read(screen);
     const std::string untouched = hadOriginal ? FileOps::read(original) : current;
     // Everything is worked out before the first file is written.
-    const std::string baked = bakedBytes(filename, untouched, zones, style, drafts);
-
-    Written written;
-    if (!hadOriginal) {
-        FileOps::writeAtomically(original, untouched);
-        written.files.push_back(original);
+    FlowStore::Bake bake;
+    bake.picture = bakedBytes(filename, untouched, zones, style, drafts);
+    if (!hadOriginal)
+        bake.original = untouched;
+    bake.zones = zones;
+    bake.style = style;
+    std::vector<NormalizedRect> covered;
+    for (const auto& zone : zones)
+        covered.push_back(zone.rect);
+    for (const auto& draft : drafts) {
+        const auto rect = clampedToPicture(draft.rect);
+        if (draft.image.empty() || !rect)
+            continue;
+        RedactPatch patch{newUUIDString(), ScreenFiles::newPatchName(filename), *rect};
+        std::string png = ImageRedactor::encodePng(draft.image);
+        if (png.empty())
+            throw LibraryError("A clone patch of “" + filename + "” couldn’t be encoded.");
+        covered.push_back(patch.rect);
+        bake.patches.emplace_back(std::move(patch), std::move(png));
     }
-    const std::vector<RedactPatch> patches = writeDrafts(store, folder, filename, drafts, written);
-    FileOps::writeAtomically(screen, baked);
-    try {
-        store.setEdits(folder, filename, zones, style, patches);
-    } catch (const std::exception& e) {
-        try {
-            FileOps::writeAtomically(screen, current);
-        } catch (const std::exception& back) {
-            written.keep(); // the original copy is all that is left of the untouched picture
-            throw ScreenLeftChanged(std::string(e.what()) +
-                                    " The screen file could not be put back "
-                                    "as it was (" +
-                                    back.what() +
-                                    "); its untouched picture is kept beside it as “" +
-                                    original.filename().string() + "”.");
-        }
-        throw;
-    }
-    written.keep();
-    std::set<std::string> keep;
-    for (const auto& patch : patches)
-        keep.insert(patch.file);
-    removePatchFiles(store, folder, storedPatches(meta, filename), keep);
+    forgetText(store, folder, *meta.screen(filename), covered);
+    store.bakeScreen(folder, filename, bake);
 }
 
 } // namespace
@@ -205,8 +153,8 @@ void save(FlowStore& store, std::string_view folder, const std::string& filename
           const std::vector<PatchDraft>& drafts) {
     try {
         saveStill(store, folder, filename, shapes, style, drafts);
-    } catch (const ScreenLeftChanged&) {
-        throw;
+    } catch (const RollbackError&) {
+        throw; // it says where the picture as it was is kept
     } catch (const std::exception& e) {
         throw LibraryError(std::string(e.what()) + " The screen file is as it was before.");
     }
@@ -215,18 +163,8 @@ void save(FlowStore& store, std::string_view folder, const std::string& filename
 void revert(FlowStore& store, std::string_view folder, const std::string& filename) {
     const FlowMeta meta = store.meta(folder);
     requireEntry(meta, folder, filename);
-    const fs::path screen = store.screenURL(folder, filename);
-    const fs::path original = originalURL(store, folder, filename);
-    if (FileOps::exists(original)) {
-        // One rename puts the untouched file in place of the baked one.
-        std::error_code error;
-        fs::rename(original, screen, error);
-        if (error)
-            throw FileError("put back the original of", screen, error);
-        FileOps::syncFolder(screen.parent_path());
-    }
-    store.setEdits(folder, filename, {}, std::nullopt, {});
-    removePatchFiles(store, folder, storedPatches(meta, filename), {});
+    forgetText(store, folder, *meta.screen(filename), {});
+    store.revertEdits(folder, filename);
 }
 
 fs::path prepareClip(FlowStore& store, std::string_view folder, const std::string& filename) {
@@ -254,10 +192,27 @@ bool saveClip(FlowStore& store, std::string_view folder, const std::string& file
         return true;
     }
     const fs::path source = prepareClip(store, folder, filename);
-    if (!VideoRedactor::bake(zones, store.screenURL(folder, filename), source, style, progress,
-                             cancel, why))
+    // Rendered beside the clip, then moved in with its record as one journaled change.
+    const fs::path rendered =
+        store.flowURL(folder) / (".bake-" + newUUIDString() + ".mov");
+    if (auto failure = VideoRedactor::render(zones, rendered, source, style, progress, cancel)) {
+        if (why)
+            *why = *failure;
         return false;
-    recordClip(store, folder, filename, zones, style);
+    }
+    FlowStore::Bake bake;
+    bake.pictureFile = rendered;
+    bake.zones = zones;
+    bake.style = style;
+    try {
+        store.bakeScreen(folder, filename, bake);
+    } catch (...) {
+        std::error_code ignored;
+        fs::remove(rendered, ignored);
+        throw;
+    }
+    if (progress)
+        progress(1.0);
     return true;
 }
 

@@ -176,6 +176,15 @@ void copyDurably(const fs::path& from, const fs::path& to) {
     syncFolder(to.parent_path());
 }
 
+void linkOrCopy(const fs::path& from, const fs::path& to) {
+    if (::link(from.c_str(), to.c_str()) == 0)
+        return;
+    const int error = errno;
+    if (error == EEXIST || error == ENOENT || error == ENOSPC || error == EDQUOT)
+        throw FileError("copy to", to, std::error_code(error, std::generic_category()));
+    copyDurably(from, to);
+}
+
 void remove(const fs::path& path) {
     std::error_code ec;
     fs::remove_all(path, ec);

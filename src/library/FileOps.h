@@ -30,6 +30,8 @@ void copy(const fs::path& from, const fs::path& to);
 // Copies a file through a temporary file that is flushed to disk before it takes the new
 // name, so that a power cut leaves either no copy or a whole one. Never replaces `to`.
 void copyDurably(const fs::path& from, const fs::path& to);
+// A second name for the file (a hard link), or a durable copy where the file system has none.
+void linkOrCopy(const fs::path& from, const fs::path& to);
 
 // Removes a file or a folder tree; a missing item is not an error.
 void remove(const fs::path& path);

@@ -23,6 +23,13 @@ namespace fs = std::filesystem;
 
 class UndoLog;
 
+// Sets a screen's zones (on the picture), style and patches; empty lists become absent keys.
+// Throws LibraryError for values that aren't usable.
+void setScreenEdits(ScreenRef& screen, std::vector<RedactShape> shapes,
+                    std::optional<RedactStyle> style, std::vector<RedactPatch> patches);
+// A screen's edit keys as stored, to tell whether a record is the one a change planned.
+Json editsJson(const ScreenRef& screen);
+
 // The four file operations every change goes through; tests replace them to inject failures.
 struct FileOperations {
     std::function<void(const fs::path& file, std::string_view bytes)> indexWriter;
@@ -102,6 +109,24 @@ public:
     void setEdits(std::string_view folderName, const std::string& filename,
                   std::vector<RedactShape> shapes, std::optional<RedactStyle> style,
                   std::vector<RedactPatch> patches);
+    // A still's new picture with its zones and patches baked in, the patch images it records,
+    // and its untouched picture when no original copy is kept yet.
+    struct Bake {
+        std::string picture;
+        // A clip's new file (written beside the library), moved in instead of `picture`.
+        std::optional<fs::path> pictureFile;
+        std::optional<std::string> original;
+        std::vector<RedactShape> zones;
+        RedactStyle style;
+        std::vector<std::pair<RedactPatch, std::string>> patches; // record and PNG bytes
+    };
+    // Replaces a screen's picture and records its edits through the journal: the record written
+    // is the commit; before it, a failure or an interruption puts the picture as it was back.
+    void bakeScreen(std::string_view folderName, const std::string& filename, const Bake& bake);
+    // Clears a screen's zones, style and patches and puts its untouched original back in place
+    // of the baked picture, through the journal: the record is written first, and an
+    // interruption is finished when the library opens.
+    void revertEdits(std::string_view folderName, const std::string& filename);
     // Replaces a screen's pins. Published pins that are gone are queued in
     // "figmaPendingDeletes", so that the next publish deletes them in Figma.
     void setComments(std::string_view folderName, const std::string& filename,
@@ -155,6 +180,26 @@ public:
     // Copies PNG or MOV files into a flow as new screens, numbered after the highest in use.
     std::vector<std::string> addScreens(std::string_view folderName,
                                         const std::vector<fs::path>& files, Date capturedAt);
+    // A file to add as a screen, with its record (its file name is given by the store).
+    struct NewScreen {
+        fs::path file;
+        ScreenRef ref;
+    };
+    struct AppendOptions {
+        bool link = false; // link rather than copy (files inside the library)
+        // The flow's size afterwards; else the first still's, for a flow that has none.
+        std::optional<std::pair<int, int>> size;
+        // A capture folder (".inprogress/ID") whose files these are: it goes once they are
+        // listed, in the same change, so that a crash never lists them twice.
+        std::optional<fs::path> consumedStaging;
+    };
+    // Adds screens after the flow's last, through the journal: after an interruption they are
+    // either listed in the flow or still where they came from. Returns their file names.
+    std::vector<std::string> appendScreens(std::string_view folderName,
+                                           const std::vector<NewScreen>& screens,
+                                           const AppendOptions& options);
+    // The name of a capture folder of this library; none for any other folder.
+    std::optional<std::string> stagingName(const fs::path& folder) const;
 
     // Repairs what interrupted changes left: each flow ends as its old or its new version,
     // complete and listed; set-aside data goes back or, once its change was written, goes;
@@ -188,6 +233,8 @@ private:
     struct Survey {
         std::vector<std::string> flowFolders; // folders at flow depth, listed or not
         std::vector<fs::path> quarantines, assemblies, extractions, writeLeftovers, intents;
+        std::vector<std::string> renumbering; // flows with a renumbering folder
+
     };
     Survey survey() const;
     struct Settle {
@@ -198,8 +245,15 @@ private:
                       RecoveryReport& report);
     void rollForward(const Json& transfer);
     void settleScreenQuarantine(const Json& entry, RecoveryReport& report);
+    void putBackOriginal(const std::string& folderName, const std::string& filename);
+    void settleRevert(const Json& entry, RecoveryReport& report);
+    void settleBake(const Json& entry, RecoveryReport& report);
+    void removePatchesOf(const std::string& folderName, const std::string& filename);
+    void settleConsumedCapture(const Json& intent, RecoveryReport& report);
     void recoverAssembly(const fs::path& assembly, RecoveryReport& report);
+    fs::path sourceInLibrary(const fs::path& source) const;
     void adoptUnindexed(const std::vector<std::string>& flowFolders, RecoveryReport& report);
+    void adoptUnindexed(const std::string& folderName, RecoveryReport& report);
     void recoverQuarantine(const fs::path& quarantine, RecoveryReport& report);
     void settleSummary(const std::string& folderName);
     void settleFlow(const std::string& folderName, const Settle& settle, RecoveryReport& report);

@@ -1,7 +1,11 @@
 // Edit records and comment pins of a screen: one meta.json write each.
 #include "library/Errors.h"
+#include "library/FileOps.h"
 #include "library/FlowStore.h"
 #include "library/LibraryLayout.h"
+#include "library/ScreenFiles.h"
+#include "library/UndoLog.h"
+#include "library/Uuid.h"
 
 #include <algorithm>
 #include <set>
@@ -26,9 +30,8 @@ template <typename T> std::optional<std::vector<T>> nonEmpty(std::vector<T> item
 
 } // namespace
 
-void FlowStore::setEdits(std::string_view folderName, const std::string& filename,
-                         std::vector<RedactShape> shapes, std::optional<RedactStyle> style,
-                         std::vector<RedactPatch> patches) {
+void setScreenEdits(ScreenRef& screen, std::vector<RedactShape> shapes,
+                    std::optional<RedactStyle> style, std::vector<RedactPatch> patches) {
     shapes = zonesOnPicture(shapes);
     if (style)
         requireFinite(*style);
@@ -38,12 +41,157 @@ void FlowStore::setEdits(std::string_view folderName, const std::string& filenam
             throw LibraryError("A clone patch has a position or size that isn’t usable.");
         patch.rect = *rect;
     }
-    FlowMeta m = meta(folderName);
-    ScreenRef& screen = requireScreen(m, folderName, filename);
     screen.redactions = nonEmpty(std::move(shapes));
     screen.redactStyle = style;
     screen.patches = nonEmpty(std::move(patches));
+}
+
+Json editsJson(const ScreenRef& screen) {
+    const Json json = screen.toJson();
+    Json edits = Json::object();
+    for (const char* key : {"redactions", "redactStyle", "patches"})
+        if (json.contains(key))
+            edits[key] = json[key];
+    return edits;
+}
+
+void FlowStore::setEdits(std::string_view folderName, const std::string& filename,
+                         std::vector<RedactShape> shapes, std::optional<RedactStyle> style,
+                         std::vector<RedactPatch> patches) {
+    FlowMeta m = meta(folderName);
+    ScreenRef& screen = requireScreen(m, folderName, filename);
+    setScreenEdits(screen, std::move(shapes), style, std::move(patches));
     writeMeta(folderName, m);
+}
+
+void FlowStore::bakeScreen(std::string_view folderName, const std::string& filename,
+                          const Bake& bake) {
+    const std::string folder(folderName);
+    FlowMeta current = meta(folderName);
+    requireScreen(current, folderName, filename);
+    const fs::path flowDir = flowURL(folderName);
+    const fs::path picture = flowDir / filename;
+    const std::string originalName = ScreenFiles::originalFilename(filename);
+    const std::string previous = "." + filename + ".before-" + newUUIDString();
+    Json created = Json::array();
+    for (const auto& [patch, png] : bake.patches) {
+        LibraryLayout::validateFileName(patch.file);
+        created.push_back(patch.file);
+    }
+    const bool makesOriginal = bake.original && !FileOps::exists(flowDir / originalName);
+    std::vector<RedactPatch> records;
+    for (const auto& [patch, png] : bake.patches)
+        records.push_back(patch);
+    ScreenRef planned = *current.screen(filename);
+    setScreenEdits(planned, bake.zones, bake.style, records);
+    const fs::path intent =
+        beginIntent(Json{{"operation", "bake"},
+                         {"flows", {folder}},
+                         {"created", {{folder, created}}},
+                         {"bake",
+                          {{"folder", folder},
+                           {"screen", filename},
+                           {"previous", previous},
+                           {"makesOriginal", makesOriginal},
+                           {"record", editsJson(planned)}}}});
+    UndoLog undo;
+    try {
+        if (makesOriginal) {
+            ops_.indexWriter(flowDir / originalName, *bake.original);
+            undo.add([this, flowDir, originalName] { ops_.folderRemover(flowDir / originalName); });
+        }
+        for (const auto& [patch, png] : bake.patches) {
+            ops_.indexWriter(flowDir / patch.file, png);
+            undo.add([this, flowDir, file = patch.file] { ops_.folderRemover(flowDir / file); });
+        }
+        // The picture as it was stays under a second name until the record says what the new
+        // one holds.
+        FileOps::linkOrCopy(picture, flowDir / previous);
+        undo.add([this, flowDir, previous] { ops_.folderRemover(flowDir / previous); });
+        if (bake.pictureFile) {
+            std::error_code error;
+            fs::rename(*bake.pictureFile, picture, error);
+            if (error)
+                throw FileError("replace", picture, error);
+            FileOps::syncFolder(flowDir);
+        } else {
+            ops_.indexWriter(picture, bake.picture);
+        }
+        undo.add([flowDir, previous, picture] {
+            std::error_code error;
+            fs::rename(flowDir / previous, picture, error);
+            if (error)
+                throw FileError("put back", picture, error);
+        });
+        setEdits(folderName, filename, bake.zones, bake.style, records);
+    } catch (const std::exception& e) {
+        undo.undoOrThrow("blur “" + filename + "” of “" + folder + "”", flowDir.string(), e);
+        dropIntent(intent);
+        throw;
+    }
+    std::set<std::string> kept;
+    for (const auto& [patch, png] : bake.patches)
+        kept.insert(patch.file);
+    try {
+        ops_.folderRemover(flowDir / previous);
+        for (const auto& old : current.screen(filename)->patches.value_or(
+                 std::vector<RedactPatch>{}))
+            if (!kept.contains(old.file) && ScreenFiles::isPatchOf(old.file, filename) &&
+                LibraryLayout::isSafeFileName(old.file) && FileOps::exists(flowDir / old.file))
+                ops_.folderRemover(flowDir / old.file);
+    } catch (const std::exception&) {
+        return; // saved; the note stays and opening the library tidies up
+    }
+    endIntent(intent);
+}
+
+// The patch images beside a screen that its record doesn't name.
+void FlowStore::removePatchesOf(const std::string& folderName, const std::string& filename) {
+    const FlowMeta m = meta(folderName);
+    const ScreenRef* screen = m.screen(filename);
+    std::set<std::string> kept;
+    if (screen)
+        for (const auto& patch : screen->patches.value_or(std::vector<RedactPatch>{}))
+            kept.insert(patch.file);
+    for (const auto& name : FileOps::list(flowURL(folderName)))
+        if (ScreenFiles::isPatchOf(name, filename) && !kept.contains(name))
+            ops_.folderRemover(flowURL(folderName) / name);
+}
+
+void FlowStore::revertEdits(std::string_view folderName, const std::string& filename) {
+    const std::string folder(folderName);
+    FlowMeta current = meta(folderName);
+    requireScreen(current, folderName, filename);
+    const fs::path intent = beginIntent(
+        Json{{"operation", "revert"}, {"flows", {folder}}, {"revert", {folder, filename}}});
+    try {
+        setEdits(folderName, filename, {}, std::nullopt, {});
+    } catch (...) {
+        dropIntent(intent);
+        throw;
+    }
+    // From here on the record says "no zones"; should this stop, opening the library puts the
+    // original back, so the picture ends as the record says.
+    putBackOriginal(folder, filename);
+    try {
+        removePatchesOf(folder, filename);
+    } catch (const std::exception&) {
+        return; // reverted; the note stays and opening the library tidies up
+    }
+    endIntent(intent);
+}
+
+void FlowStore::putBackOriginal(const std::string& folderName, const std::string& filename) {
+    const fs::path screen = screenURL(folderName, filename);
+    const fs::path original = flowURL(folderName) / ScreenFiles::originalFilename(filename);
+    if (!FileOps::exists(original))
+        return;
+    // One rename puts the untouched file in place of the baked one.
+    std::error_code error;
+    fs::rename(original, screen, error);
+    if (error)
+        throw FileError("put back the original of", screen, error);
+    FileOps::syncFolder(screen.parent_path());
 }
 
 void FlowStore::setComments(std::string_view folderName, const std::string& filename,

@@ -7,6 +7,7 @@
 #include "library/ScreenFiles.h"
 #include "library/Slug.h"
 #include "library/UndoLog.h"
+#include "library/Utf8.h"
 #include "library/Uuid.h"
 #include "media/PngSize.h"
 
@@ -73,9 +74,10 @@ std::set<std::string> namesIn(const fs::path& folder) {
     return names;
 }
 
-// What an atomic write leaves when it is cut short: ".<name>.<UUID>.tmp".
-bool isWriteLeftover(std::string_view name) {
-    return name.starts_with(".") && name.ends_with(".tmp");
+void addLeftoversIn(const fs::path& folder, std::vector<fs::path>& leftovers) {
+    for (const auto& entry : entriesOf(folder))
+        if (!entry.directory && LibraryLayout::isWriteLeftover(entry.name))
+            leftovers.push_back(folder / entry.name);
 }
 
 std::optional<FlowMeta> readableMeta(const fs::path& folder) {
@@ -87,6 +89,19 @@ std::optional<FlowMeta> readableMeta(const fs::path& folder) {
     } catch (const std::exception&) {
         return std::nullopt;
     }
+}
+
+// A path as text, with each byte that isn't part of UTF-8 text shown as "?".
+std::string printable(const std::string& path) {
+    std::string out;
+    for (std::size_t i = 0; i < path.size();) {
+        const std::size_t start = i;
+        if (Utf8::next(path, i))
+            out.append(path, start, i - start);
+        else
+            out += '?';
+    }
+    return out;
 }
 
 std::vector<std::string> filenamesOf(const FlowMeta& meta) {
@@ -176,8 +191,14 @@ std::string FlowStore::adopt(const FlowMeta& meta, const fs::path& from,
             parent / (std::string(LibraryLayout::kAssemblyPrefix) + newUUIDString());
         ops_.directoryCreator(assembly, false);
         undo.add([this, assembly] { removeOwnFolder(assembly, LibraryLayout::kAssemblySource); });
+        // Inside the library the source is named from its root, so that the files find their
+        // way back after the library folder was moved or renamed.
+        const fs::path source = FileOps::isInside(root_, from)
+                                    ? fs::relative(fs::weakly_canonical(from),
+                                                   fs::weakly_canonical(root_))
+                                    : from;
         ops_.indexWriter(assembly / LibraryLayout::kAssemblySource,
-                         encodeLibraryJson(Json{{"source", from.string()}}));
+                         encodeLibraryJson(Json{{"source", source.generic_string()}}));
         for (const auto& name : FileOps::list(from)) {
             if (name == LibraryLayout::kMetaFile || name == LibraryLayout::kRenumberFolder ||
                 name == LibraryLayout::kAssemblySource ||
@@ -287,7 +308,7 @@ FlowStore::Survey FlowStore::survey() const {
         else if (atRoot && entry.directory &&
                  entry.name.starts_with(LibraryLayout::kExtractionPrefix))
             found.extractions.push_back(path);
-        else if (!entry.directory && isWriteLeftover(entry.name))
+        else if (!entry.directory && LibraryLayout::isWriteLeftover(entry.name))
             found.writeLeftovers.push_back(path);
     };
     for (const auto& application : entriesOf(root_)) {
@@ -307,17 +328,34 @@ FlowStore::Survey FlowStore::survey() const {
                 continue;
             const fs::path categoryDir = appDir / category.name;
             for (const auto& flow : entriesOf(categoryDir)) {
-                if (flow.name.starts_with("."))
+                if (flow.name.starts_with(".")) {
                     hidden(categoryDir, flow, false);
-                else if (flow.directory)
+                } else if (flow.directory) {
                     found.flowFolders.push_back(application.name + "/" + category.name + "/" +
                                                 flow.name);
+                    // One listing a flow: cut-short writes are found wherever a change left
+                    // them, by the repairs and the check alike.
+                    const fs::path flowDir = categoryDir / flow.name;
+                    for (const auto& entry : entriesOf(flowDir)) {
+                        if (!entry.directory && LibraryLayout::isWriteLeftover(entry.name))
+                            found.writeLeftovers.push_back(flowDir / entry.name);
+                        else if (entry.directory &&
+                                 entry.name == LibraryLayout::kRenumberFolder) {
+                            addLeftoversIn(flowDir / entry.name, found.writeLeftovers);
+                            found.renumbering.push_back(found.flowFolders.back());
+                        }
+                    }
+                }
             }
         }
     }
+    for (const auto& staging : visibleSubfolders(root_ / LibraryLayout::kStagingFolder))
+        addLeftoversIn(staging, found.writeLeftovers);
+    for (const auto& assembly : found.assemblies)
+        addLeftoversIn(assembly, found.writeLeftovers);
     for (const auto& entry : entriesOf(root_ / LibraryLayout::kJournalFolder)) {
         const fs::path path = root_ / LibraryLayout::kJournalFolder / entry.name;
-        if (isWriteLeftover(entry.name))
+        if (LibraryLayout::isWriteLeftover(entry.name))
             found.writeLeftovers.push_back(path);
         else if (!entry.directory && entry.name.ends_with(".json"))
             found.intents.push_back(path);
@@ -363,12 +401,20 @@ void FlowStore::removeQuarantine(const fs::path& quarantine) {
     ops_.folderRemover(quarantine);
 }
 
-// Finishes a change whose files and metas were planned in its intent: every move not yet made
-// is made, and each meta is written as planned.
+// Finishes a change whose files and metas were planned in its intent. Its files all move before
+// the first meta is written: once one is, the moves are done and the flows may have been
+// renumbered since, reusing the moved files' names, so only the metas not yet written are. A
+// replay stopped anywhere and run again ends the same.
 void FlowStore::rollForward(const Json& transfer) {
     const Json& moves = transfer.at("moves");
     const Json& metas = transfer.at("metas");
-    for (const auto& move : moves) {
+    bool written = false;
+    for (const auto& [folderName, plan] : metas.items()) {
+        LibraryLayout::validateFolderName(folderName);
+        const auto current = readableMeta(flowURL(folderName));
+        written |= !current || filenamesOf(*current) != stringsAt(plan, "before");
+    }
+    for (const auto& move : written ? Json::array() : moves) {
         const auto part = [&](std::size_t i) { return move.at(i).get<std::string>(); };
         LibraryLayout::validateFolderName(part(0));
         LibraryLayout::validateFileName(part(1));
@@ -376,11 +422,14 @@ void FlowStore::rollForward(const Json& transfer) {
         LibraryLayout::validateFileName(part(3));
         const fs::path from = flowURL(part(0)) / part(1);
         const fs::path to = flowURL(part(2)) / part(3);
-        if (FileOps::exists(from) && !FileOps::exists(to))
-            ops_.folderMover(from, to);
+        if (!FileOps::exists(from) || FileOps::exists(to))
+            continue;
+        std::error_code error;
+        if (move.size() > 4 && move.at(4).is_number_unsigned() &&
+            fs::file_size(from, error) != move.at(4).get<std::uintmax_t>())
+            continue; // not the file the change planned to move
+        ops_.folderMover(from, to);
     }
-    // A meta is written only while it still lists the screens it had: once the change was
-    // written, later renumbering may have moved on from the plan.
     for (const auto& [folderName, plan] : metas.items()) {
         const auto current = readableMeta(flowURL(folderName));
         if (current && filenamesOf(*current) == stringsAt(plan, "before"))
@@ -412,6 +461,92 @@ void FlowStore::replayIntent(const fs::path& file, std::map<std::string, Settle>
     }
     if (intent.contains("quarantine"))
         settleScreenQuarantine(intent["quarantine"], report);
+    if (intent.contains("revert"))
+        settleRevert(intent["revert"], report);
+    if (intent.contains("consumes"))
+        settleConsumedCapture(intent, report);
+    if (intent.contains("bake"))
+        settleBake(intent["bake"], report);
+}
+
+// A still's bake is done once its record is the planned one; before that, the picture as it
+// was goes back, with the original copy the bake made for it.
+void FlowStore::settleBake(const Json& entry, RecoveryReport& report) {
+    const std::string folderName = entry.at("folder").get<std::string>();
+    const std::string filename = entry.at("screen").get<std::string>();
+    const std::string previous = entry.at("previous").get<std::string>();
+    LibraryLayout::validateFolderName(folderName);
+    LibraryLayout::validateFileName(filename);
+    if (!previous.starts_with("." + filename + ".before-") ||
+        previous.find('/') != std::string::npos)
+        throw UnsafeNameError(previous, "it is not a picture kept by a blur");
+    const auto current = readableMeta(flowURL(folderName));
+    const ScreenRef* screen = current ? current->screen(filename) : nullptr;
+    if (!screen)
+        return;
+    const fs::path flowDir = flowURL(folderName);
+    if (editsJson(*screen) == entry.at("record")) {
+        if (FileOps::exists(flowDir / previous))
+            ops_.folderRemover(flowDir / previous);
+        removePatchesOf(folderName, filename);
+        return;
+    }
+    if (FileOps::exists(flowDir / previous)) {
+        std::error_code error;
+        fs::rename(flowDir / previous, flowDir / filename, error);
+        if (error)
+            throw FileError("put back", flowDir / filename, error);
+        FileOps::syncFolder(flowDir);
+    }
+    const std::string original = ScreenFiles::originalFilename(filename);
+    if (entry.value("makesOriginal", false) && !screen->redactions && !screen->patches &&
+        FileOps::exists(flowDir / original))
+        ops_.folderRemover(flowDir / original);
+    report.repairs.push_back("Put back the screen “" + filename + "” of “" + folderName +
+                             "” as it was before a blur that was interrupted.");
+}
+
+// Screens added from a capture folder: once the flow lists them all, the capture's own copies
+// go; before that the flow's new files go (settling) and the capture is recovered on its own.
+void FlowStore::settleConsumedCapture(const Json& intent, RecoveryReport& report) {
+    const fs::path staging =
+        root_ / LibraryLayout::kStagingFolder / intent.at("consumes").get<std::string>();
+    if (!stagingName(staging) || !FileOps::isDirectory(staging))
+        return;
+    const Json& created = intent.at("created");
+    for (const auto& [folderName, names] : created.items()) {
+        const auto current = readableMeta(flowURL(folderName));
+        if (!current)
+            return;
+        const auto referenced = referencedFiles(*current);
+        for (const auto& name : names)
+            if (!referenced.contains(name.get<std::string>()))
+                return;
+    }
+    ops_.folderRemover(staging);
+    report.repairs.push_back("Finished adding captured screens to “" +
+                             stringsAt(intent, "flows").front() + "”.");
+}
+
+// A revert whose record was written has its original put back; one cut short before that left
+// the baked picture under its zones, as the record says.
+void FlowStore::settleRevert(const Json& entry, RecoveryReport& report) {
+    const std::string folderName = entry.at(0).get<std::string>();
+    const std::string filename = entry.at(1).get<std::string>();
+    LibraryLayout::validateFolderName(folderName);
+    LibraryLayout::validateFileName(filename);
+    const auto current = readableMeta(flowURL(folderName));
+    if (!current)
+        return;
+    const ScreenRef* screen = current->screen(filename);
+    if (!screen || screen->redactions || screen->patches)
+        return;
+    removePatchesOf(folderName, filename);
+    if (!FileOps::exists(flowURL(folderName) / ScreenFiles::originalFilename(filename)))
+        return;
+    putBackOriginal(folderName, filename);
+    report.repairs.push_back("Finished reverting the screen “" + filename + "” of “" + folderName +
+                             "”.");
 }
 
 // Screens being deleted wait beside their flow; the flow's meta tells whether the deletion
@@ -447,6 +582,26 @@ void FlowStore::settleScreenQuarantine(const Json& entry, RecoveryReport& report
     }
 }
 
+// Where an assembly's files came from, in this library: a relative source is named from the
+// root; an absolute one written before the library moved is found again by its own folders.
+fs::path FlowStore::sourceInLibrary(const fs::path& source) const {
+    if (source.is_relative())
+        return root_ / source;
+    if (FileOps::isDirectory(source))
+        return source;
+    fs::path tail;
+    bool found = false;
+    for (const auto& part : source) {
+        const std::string name = part.string();
+        if (!found && (name == LibraryLayout::kStagingFolder ||
+                       name.starts_with(LibraryLayout::kExtractionPrefix)))
+            found = true;
+        if (found)
+            tail /= part;
+    }
+    return found ? root_ / tail : source;
+}
+
 // A flow put together for the library but not yet in place: with its meta written it is
 // complete and is brought in; before that its files go back where they came from.
 void FlowStore::recoverAssembly(const fs::path& assembly, RecoveryReport& report) {
@@ -469,7 +624,7 @@ void FlowStore::recoverAssembly(const fs::path& assembly, RecoveryReport& report
     std::optional<fs::path> source;
     if (auto bytes = FileOps::readIfExists(assembly / LibraryLayout::kAssemblySource)) {
         const Json marker = parseLibraryJson(*bytes);
-        source = fs::path(marker.at("source").get<std::string>());
+        source = sourceInLibrary(fs::path(marker.at("source").get<std::string>()));
     }
     const bool onlyMarker =
         names.empty() || (names.size() == 1 && names[0] == LibraryLayout::kAssemblySource);
@@ -502,30 +657,48 @@ void FlowStore::adoptUnindexed(const std::vector<std::string>& flowFolders,
         if (listedFolders.contains(folderName) || !LibraryLayout::isSafeFolderName(folderName))
             continue;
         const fs::path folder = root_ / folderName;
-        if (!FileOps::isDirectory(folder))
-            continue; // gone since the survey: an earlier repair placed it
-        const auto meta = readableMeta(folder);
-        if (!meta) {
-            if (FileOps::list(folder).empty()) {
-                ops_.folderRemover(folder);
-                pruneEmptyParents(folderName);
-            } else {
-                report.problems.push_back("The folder " + folder.string() +
-                                          " holds files but no flow the library can read.");
-            }
+        if (!Utf8::isValid(folderName)) {
+            // Library files hold names as text: such a folder can't be listed, but the ones
+            // after it still are.
+            report.problems.push_back("The folder " + printable(folder.string()) +
+                                      " has a name that isn’t text the library can keep; rename "
+                                      "it to add it to the library.");
             continue;
         }
-        const LibraryIndex index = readIndex();
-        if (const FlowSummary* listed = index.findId(meta->id);
-            listed && readableMeta(root_ / listed->folderName)) {
-            report.problems.push_back("The folder " + folder.string() + " holds a copy of “" +
-                                      listed->folderName + "”, which the library lists instead.");
-            continue;
+        try {
+            adoptUnindexed(folderName, report);
+        } catch (const std::exception& e) {
+            report.problems.push_back("The folder " + folder.string() +
+                                      " couldn’t be added to the library: " + e.what());
         }
-        appendToIndex(meta->summary(folderName));
-        report.repairs.push_back("Listed the flow “" + meta->name + "” at “" + folderName +
-                                 "”, whose change was interrupted.");
     }
+}
+
+void FlowStore::adoptUnindexed(const std::string& folderName, RecoveryReport& report) {
+    const fs::path folder = root_ / folderName;
+    if (!FileOps::isDirectory(folder))
+        return; // gone since the survey: an earlier repair placed it
+    const auto meta = readableMeta(folder);
+    if (!meta) {
+        if (FileOps::list(folder).empty()) {
+            ops_.folderRemover(folder);
+            pruneEmptyParents(folderName);
+        } else {
+            report.problems.push_back("The folder " + folder.string() +
+                                      " holds files but no flow the library can read.");
+        }
+        return;
+    }
+    const LibraryIndex index = readIndex();
+    if (const FlowSummary* listed = index.findId(meta->id);
+        listed && readableMeta(root_ / listed->folderName)) {
+        report.problems.push_back("The folder " + folder.string() + " holds a copy of “" +
+                                  listed->folderName + "”, which the library lists instead.");
+        return;
+    }
+    appendToIndex(meta->summary(folderName));
+    report.repairs.push_back("Listed the flow “" + meta->name + "” at “" + folderName +
+                             "”, whose change was interrupted.");
 }
 
 // A whole flow set aside: its deletion (or replacement) either reached the index or it did
@@ -595,7 +768,7 @@ void FlowStore::settleFlow(const std::string& folderName, const Settle& settle,
             ops_.folderRemover(folder / name);
     }
     for (const auto& name : FileOps::list(folder)) {
-        if (isWriteLeftover(name))
+        if (LibraryLayout::isWriteLeftover(name))
             ops_.folderRemover(folder / name);
     }
     // Also when the change was cut short before it marked its renumbering as owed.
@@ -624,7 +797,20 @@ RecoveryReport FlowStore::recover() {
         }
     };
 
+    // Cut-short writes hold nothing that was ever in place, and would stand in the way of the
+    // repairs below (a capture or assembly holding one looks like it holds data).
+    for (const auto& leftover : found.writeLeftovers)
+        attempt("", [&] {
+            ops_.folderRemover(leftover);
+            if (leftover.extension() == ".mov")
+                report.repairs.push_back("Removed a clip that an interrupted save left at " +
+                                         leftover.string() + ".");
+        });
+
     std::map<std::string, Settle> settle;
+    // A renumbering folder, with or without a note, is an owed or cut-short renumbering.
+    for (const auto& folderName : found.renumbering)
+        settle[folderName];
     // Each intent goes once every flow it names is settled.
     std::vector<std::pair<fs::path, std::vector<std::string>>> replayed;
     for (const auto& intent : found.intents) {
@@ -664,12 +850,9 @@ RecoveryReport FlowStore::recover() {
         if (!attempt("", [&] { settleFlow(entry.first, entry.second, report); }))
             unsettled.insert(entry.first);
     }
-    // Unpacked archives are copies of a zip that still exists; cut-short writes hold nothing
-    // that was ever in place.
+    // Unpacked archives are copies of a zip that still exists.
     for (const auto& extraction : found.extractions)
         attempt("", [&] { ops_.folderRemover(extraction); });
-    for (const auto& leftover : found.writeLeftovers)
-        attempt("", [&] { ops_.folderRemover(leftover); });
     for (const auto& [intent, flows] : replayed) {
         if (std::none_of(flows.begin(), flows.end(),
                          [&](const std::string& f) { return unsettled.contains(f); }))
@@ -708,16 +891,6 @@ RecoveryReport FlowStore::inspectLeftovers() const {
                 report.problems.push_back("The renumbering of “" + summary.folderName +
                                           "” was interrupted; its files are in " +
                                           (folder / LibraryLayout::kRenumberFolder).string() + ".");
-            std::vector<std::string> names;
-            try {
-                names = FileOps::list(folder);
-            } catch (const FileError&) {
-            }
-            for (const auto& name : names) {
-                if (isWriteLeftover(name))
-                    report.problems.push_back("An interrupted write left " +
-                                              (folder / name).string());
-            }
         }
     } catch (const std::exception& e) {
         report.problems.push_back(e.what());

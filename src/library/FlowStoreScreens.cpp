@@ -200,6 +200,10 @@ ThumbEdits FlowStore::renumberScreens(std::string_view folderName) {
 
 void FlowStore::removeOwnFolder(const fs::path& folder, std::string_view allowed) {
     for (const auto& name : FileOps::list(folder)) {
+        if (LibraryLayout::isWriteLeftover(name)) {
+            ops_.folderRemover(folder / name); // a write of ours cut short: nothing of the user's
+            continue;
+        }
         if (name != allowed)
             throw LibraryError("The folder " + folder.string() + " still holds files.");
     }
@@ -252,6 +256,10 @@ void FlowStore::recoverRenumbering(std::string_view folderName, const FlowMeta& 
         for (const auto& name : FileOps::list(work)) {
             if (name == kJournal)
                 continue;
+            if (LibraryLayout::isWriteLeftover(name)) {
+                ops_.folderRemover(work / name);
+                continue;
+            }
             if (FileOps::exists(flowDir / name))
                 throw stuck("the file “" + name + "” is in the way.");
             ops_.folderMover(work / name, flowDir / name);
@@ -507,9 +515,14 @@ ThumbEdits FlowStore::moveScreens(std::string_view sourceFolder,
 
     // Registered with its plan, so that a crash half-way is finished at the next opening rather
     // than leaving screens in neither flow's list.
+    // Each move names its file's size too: a replay moves only the file it planned to move.
     Json moves = Json::array();
-    for (const auto& r : relocations)
-        moves.push_back(Json::array({sourceName, r.from, targetName, r.to}));
+    for (const auto& r : relocations) {
+        std::error_code error;
+        const auto size = fs::file_size(sourceDir / r.from, error);
+        moves.push_back(Json::array({sourceName, r.from, targetName, r.to,
+                                     error ? Json(nullptr) : Json(size)}));
+    }
     const fs::path intent = beginIntent(
         Json{{"operation", "moveScreens"},
              {"flows", {sourceName, targetName}},
@@ -612,11 +625,7 @@ ThumbEdits FlowStore::duplicateScreens(std::string_view folderName,
 std::vector<std::string> FlowStore::addScreens(std::string_view folderName,
                                                const std::vector<fs::path>& files,
                                                Date capturedAt) {
-    const fs::path flowDir = flowURL(folderName);
-    indexSnapshot();
-    FlowMeta m = meta(folderName);
-    const std::string oldBytes = encodeLibraryJson(m.toJson());
-    std::vector<std::string> extensions;
+    std::vector<NewScreen> screens;
     for (const auto& file : files) {
         std::string ext = file.extension().string();
         std::transform(ext.begin(), ext.end(), ext.begin(),
@@ -629,33 +638,68 @@ std::vector<std::string> FlowStore::addScreens(std::string_view folderName,
                             std::make_error_code(std::errc::no_such_file_or_directory));
         if (auto problem = oversizeProblem(file))
             throw LibraryError(*problem);
-        extensions.push_back(ext.substr(1));
+        ScreenRef ref;
+        ref.capturedAt = capturedAt;
+        screens.push_back({file, std::move(ref)});
+    }
+    return appendScreens(folderName, screens, AppendOptions{});
+}
+
+std::vector<std::string> FlowStore::appendScreens(std::string_view folderName,
+                                                  const std::vector<NewScreen>& screens,
+                                                  const AppendOptions& options) {
+    const fs::path flowDir = flowURL(folderName);
+    indexSnapshot();
+    FlowMeta m = meta(folderName);
+    const std::string oldBytes = encodeLibraryJson(m.toJson());
+    std::optional<std::string> consumed;
+    if (options.consumedStaging) {
+        consumed = stagingName(*options.consumedStaging);
+        if (!consumed)
+            throw UnsafeNameError(options.consumedStaging->string(),
+                                  "it is not a capture folder of this library");
     }
 
     auto claimed = listedNames(flowDir);
     std::vector<std::string> added;
-    for (const auto& extension : extensions)
-        added.push_back(ScreenFiles::claimScreenName(claimed, extension));
+    for (const auto& screen : screens) {
+        std::string ext = ScreenFiles::extension(screen.file.filename().string());
+        std::transform(ext.begin(), ext.end(), ext.begin(),
+                       [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+        added.push_back(ScreenFiles::claimScreenName(claimed, ext.empty() ? "png" : ext));
+    }
     const std::string folder(folderName);
-    const fs::path intent = beginIntent(
-        Json{{"operation", "addScreens"}, {"flows", {folder}}, {"created", {{folder, added}}}});
+    Json note{{"operation", "addScreens"}, {"flows", {folder}}, {"created", {{folder, added}}}};
+    if (consumed)
+        note["consumes"] = *consumed;
+    const fs::path intent = beginIntent(note);
     UndoLog undo;
     try {
-        for (std::size_t i = 0; i < files.size(); ++i) {
+        for (std::size_t i = 0; i < screens.size(); ++i) {
             const std::string& name = added[i];
-            FileOps::copy(files[i], flowDir / name);
+            // A capture's files stay in its folder until the flow lists them: linked where
+            // the file system allows, so that a clip is not copied.
+            if (options.link)
+                FileOps::linkOrCopy(screens[i].file, flowDir / name);
+            else
+                FileOps::copy(screens[i].file, flowDir / name);
             undo.add([this, flowDir, name] { ops_.folderRemover(flowDir / name); });
-            ScreenRef ref;
+            ScreenRef ref = screens[i].ref;
             ref.filename = name;
-            ref.capturedAt = capturedAt;
             m.screens.push_back(std::move(ref));
-            if (m.width == 0 && m.height == 0 && extensions[i] == "png") {
-                if (auto size = pngSize(files[i])) {
+            if (!options.size && m.width == 0 && m.height == 0 &&
+                !ScreenFiles::isClip(name)) {
+                if (auto size = pngSize(screens[i].file)) {
                     m.width = size->first;
                     m.height = size->second;
                 }
             }
         }
+        if (options.size) {
+            m.width = options.size->first;
+            m.height = options.size->second;
+        }
+        FileOps::syncFolder(flowDir);
         writeMeta(folderName, m);
         undo.add([this, flowDir, oldBytes] {
             ops_.indexWriter(flowDir / LibraryLayout::kMetaFile, oldBytes);
@@ -666,8 +710,27 @@ std::vector<std::string> FlowStore::addScreens(std::string_view folderName,
         dropIntent(intent);
         throw;
     }
+    if (consumed) {
+        // Listed now: the capture's own copies go, before the note that would otherwise
+        // recover them a second time.
+        try {
+            ops_.folderRemover(root_ / LibraryLayout::kStagingFolder / *consumed);
+        } catch (const std::exception&) {
+            // The note stays; opening the library removes them.
+            return added;
+        }
+    }
     endIntent(intent);
     return added;
+}
+
+std::optional<std::string> FlowStore::stagingName(const fs::path& folder) const {
+    const fs::path parent = folder.parent_path();
+    const std::string name = folder.filename().string();
+    if (parent != root_ / LibraryLayout::kStagingFolder || name.empty() || name.starts_with(".") ||
+        !LibraryLayout::isSafeFileName(name))
+        return std::nullopt;
+    return name;
 }
 
 } // namespace varnel

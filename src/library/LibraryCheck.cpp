@@ -20,6 +20,32 @@ std::optional<long long> leadingNumber(const std::string& filename) {
     return value;
 }
 
+// Screens, originals and patches in the folder that the flow does not list: a change cut short
+// left them, and the user doesn't see them.
+template <typename Problem>
+void checkUnlistedScreens(const FlowMeta& meta, const fs::path& flowDir, Problem& problem) {
+    std::set<std::string> referenced;
+    for (const auto& screen : meta.screens) {
+        referenced.insert(screen.filename);
+        referenced.insert(ScreenFiles::originalFilename(screen.filename));
+        for (const auto& patch : screen.patches.value_or(std::vector<RedactPatch>{}))
+            referenced.insert(patch.file);
+    }
+    std::vector<std::string> names;
+    try {
+        names = FileOps::list(flowDir);
+    } catch (const std::exception&) {
+        return;
+    }
+    for (const auto& name : names) {
+        if (referenced.contains(name) || name.starts_with("."))
+            continue;
+        if (ScreenFiles::screenNumber(name) || ScreenFiles::isPatchFileName(name) ||
+            name.find(".orig") != std::string::npos)
+            problem("the file “" + name + "” is in the flow’s folder but not listed in the flow");
+    }
+}
+
 void checkFlow(const FlowStore& store, const FlowSummary& summary,
                std::vector<std::string>& problems) {
     const std::string& folder = summary.folderName;
@@ -67,6 +93,7 @@ void checkFlow(const FlowStore& store, const FlowSummary& summary,
                 problem("the patch file “" + patch.file + "” is missing");
         }
     }
+    checkUnlistedScreens(meta, flowDir, problem);
 }
 
 // Flow folders (folders holding a meta.json) that the index does not list.
@@ -89,6 +116,9 @@ void checkUnlisted(const FlowStore& store, const std::set<std::string>& listed,
                 if (FileOps::exists(store.root() / child / LibraryLayout::kMetaFile)) {
                     if (!listed.contains(child))
                         problems.push_back(child + ": a flow folder the index does not list");
+                } else if (depth == 2) {
+                    if (!FileOps::list(store.root() / child).empty())
+                        problems.push_back(child + ": a folder with files but no meta.json");
                 } else {
                     next.push_back(child);
                 }

@@ -31,6 +31,11 @@ void validateFolderName(std::string_view folderName);
 void validateFileName(std::string_view filename);
 
 bool isSafeFolderName(std::string_view folderName);
+
+// What a write leaves when it is cut short: an atomic write's ".<name>.<UUID>.tmp", a clip
+// being baked (".bake-<UUID>.mov") and the clip kept while a bake replaces it (the baked one's
+// original copy still holds what it had). None was ever in place.
+bool isWriteLeftover(std::string_view name);
 bool isSafeFileName(std::string_view filename);
 
 } // namespace varnel::LibraryLayout

@@ -38,6 +38,12 @@ bool ClipSaves::isSaving(const ScreenID& screen) const {
                        [&](const auto& entry) { return entry.second == screen; });
 }
 
+bool ClipSaves::isSavingIn(const std::string& folder) const {
+    return std::any_of(running_.begin(), running_.end(), [&](const auto& entry) {
+        return entry.second && entry.second->folder == folder;
+    });
+}
+
 void ClipSaves::follow(const ThumbEdits& edits) {
     for (auto& [id, screen] : running_)
         if (screen)

@@ -33,6 +33,8 @@ public:
     std::optional<ScreenID> screenOf(std::uint64_t save) const;
     void end(std::uint64_t save);
     bool isSaving(const ScreenID& screen) const;
+    // Whether a running save's screen is in the flow (none: any flow).
+    bool isSavingIn(const std::string& folder) const;
     bool empty() const { return running_.empty(); }
     // Forgets every save and problem; numbers given out are never given again.
     void clear() {

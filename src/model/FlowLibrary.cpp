@@ -3,6 +3,7 @@
 #include "editing/VideoRedactor.h"
 #include "library/Errors.h"
 #include "library/FileOps.h"
+#include "library/ScreenFiles.h"
 #include "library/Uuid.h"
 #include "organization/CategorySuggestions.h"
 
@@ -10,7 +11,10 @@
 #include <QPointer>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
+
+#include <algorithm>
 
 namespace varnel {
 
@@ -24,6 +28,8 @@ FlowLibrary::~FlowLibrary() {
     cancelOCR_->store(true);
     videoPool_.waitForDone();
     ocrPool_.waitForDone();
+    for (const auto& [save, identity] : clipIdentities_)
+        ::close(identity.fd);
 }
 
 void FlowLibrary::open() {
@@ -46,6 +52,9 @@ void FlowLibrary::setRoot(const std::filesystem::path& root) {
     textDirty_.clear();
     // Saves still running belong to the old library; they end without a trace in this one.
     clipSaves_.clear();
+    for (const auto& [save, identity] : clipIdentities_)
+        ::close(identity.fd);
+    clipIdentities_.clear();
     store_ = FlowStore(root);
     open();
     emit clipSaveProblemsChanged();
@@ -125,8 +134,22 @@ FlowSummary FlowLibrary::createEmptyFlow(const std::string& application, const s
     return mutate([&] { return store_.createEmptyFlow(application, name, categoryL1, date); });
 }
 
+void FlowLibrary::requireNoClipSave(const std::string& folderName,
+                                    const std::vector<std::string>& filenames) const {
+    const bool saving =
+        filenames.empty()
+            ? clipSaves_.isSavingIn(folderName)
+            : std::any_of(filenames.begin(), filenames.end(), [&](const std::string& file) {
+                  return clipSaves_.isSaving({folderName, file});
+              });
+    if (saving)
+        throw LibraryError("The zones of a clip in “" + folderName +
+                           "” are being saved; try again when the save is done.");
+}
+
 void FlowLibrary::deleteFlow(const std::string& folderName) {
     try {
+        requireNoClipSave(folderName);
         mutate([&] { store_.deleteFlow(folderName); });
     } catch (const std::exception& e) {
         qWarning("Flow deletion failed for %s: %s", folderName.c_str(), e.what());
@@ -197,10 +220,18 @@ ImportResult FlowLibrary::importArchive(const AppArchive::Extracted& extracted,
         const AppArchive::Extracted& extracted;
         ~CleanupAtExit() { extracted.cleanup(); }
     } cleanup{extracted};
+    if (resolution == ImportConflictResolution::replace) {
+        const LibraryIndex index = store_.readIndex();
+        for (const auto& flow : extracted.manifest.flows)
+            if (const FlowSummary* replaced = index.findId(flow.id))
+                requireNoClipSave(replaced->folderName);
+    }
     return mutate([&] { return importExtracted(store_, extracted, resolution); });
 }
 
 std::size_t FlowLibrary::deleteApplication(const std::string& name) {
+    for (const auto& flow : AppArchive::flowsOf(store_.readIndex(), name))
+        requireNoClipSave(flow.folderName);
     return mutate([&] {
         std::size_t deleted = 0;
         for (const auto& flow : AppArchive::flowsOf(store_.readIndex(), name)) {
@@ -213,6 +244,7 @@ std::size_t FlowLibrary::deleteApplication(const std::string& name) {
 
 ThumbEdits FlowLibrary::deleteScreens(const std::string& folderName,
                                       const std::vector<std::string>& filenames) {
+    requireNoClipSave(folderName, filenames);
     return screensChanged(mutate([&] {
         ThumbEdits edits = store_.deleteScreens(folderName, filenames);
         store_.deleteFlowIfEmpty(folderName);
@@ -248,6 +280,12 @@ std::vector<std::string> FlowLibrary::addScreens(const std::string& folderName,
 }
 
 void FlowLibrary::screenFileChanged(const std::string& folderName, const std::string& filename) {
+    // Its text waits to be read again from the new picture; until then search doesn't find it.
+    if (auto flow = ocrIndex_.find(folderName);
+        flow != ocrIndex_.end() && flow->second.erase(filename) > 0) {
+        textSearch_.setFlow(folderName, flow->second);
+        emit ocrIndexChanged(QString::fromStdString(folderName));
+    }
     textChanged(folderName);
     ThumbEdits edits;
     edits.removals.push_back({folderName, filename});
@@ -351,10 +389,26 @@ void FlowLibrary::saveVideoEdits(const std::string& folderName, const std::strin
         return;
     }
     source = "/proc/self/fd/" + std::to_string(sourceFd);
+    std::string flowId;
+    int clipFd = -1;
+    try {
+        flowId = store_.meta(folderName).id;
+        clipFd = ::open(store_.screenURL(folderName, filename).c_str(), O_RDONLY | O_CLOEXEC);
+    } catch (const std::exception&) {
+    }
+    if (clipFd < 0) {
+        ::close(sourceFd);
+        clipSaves_.addProblem({{folderName, filename}, shapes, style, "The clip can’t be read."});
+        emit clipSaveProblemsChanged();
+        if (done)
+            done(false);
+        return;
+    }
     // Written at the library's root, so that renaming or moving the flow meanwhile can't take
     // the half-made file with it.
     const std::filesystem::path output = root() / (".bake-" + newUUIDString() + ".mov");
     const std::uint64_t save = clipSaves_.begin({folderName, filename});
+    clipIdentities_[save] = {flowId, clipFd};
     const std::filesystem::path libraryRoot = root();
     QPointer<FlowLibrary> self(this);
     auto cancel = cancelVideo_;
@@ -369,6 +423,10 @@ void FlowLibrary::saveVideoEdits(const std::string& folderName, const std::strin
             if (!self || self->root() != libraryRoot) {
                 std::error_code ignored;
                 std::filesystem::remove(output, ignored);
+                if (self && clipIdentities_.contains(save)) {
+                    ::close(clipIdentities_[save].fd);
+                    clipIdentities_.erase(save);
+                }
                 if (self)
                     emit notice(tr("The zones of a clip in the library you left were not saved."));
                 if (self && done)
@@ -382,32 +440,53 @@ void FlowLibrary::saveVideoEdits(const std::string& folderName, const std::strin
     });
 }
 
-// The clip as it is now, kept beside the library until the new one is recorded: a hard link
-// when the file system has them, else a durable copy.
-std::filesystem::path FlowLibrary::keepPrevious(const std::filesystem::path& clip) {
-    const auto kept = root() / (".previous-" + newUUIDString() + ".mov");
-    std::error_code error;
-    std::filesystem::create_hard_link(clip, kept, error);
-    if (error)
-        FileOps::copyDurably(clip, kept);
-    return kept;
-}
-
 // Runs on the main thread, where every screen operation runs: the clip is where the save's
 // bookkeeping says, and stays there until the new file has taken its place.
+// Where the clip a save was made from is now: the screen whose file is the one held open, in
+// the flow with the save's id. None when it left the library (deleted, or replaced by another
+// flow or clip of the same name).
+std::optional<ScreenID> FlowLibrary::clipNow(std::uint64_t save) {
+    const auto identity = clipIdentities_.find(save);
+    if (identity == clipIdentities_.end())
+        return std::nullopt;
+    struct stat held {};
+    if (::fstat(identity->second.fd, &held) != 0)
+        return std::nullopt;
+    const auto isHeld = [&](const ScreenID& screen) {
+        struct stat now {};
+        return ::stat(store_.screenURL(screen.folder, screen.filename).c_str(), &now) == 0 &&
+               now.st_dev == held.st_dev && now.st_ino == held.st_ino;
+    };
+    try {
+        if (const auto followed = clipSaves_.screenOf(save); followed && isHeld(*followed))
+            return followed;
+        const LibraryIndex index = store_.readIndex();
+        if (const FlowSummary* flow = index.findId(identity->second.flowId))
+            for (const auto& screen : store_.meta(flow->folderName).screens)
+                if (ScreenFiles::isClip(screen.filename) &&
+                    isHeld({flow->folderName, screen.filename}))
+                    return ScreenID{flow->folderName, screen.filename};
+    } catch (const std::exception&) {
+    }
+    return std::nullopt;
+}
+
 bool FlowLibrary::finishClipSave(std::uint64_t save, const std::filesystem::path& output,
                                  const std::vector<RedactShape>& shapes, const RedactStyle& style,
                                  std::optional<std::string> failure) {
-    const auto where = clipSaves_.screenOf(save);
+    const auto where = clipNow(save);
+    if (const auto identity = clipIdentities_.find(save); identity != clipIdentities_.end()) {
+        ::close(identity->second.fd);
+        clipIdentities_.erase(identity);
+    }
     clipSaves_.end(save);
     std::error_code ignored;
     if (!where) {
         std::filesystem::remove(output, ignored);
-        emit notice(tr("A clip was deleted while its zones were being saved; they were not "
-                       "saved."));
+        emit notice(tr("A clip was deleted or replaced while its zones were being saved; they "
+                       "were not saved."));
         return false;
     }
-    std::optional<std::filesystem::path> previous;
     bool clipChanged = false;
     if (!failure) {
         try {
@@ -415,25 +494,16 @@ bool FlowLibrary::finishClipSave(std::uint64_t save, const std::filesystem::path
                 const FlowMeta current = store_.meta(where->folder);
                 if (!current.screen(where->filename))
                     throw LibraryError("The clip is no longer in its flow.");
-                const auto destination = store_.screenURL(where->folder, where->filename);
-                previous = keepPrevious(destination);
-                std::error_code error;
-                std::filesystem::rename(output, destination, error);
-                if (error)
-                    throw FileError("replace", destination, error);
-                FileOps::syncFolder(destination.parent_path());
+                // One journaled change: the new clip moves in and the record follows, or the
+                // clip as it was is put back, also after a crash.
+                FlowStore::Bake bake;
+                bake.pictureFile = output;
+                bake.zones = shapes;
+                bake.style = style;
                 try {
-                    ScreenEdits::recordClip(store_, where->folder, where->filename, shapes, style);
-                } catch (...) {
-                    // Zones baked but not recorded: the clip as it was (with the zones its
-                    // record names) goes back in place.
-                    std::filesystem::rename(*previous, destination, error);
-                    if (error) {
-                        clipChanged = true;
-                    } else {
-                        previous.reset();
-                        FileOps::syncFolder(destination.parent_path());
-                    }
+                    store_.bakeScreen(where->folder, where->filename, bake);
+                } catch (const RollbackError&) {
+                    clipChanged = true;
                     throw;
                 }
             });
@@ -442,8 +512,6 @@ bool FlowLibrary::finishClipSave(std::uint64_t save, const std::filesystem::path
         }
     }
     std::filesystem::remove(output, ignored);
-    if (previous)
-        std::filesystem::remove(*previous, ignored);
     if (failure) {
         qWarning("The clip %s/%s wasn't saved: %s", where->folder.c_str(), where->filename.c_str(),
                  failure->c_str());

@@ -226,7 +226,17 @@ private:
     QThreadPool videoPool_;
     std::shared_ptr<std::atomic<bool>> cancelVideo_ = std::make_shared<std::atomic<bool>>(false);
     ClipSaves clipSaves_;
-    std::filesystem::path keepPrevious(const std::filesystem::path& clip);
+    // What a clip save lands on: the flow by its id and the clip by its file, held open so that
+    // its identity can't pass to a file made meanwhile.
+    struct ClipIdentity {
+        std::string flowId;
+        int fd = -1;
+    };
+    std::map<std::uint64_t, ClipIdentity> clipIdentities_;
+    std::optional<ScreenID> clipNow(std::uint64_t save);
+    // Refuses a change that would remove a clip whose zones are being saved.
+    void requireNoClipSave(const std::string& folderName,
+                           const std::vector<std::string>& filenames = {}) const;
     bool finishClipSave(std::uint64_t save, const std::filesystem::path& output,
                         const std::vector<RedactShape>& shapes, const RedactStyle& style,
                         std::optional<std::string> failure);

@@ -1,6 +1,7 @@
 #include "text/OCRIndex.h"
 
 #include "library/ScreenFiles.h"
+#include "text/HiddenText.h"
 #include "text/OCRSidecar.h"
 #include "text/ScreenOCR.h"
 
@@ -72,6 +73,8 @@ Derived derive(const FlowStore& store, std::string_view folder, const Recognizer
     OCRSidecar sidecar = current(flowFolder, &changed);
 
     std::set<std::string> stills;
+    // Text read before the picture last changed describes a picture that is gone.
+    std::set<std::string> stale;
     for (const auto& screen : meta.screens) {
         if (ScreenFiles::isClip(screen.filename))
             continue;
@@ -79,11 +82,23 @@ Derived derive(const FlowStore& store, std::string_view folder, const Recognizer
         const auto mtime = modificationTime(flowFolder / screen.filename);
         if (!mtime)
             continue;
-        const auto entry = sidecar.screens.find(screen.filename);
+        auto entry = sidecar.screens.find(screen.filename);
+        // What zones and patches cover is never kept, whenever it was read.
+        if (entry != sidecar.screens.end()) {
+            auto visible = HiddenText::visibleLines(entry->second.lines,
+                                                    HiddenText::coveredAreas(screen));
+            if (visible.size() != entry->second.lines.size()) {
+                entry->second.lines = std::move(visible);
+                entry->second.text = ScreenOCR::searchBlob(entry->second.lines);
+                changed = true;
+            }
+        }
         if (entry != sidecar.screens.end() && entry->second.mtime == *mtime)
             continue;
-        if ((cancel && *cancel) || readOnly)
+        if ((cancel && *cancel) || readOnly) {
+            stale.insert(screen.filename);
             continue;
+        }
         std::optional<std::vector<TextLine>> lines;
         try {
             lines = recognize(flowFolder / screen.filename);
@@ -99,6 +114,7 @@ Derived derive(const FlowStore& store, std::string_view folder, const Recognizer
         }
         // A line read again as it was keeps its translations; a line whose text changed
         // loses them with its old text.
+        *lines = HiddenText::visibleLines(std::move(*lines), HiddenText::coveredAreas(screen));
         if (entry != sidecar.screens.end())
             keepTranslations(entry->second.lines, *lines);
         sidecar.screens[screen.filename] = {ScreenOCR::searchBlob(*lines), *mtime,
@@ -122,6 +138,8 @@ Derived derive(const FlowStore& store, std::string_view folder, const Recognizer
     for (const auto& file : stills)
         derived.stills.emplace(file, std::nullopt);
     for (const auto& [file, entry] : sidecar.screens) {
+        if (stale.contains(file))
+            continue;
         derived.text.emplace(file, entry.text);
         derived.stills[file] = entry.mtime;
     }
@@ -130,11 +148,25 @@ Derived derive(const FlowStore& store, std::string_view folder, const Recognizer
 
 std::vector<TextLine> textLines(const FlowStore& store, std::string_view folder,
                                 const std::string& filename) {
-    const auto sidecar = OCRSidecar::read(store.flowURL(folder));
+    const auto flowFolder = store.flowURL(folder);
+    const auto sidecar = OCRSidecar::read(flowFolder);
     if (!sidecar)
         return {};
     const auto entry = sidecar->screens.find(filename);
-    return entry == sidecar->screens.end() ? std::vector<TextLine>{} : entry->second.lines;
+    if (entry == sidecar->screens.end() ||
+        modificationTime(flowFolder / filename) != entry->second.mtime)
+        return {};
+    std::vector<NormalizedRect> covered;
+    try {
+        const FlowMeta meta = store.meta(folder);
+        const ScreenRef* screen = meta.screen(filename);
+        if (!screen)
+            return {};
+        covered = HiddenText::coveredAreas(*screen);
+    } catch (const std::exception&) {
+        return {}; // what covers the screen can't be told: show nothing rather than too much
+    }
+    return HiddenText::visibleLines(entry->second.lines, covered);
 }
 
 void saveTextLines(const FlowStore& store, std::string_view folder, const std::string& filename,
@@ -145,6 +177,38 @@ void saveTextLines(const FlowStore& store, std::string_view folder, const std::s
     sidecar.screens[filename] = {ScreenOCR::searchBlob(lines),
                                  modificationTime(flowFolder / filename).value_or(0), lines};
     sidecar.write(flowFolder);
+}
+
+bool saveTranslations(const FlowStore& store, std::string_view folder, const std::string& filename,
+                      const std::vector<TextLine>& translated) {
+    const auto flowFolder = store.flowURL(folder);
+    std::optional<OCRSidecar> sidecar = OCRSidecar::read(flowFolder);
+    if (!sidecar || sidecar->version != OCRSidecar::kVersion)
+        return false;
+    const auto entry = sidecar->screens.find(filename);
+    if (entry == sidecar->screens.end())
+        return false;
+    std::vector<TextLine>& stored = entry->second.lines;
+    keepTranslations(translated, stored);
+    sidecar->write(flowFolder);
+    return true;
+}
+
+std::optional<std::string> forgetCovered(const FlowStore& store, std::string_view folder,
+                                         const std::string& filename,
+                                         const std::vector<NormalizedRect>& covered) {
+    const auto flowFolder = store.flowURL(folder);
+    std::optional<OCRSidecar> sidecar = OCRSidecar::read(flowFolder);
+    if (!sidecar)
+        return std::nullopt;
+    const auto entry = sidecar->screens.find(filename);
+    if (entry == sidecar->screens.end())
+        return std::nullopt;
+    entry->second.lines = HiddenText::visibleLines(std::move(entry->second.lines), covered);
+    entry->second.text = ScreenOCR::searchBlob(entry->second.lines);
+    entry->second.mtime = 0; // read again from the new picture
+    sidecar->write(flowFolder);
+    return entry->second.text;
 }
 
 } // namespace OCRIndex

@@ -56,14 +56,28 @@ Derived derive(const FlowStore& store, std::string_view folder, const Recognizer
                const std::function<void()>& recognized = {},
                const std::atomic<bool>* cancel = nullptr, bool readOnly = false);
 
-// The stored lines of one screen; empty when there are none.
+// The stored lines of one screen as the picture shows them now: none when they were read from
+// an older picture, and none that a zone or patch covers.
 std::vector<TextLine> textLines(const FlowStore& store, std::string_view folder,
                                 const std::string& filename);
 
-// Stores a screen's lines (with their translations) and their blob, stamped with the picture's
-// current modification time. Throws a FileError when the sidecar can't be written.
+// Stores lines just read from the picture as it is now, stamped with its modification time.
+// Throws a FileError when the sidecar can't be written.
 void saveTextLines(const FlowStore& store, std::string_view folder, const std::string& filename,
                    const std::vector<TextLine>& lines);
+
+// Adds translations to the stored lines of the same text, keeping the time they were read:
+// translating never makes text look freshly read. False when there was nothing to add them to.
+bool saveTranslations(const FlowStore& store, std::string_view folder, const std::string& filename,
+                      const std::vector<TextLine>& translated);
+
+// Before a screen's picture changes under zones or patches (or back): the lines that touch
+// `covered` go with their translations, and the rest waits to be read again from the new
+// picture. Returns the screen's search blob afterwards; none when nothing was stored. Throws a
+// FileError when the sidecar can't be written.
+std::optional<std::string> forgetCovered(const FlowStore& store, std::string_view folder,
+                                         const std::string& filename,
+                                         const std::vector<NormalizedRect>& covered);
 
 } // namespace OCRIndex
 } // namespace varnel

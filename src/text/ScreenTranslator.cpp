@@ -20,7 +20,8 @@ std::string noEngine(const std::string& from, const std::string& to) {
 } // namespace
 
 Result translate(const FlowStore& store, const std::string& folder, const std::string& file,
-                 const std::string& to, const std::vector<const TranslationEngine*>& engines) {
+                 const std::string& to, const std::vector<const TranslationEngine*>& engines,
+                 bool keep) {
     std::vector<TextLine> lines = OCRIndex::textLines(store, folder, file);
     Result result;
     // The lines still to translate, by their language.
@@ -68,8 +69,13 @@ Result translate(const FlowStore& store, const std::string& folder, const std::s
             result.problems.push_back(error.what());
         }
     }
-    if (changed)
-        OCRIndex::saveTextLines(store, folder, file, lines);
+    if (changed && keep) {
+        try {
+            OCRIndex::saveTranslations(store, folder, file, lines);
+        } catch (const std::exception&) {
+            // Not kept is only translated again next time.
+        }
+    }
     return result;
 }
 

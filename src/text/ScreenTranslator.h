@@ -28,8 +28,11 @@ struct Result {
     std::vector<std::string> problems;
 };
 
+// Only lines that the picture shows now are translated. With `keep` off (a library open
+// read-only) nothing is stored.
 Result translate(const FlowStore& store, const std::string& folder, const std::string& file,
-                 const std::string& to, const std::vector<const TranslationEngine*>& engines);
+                 const std::string& to, const std::vector<const TranslationEngine*>& engines,
+                 bool keep = true);
 
 } // namespace ScreenTranslator
 } // namespace varnel

@@ -68,7 +68,7 @@ void ThumbnailCache::queue(const ScreenID& screen, std::int64_t knownFileTime) {
     if (!pending_.insert(screen).second)
         return;
     const auto source = root_ / screen.folder / screen.filename;
-    const auto thumb = ThumbnailFiles::url(root_, screen);
+    const auto thumb = ThumbnailFiles::url(elsewhere_.value_or(root_), screen);
     const int height = imageHeight_;
     const std::uint64_t generation = generation_;
     pool_.start([this, screen, source, thumb, height, generation, knownFileTime] {
@@ -187,6 +187,13 @@ void ThumbnailCache::setRoot(std::filesystem::path root) {
     recency_.clear();
     bytes_ = 0;
     failed_.clear();
+}
+
+void ThumbnailCache::setThumbnailFolder(std::optional<std::filesystem::path> elsewhere) {
+    if (elsewhere == elsewhere_)
+        return;
+    stopWork();
+    elsewhere_ = std::move(elsewhere);
 }
 
 void ThumbnailCache::waitForIdle() {

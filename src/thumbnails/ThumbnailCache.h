@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <optional>
 #include <list>
 #include <unordered_map>
 #include <unordered_set>
@@ -42,6 +43,9 @@ public:
     // Follows renamed, copied and removed screens (FlowLibrary::thumbnailsChanged).
     void apply(const ThumbEdits& edits);
     void setRoot(std::filesystem::path root);
+    // A library open read-only is never written: its thumbnails are kept in `elsewhere` (a
+    // cache folder of the user's) instead of its ".thumbs" folders. None: in the library.
+    void setThumbnailFolder(std::optional<std::filesystem::path> elsewhere);
     // Waits until every queued picture is made and announced (for tests and shutdown).
     void waitForIdle();
     // How many bytes of pictures are kept in memory at most.
@@ -69,6 +73,7 @@ private:
     void stopWork();
 
     std::filesystem::path root_;
+    std::optional<std::filesystem::path> elsewhere_;
     int imageHeight_ = 220;
     std::int64_t budget_ = 96ll << 20;
     std::int64_t bytes_ = 0;

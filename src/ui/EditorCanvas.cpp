@@ -690,6 +690,14 @@ void EditorCanvas::paintEvent(QPaintEvent*) {
              drawn_});
     paintZones(painter, zones);
     paintOutlines(painter);
+    if (overlay_) {
+        std::vector<NormalizedRect> covered;
+        for (const auto& zone : zones)
+            covered.push_back(zone.rect);
+        for (const auto& patch : state_.patches())
+            covered.push_back(patch.rect);
+        overlay_->setCovered(std::move(covered));
+    }
     if (overlay_)
         overlay_->paint(
             painter, picture_, target, [this](const NormalizedRect& r) { return viewRect(r); },

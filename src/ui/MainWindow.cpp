@@ -39,6 +39,7 @@
 #include <QScrollBar>
 #include <QSlider>
 #include <QSplitter>
+#include <QStandardPaths>
 #include <QStatusBar>
 #include <QTimer>
 #include <QToolBar>
@@ -638,6 +639,18 @@ void MainWindow::updateActions() {
 
     const auto& readOnly = library_.readOnlyReason();
     readOnlyBanner_->setVisible(readOnly.has_value());
+    if (translationKeeps_ == readOnly.has_value())
+        applyTranslation(); // translations are stored only while the library can be written
+    // Nor are thumbnails written into it: they go to the user's cache meanwhile.
+    std::optional<std::filesystem::path> thumbnailsElsewhere;
+    if (readOnly)
+        thumbnailsElsewhere =
+            std::filesystem::path(
+                QStandardPaths::writableLocation(QStandardPaths::GenericCacheLocation)
+                    .toStdString()) /
+            "varnel" / "read-only-thumbnails" /
+            std::to_string(std::hash<std::string>{}(library_.root().string()));
+    thumbnails_.setThumbnailFolder(thumbnailsElsewhere);
     if (readOnly) {
         readOnlyBanner_->setText(
             tr("Read-only: %1 You can browse, search and look at screens; changes are off until "

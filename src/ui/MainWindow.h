@@ -89,6 +89,7 @@ public:
     void downloadFigmaPlugin();
     // Hands the translation settings and engines to the large preview.
     void applyTranslation();
+    bool translationKeeps_ = true;
     void publishToFigma();
 
     // Screens.

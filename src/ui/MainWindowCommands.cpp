@@ -66,15 +66,19 @@ void MainWindow::showPreview() {
 
 void MainWindow::applyTranslation() {
     // Apertium on this computer first; a server only when the user set one.
-    auto translate = [root = library_.root(), server = settings_.translationServer()](
-                         const ScreenID& screen, const std::string& to) {
+    // A library open read-only is never written, translations included.
+    translationKeeps_ = !library_.readOnlyReason();
+    auto translate = [root = library_.root(), server = settings_.translationServer(),
+                      keep = translationKeeps_](const ScreenID& screen,
+                                                         const std::string& to) {
         const FlowStore store(root);
         const ApertiumEngine apertium;
         std::vector<const TranslationEngine*> engines{&apertium};
         std::optional<LibreTranslateEngine> libre;
         if (!server.empty())
             engines.push_back(&libre.emplace(server));
-        return ScreenTranslator::translate(store, screen.folder, screen.filename, to, engines);
+        return ScreenTranslator::translate(store, screen.folder, screen.filename, to, engines,
+                                           keep);
     };
     if (preview_)
         preview_->setTranslation(settings_.showTranslation(), settings_.translationLanguage(),

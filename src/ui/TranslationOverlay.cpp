@@ -1,6 +1,7 @@
 #include "ui/TranslationOverlay.h"
 
 #include "model/FlowLibrary.h"
+#include "text/HiddenText.h"
 #include "ui/Messages.h"
 
 #include <QFutureWatcher>
@@ -58,17 +59,31 @@ void TranslationOverlay::request() {
                 const auto result = watcher->result();
                 problem_ = result.problems.empty() ? QString() : qs(result.problems.front());
                 lines_ = library_.textLines(screen.folder, screen.filename);
+                // What was translated shows also when it could not be stored (read-only).
+                for (auto& line : lines_)
+                    for (const auto& translated : result.lines)
+                        if (translated.translation && translated.text == line.text) {
+                            if (!line.translations)
+                                line.translations.emplace();
+                            line.translations->emplace(language, *translated.translation);
+                        }
                 emit changed();
             });
     watcher->setFuture(QtConcurrent::run(
         [translate = translate_, screen, language] { return translate(screen, language); }));
 }
 
+bool TranslationOverlay::isCovered(std::size_t line) const {
+    return std::any_of(covered_.begin(), covered_.end(), [&](const NormalizedRect& area) {
+        return HiddenText::touches(lines_[line].box, area);
+    });
+}
+
 bool TranslationOverlay::hover(std::optional<QPointF> point, const ToView& toView) {
     std::optional<std::size_t> hovered;
     if (shows_ && point)
         for (std::size_t i = 0; i < lines_.size() && !hovered; ++i)
-            if (toView(lines_[i].box).adjusted(-3, -3, 3, 3).contains(*point))
+            if (!isCovered(i) && toView(lines_[i].box).adjusted(-3, -3, 3, 3).contains(*point))
                 hovered = i;
     if (hovered == hovered_)
         return false;
@@ -86,7 +101,7 @@ void TranslationOverlay::paint(QPainter& painter, const QImage& picture, const Q
     painter.save();
     painter.setRenderHint(QPainter::Antialiasing);
     for (std::size_t i = 0; i < lines_.size(); ++i)
-        if (whole_ || hovered_ == i)
+        if ((whole_ || hovered_ == i) && !isCovered(i))
             paintLine(painter, i, toView(lines_[i].box), picture, pictureRect, edge);
     painter.restore();
 }

@@ -39,6 +39,8 @@ public:
     void setScreen(const ScreenID& screen);
     void setTranslation(bool shows, const std::string& language, Translate translate);
     void setWholeScreen(bool whole);
+    // Areas the editor covers now, saved or not: no line that touches one is drawn or pointed at.
+    void setCovered(std::vector<NormalizedRect> covered) { covered_ = std::move(covered); }
 
     bool shows() const { return shows_; }
     const std::vector<TextLine>& lines() const { return lines_; }
@@ -64,6 +66,8 @@ private:
     FlowLibrary& library_;
     std::optional<ScreenID> screen_;
     std::vector<TextLine> lines_;
+    std::vector<NormalizedRect> covered_;
+    bool isCovered(std::size_t line) const;
     bool shows_ = false;
     bool whole_ = false;
     std::string language_ = "en";

@@ -1,6 +1,9 @@
 #include "capture/SessionController.h"
 #include "library/FlowStore.h"
+#include "library/FileOps.h"
+#include "library/LibraryCheck.h"
 #include "library/LibraryLayout.h"
+#include "support/SmallDisk.h"
 #include "support/TestLibrary.h"
 
 #include <gtest/gtest.h>
@@ -12,6 +15,19 @@ using namespace varnel;
 using namespace varnel::test;
 
 namespace {
+
+// The screens of a capture whose save failed, by their bytes: in flows of the library after
+// the next opening, each once, and the library checks clean.
+std::multiset<std::string> capturedAfterOpening(const fs::path& root) {
+    FlowStore reopened(root);
+    reopened.recover();
+    std::multiset<std::string> found;
+    for (const auto& summary : reopened.readIndex().flows)
+        for (const auto& screen : reopened.meta(summary.folderName).screens)
+            found.insert(readFile(root / summary.folderName / screen.filename));
+    EXPECT_EQ(checkLibrary(reopened), std::vector<std::string>{});
+    return found;
+}
 
 // 2024-05-01 14:03:27 UTC
 constexpr double kStart = 736265007;
@@ -242,8 +258,8 @@ TEST_F(SessionTest, StartFailureLeavesNoSession) {
     EXPECT_FALSE(broken.add(CaptureSource::manual));
 }
 
-TEST_F(SessionTest, SaveFailureEndsTheSessionAndKeepsMovedFiles) {
-    FaultInjector faults(FaultInjector::Kind::mover, 2);
+TEST_F(SessionTest, AFailedSaveLeavesTheCaptureWholeForTheNextOpening) {
+    FaultInjector faults(FaultInjector::Kind::mover, 3);
     FlowStore failing(dir.path(), faults.operations());
     SessionController controller(failing, [this] { return nextFrame(); });
     controller.start();
@@ -251,8 +267,45 @@ TEST_F(SessionTest, SaveFailureEndsTheSessionAndKeepsMovedFiles) {
     ASSERT_TRUE(controller.add(CaptureSource::manual));
     EXPECT_THROW(controller.stop("Acme", "Half", "", ""), LibraryError);
     EXPECT_FALSE(controller.isRecording());
-    EXPECT_TRUE(fs::exists(dir.path() / "acme/uncategorized/half/01.png"));
-    EXPECT_EQ(failing.readIndex().flows.size(), 0u) << "no index entry for a half-saved flow";
+    EXPECT_FALSE(fs::exists(dir.path() / "acme/uncategorized/half")) << "no half-made flow";
+    EXPECT_EQ(failing.readIndex().flows.size(), 0u);
+    EXPECT_EQ(capturedAfterOpening(dir.path()),
+              (std::multiset<std::string>{pngBytes(width, height, "frame 1"),
+                                          pngBytes(width, height, "frame 2")}));
+}
+
+// A full disk at the save, for a new flow and for screens added to one: nothing is listed
+// twice or lost, and nothing unlisted is called consistent.
+TEST_F(SessionTest, AFullDiskAtTheSaveLosesNoScreen) {
+    for (const bool adding : {false, true}) {
+        SCOPED_TRACE(adding ? "adding to a flow" : "a new flow");
+        SmallDisk disk(4 << 20);
+        if (!disk.mounted())
+            GTEST_SKIP() << disk.skipReason();
+        const fs::path root = disk / "Library";
+        FlowStore small(root);
+        std::optional<std::string> target;
+        std::multiset<std::string> expected;
+        if (adding) {
+            writeFile(dir.path() / "first.png", pngBytes(width, height, "before"));
+            target = small.createEmptyFlow("Acme", "Login", std::nullopt, Date{1}).folderName;
+            small.addScreens(*target, {dir.path() / "first.png"}, Date{1});
+            expected.insert(pngBytes(width, height, "before"));
+        }
+        SessionController controller(small, [this] { return nextFrame(); });
+        controller.start(target);
+        for (int i = 0; i < 2; ++i) {
+            ASSERT_TRUE(controller.add(CaptureSource::manual));
+            expected.insert(pngBytes(width, height, "frame " + std::to_string(frames)));
+        }
+        disk.fill(0);
+        EXPECT_THROW(controller.stop("Acme", "Full", "", ""), LibraryError);
+        // The user makes room, then opens the library.
+        for (const auto& name : FileOps::list(disk.root()))
+            if (name != "Library")
+                fs::remove_all(disk.root() / name);
+        EXPECT_EQ(capturedAfterOpening(root), expected);
+    }
 }
 
 TEST_F(SessionTest, CancelRemovesTheStagedFiles) {

@@ -1,4 +1,5 @@
 // Zones on clips: a real clip made here is baked, decoded and compared frame by frame.
+#include "archive/AppArchive.h"
 #include "editing/VideoRedactor.h"
 #include "editing/ImageRedactor.h"
 #include "model/FlowLibrary.h"
@@ -195,18 +196,61 @@ TEST_F(VideoRedactorTest, ABakeLandsOnTheClipItWasMadeFromWhateverHappensMeanwhi
     EXPECT_EQ(soundTracks(root / folder / "02.mov"), 1);
     EXPECT_TRUE(bakeLeftovers(root).empty());
 
-    // Deleted while it bakes: the new clip lands nowhere.
+    // Deleting a clip, or its flow, while its zones are being saved is refused: the bake lands.
     result.reset();
     library.saveVideoEdits(folder, "02.mov", topQuarter, style, {},
                            [&](bool saved) { result = saved; });
-    library.deleteScreens(folder, {"02.mov"});
+    EXPECT_THROW(library.deleteScreens(folder, {"02.mov"}), LibraryError);
+    EXPECT_THROW(library.deleteFlow(folder), LibraryError);
+    EXPECT_THROW(library.deleteApplication("Acme"), LibraryError);
     ASSERT_TRUE(waitUntil([&] { return result.has_value(); }, 60));
-    EXPECT_FALSE(*result);
-    EXPECT_EQ(notices.size(), 1u);
+    EXPECT_TRUE(*result);
     EXPECT_EQ(readFile(root / folder / "01.mov"), other);
     EXPECT_TRUE(library.edits(folder, "01.mov").shapes.empty());
     EXPECT_TRUE(bakeLeftovers(root).empty());
     EXPECT_TRUE(library.clipSaveProblems().empty());
+    EXPECT_NO_THROW(library.deleteScreens(folder, {"02.mov"})) << "once saved, it can go";
+}
+
+// A flow put in place of the one a bake was made from, under the same name (and, imported with
+// Replace, the same id), never receives the bake.
+TEST_F(VideoRedactorTest, ABakeNeverLandsOnAClipThatTookItsPlace) {
+    std::vector<QString> notices;
+    QObject::connect(&library, &FlowLibrary::notice,
+                     [&](const QString& text) { notices.push_back(text); });
+    const fs::path zip = dir / "Acme.varnel.zip";
+    library.exportApplication("Acme", zip);
+    std::optional<bool> result;
+    library.saveVideoEdits(folder, "01.mov", topQuarter, style, {},
+                           [&](bool saved) { result = saved; });
+    const auto inspection = library.inspectArchive(zip);
+    EXPECT_THROW(library.importArchive(inspection.extracted, ImportConflictResolution::replace),
+                 LibraryError)
+        << "replacing a flow whose clip is being saved is refused";
+
+    // Whatever removes it all the same (another program, a path that doesn't ask): the flow
+    // made in its place under the same name keeps its own clip as it is.
+    const FlowMeta old = store().meta(folder);
+    store().deleteFlow(folder);
+    const std::string again = store().createEmptyFlow("Acme", "Clip", std::nullopt, Date{}).folderName;
+    ASSERT_EQ(again, folder);
+    ASSERT_TRUE(writeTestClip(dir / "new.mov", kWidth, kHeight, 10, true));
+    store().addScreens(again, {dir / "new.mov"}, Date{});
+    FlowMeta same = store().meta(again);
+    same.id = old.id; // as Replace would bring it back
+    store().writeMeta(again, same);
+    store().appendToIndex(same.summary(again));
+    library.reload();
+    const std::string newClip = readFile(clip());
+
+    ASSERT_TRUE(waitUntil([&] { return result.has_value(); }, 60));
+    EXPECT_FALSE(*result);
+    EXPECT_EQ(readFile(clip()), newClip) << "the clip that took its place is untouched";
+    EXPECT_TRUE(library.edits(again, "01.mov").shapes.empty()) << "no zones recorded on it";
+    EXPECT_FALSE(fs::exists(root / folder / "01.orig.mov"));
+    ASSERT_EQ(notices.size(), 1u);
+    EXPECT_NE(notices[0].indexOf("replaced"), -1);
+    EXPECT_TRUE(bakeLeftovers(root).empty());
 }
 
 } // namespace

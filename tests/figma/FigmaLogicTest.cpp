@@ -1,6 +1,7 @@
 // Rules of the Figma side that need no server: links, board lookup, planning, assembly, the
 // summary line and the export package.
 #include "archive/Zip.h"
+#include "editing/RedactRecords.h"
 #include "figma/FigmaAPIError.h"
 #include "figma/FigmaBoardIndex.h"
 #include "figma/FigmaCommentPlanner.h"
@@ -14,6 +15,8 @@
 #include "support/TestLibrary.h"
 
 #include <gtest/gtest.h>
+
+#include <algorithm>
 
 namespace varnel {
 namespace {
@@ -448,6 +451,11 @@ TEST(FigmaExportTest, PackageHoldsTheManifestAndTheStills) {
     test::writeFile(dir / "01.png", test::pngBytes(4, 8, "one"));
     test::writeFile(dir / "02.mov", "clip");
     test::writeFile(dir / "03.png", test::pngBytes(4, 8, "three"));
+    // A blurred screen's untouched copy, its patch and the recognized text stay home.
+    meta.screens[0].redactions = std::vector<RedactShape>{{"", RedactShape::Kind::rect, {0, 0, 1, 0.5}}};
+    test::writeFile(dir / "01.orig.png", test::pngBytes(4, 8, "one, unblurred"));
+    test::writeFile(dir / "01.patch-AAAAAAAA-0000-4000-8000-000000000001.png", "patch");
+    test::writeFile(dir / "ocr.json", R"({"screens": {"01.png": {"mtime": 1, "text": "secret"}}})");
 
     EXPECT_EQ(FigmaExport::packageName(meta), "Sign up-Log in.figflow.zip");
     FlowMeta unnamed;
@@ -461,6 +469,12 @@ TEST(FigmaExportTest, PackageHoldsTheManifestAndTheStills) {
     EXPECT_EQ(test::readFile(unpacked / "01.png"), test::readFile(dir / "01.png"));
     EXPECT_EQ(test::readFile(unpacked / "03.png"), test::readFile(dir / "03.png"));
     EXPECT_FALSE(std::filesystem::exists(unpacked / "02.mov"));
+    std::vector<std::string> packed;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(unpacked.path()))
+        packed.push_back(entry.path().filename().string());
+    std::sort(packed.begin(), packed.end());
+    EXPECT_EQ(packed, (std::vector<std::string>{"01.png", "03.png", "flow.json"}))
+        << "no untouched copy, patch or recognized text";
     const std::string manifest = test::readFile(unpacked / "flow.json");
     EXPECT_EQ(manifest, R"({
   "application": "Acme",

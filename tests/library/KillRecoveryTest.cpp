@@ -3,14 +3,18 @@
 // old or its new version, complete and listed, with no screen's bytes lost and nothing hidden
 // left behind.
 #include "archive/AppArchive.h"
+#include "capture/SessionController.h"
+#include "editing/ScreenEdits.h"
 #include "archive/ArchiveImport.h"
 #include "library/LibraryCheck.h"
 #include "support/CliRun.h"
+#include "support/MediaProbe.h"
 #include "support/TestLibrary.h"
 
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <sstream>
 #include <iostream>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -82,8 +86,18 @@ LibraryState stateOf(const fs::path& root) {
         for (const auto& screen : meta.screens) {
             const fs::path file = root / summary.folderName / screen.filename;
             EXPECT_TRUE(fs::exists(file)) << file;
+            // What the record says of the picture is part of the screen: a blurred picture
+            // under no zones, or the reverse, is neither version.
+            Json edits = editsJson(screen);
+            // Copies of a patch get names of their own: where it lands is what counts.
+            if (edits.contains("patches"))
+                for (auto& patch : edits["patches"]) {
+                    patch.erase("file");
+                    patch.erase("id");
+                }
             flow.screens.push_back(screen.filename + ":" +
-                                   (fs::exists(file) ? readFile(file) : "<missing>"));
+                                   (fs::exists(file) ? readFile(file) : "<missing>") +
+                                   (edits.empty() ? "" : "|" + edits.dump()));
         }
         state[summary.id] = flow;
     }
@@ -162,6 +176,19 @@ protected:
                 EXPECT_EQ(killAt, counter.steps()) << "status " << status;
             }
 
+            // Recovery itself killed part way, then run again, must end the same.
+            if (killAt % 3 == 0) {
+                const pid_t again = ::fork();
+                if (again == 0) {
+                    Killer killer(killAt / 3 % 4 + 1);
+                    try {
+                        FlowStore(root, killer.operations()).recover();
+                    } catch (...) {
+                    }
+                    ::_exit(0);
+                }
+                EXPECT_EQ(::waitpid(again, &status, 0), again);
+            }
             // Recovery as the app runs it, or as the command line does, by turns.
             if (killAt % 2 == 0) {
                 FlowStore(root).recover();
@@ -170,26 +197,35 @@ protected:
                 EXPECT_EQ(recovered.code, cli::kSuccess) << recovered.err;
             }
 
-            const LibraryState now = stateOf(root);
-            bool fine = flowsOnTheirOwn ? eachFlowOldOrNew(now, before, after)
-                                        : (now == before || now == after);
-            EXPECT_TRUE(fine) << "neither the old nor the new library";
-            for (const auto& bytes : screenBytes(before)) {
-                if (screenBytes(after).contains(bytes) && !screenBytes(now).contains(bytes)) {
-                    ++figures.screensLost;
-                    fine = false;
-                }
-            }
-            const auto hidden = hiddenLeftovers(root);
-            figures.leftovers += static_cast<long>(hidden.size());
-            EXPECT_TRUE(hidden.empty()) << hidden.front();
-            const auto problems = checkLibrary(FlowStore(root));
-            EXPECT_TRUE(problems.empty()) << problems.front();
-            fine = fine && hidden.empty() && problems.empty();
-            figures.survived += fine;
+            survives(root, before, after, flowsOnTheirOwn, figures);
             fs::remove_all(root);
         }
         return figures;
+    }
+
+    // After a kill and the repairs: every flow old or new (by itself, or the library as a
+    // whole), no screen of either lost, nothing hidden left, and the check clean.
+    void survives(const fs::path& root, const LibraryState& before, const LibraryState& after,
+                  bool flowsOnTheirOwn, Figures& figures,
+                  const std::function<void(LibraryState&)>& normalize = {}) {
+        LibraryState now = stateOf(root);
+        if (normalize)
+            normalize(now);
+        bool fine = flowsOnTheirOwn ? eachFlowOldOrNew(now, before, after)
+                                    : (now == before || now == after);
+        EXPECT_TRUE(fine) << "neither the old nor the new library";
+        for (const auto& bytes : screenBytes(before)) {
+            if (screenBytes(after).contains(bytes) && !screenBytes(now).contains(bytes)) {
+                ++figures.screensLost;
+                fine = false;
+            }
+        }
+        const auto hidden = hiddenLeftovers(root);
+        figures.leftovers += static_cast<long>(hidden.size());
+        EXPECT_TRUE(hidden.empty()) << hidden.front();
+        const auto problems = checkLibrary(FlowStore(root));
+        EXPECT_TRUE(problems.empty()) << problems.front();
+        figures.survived += fine && hidden.empty() && problems.empty();
     }
 
     static bool eachFlowOldOrNew(const LibraryState& now, const LibraryState& before,
@@ -220,6 +256,200 @@ protected:
         total_.kills += f.kills;
         EXPECT_GT(f.kills, 3) << operation << " has several steps";
         EXPECT_EQ(f.survived, f.kills) << operation;
+    }
+
+    // A capture of two stills and a clip, saved as a new flow or added to `appendTo`, killed
+    // after each step of the save: its screens end in their flow, listed, or in a flow of
+    // "Recovered captures", each exactly once, and the rest of the library is as it was.
+    Figures killCaptureSave(const std::optional<std::string>& appendTo) {
+        const LibraryState before = stateOf(base);
+        const auto capture = [&](const fs::path& root, FileOperations ops) {
+            FlowStore store(root);
+            int shot = 0;
+            SessionController session(store, [&] {
+                ++shot;
+                return std::optional<CapturedFrame>(
+                    {pngBytes(1179, 2556, "shot " + std::to_string(shot)), 1179, 2556});
+            });
+            session.start(appendTo);
+            session.add(CaptureSource::manual);
+            const auto clip = session.beginVideo(1179, 2556);
+            writeFile(*clip, "a clip's bytes");
+            session.commitVideo();
+            session.add(CaptureSource::manual);
+            store.operations() = std::move(ops); // kills land in the save only
+            session.stop("Acme", "Checkout", "Payments", "Pixel 8");
+        };
+        Killer counter(-1);
+        capture(copyOf(base), counter.operations());
+
+        Figures figures;
+        for (long killAt = 1; killAt <= counter.steps(); ++killAt) {
+            SCOPED_TRACE("killed after step " + std::to_string(killAt) + " of " +
+                         std::to_string(counter.steps()));
+            const fs::path root = copyOf(base);
+            const pid_t child = ::fork();
+            if (child == 0) {
+                Killer killer(killAt);
+                try {
+                    capture(root, killer.operations());
+                } catch (...) {
+                    ::_exit(2);
+                }
+                ::_exit(0);
+            }
+            int status = 0;
+            EXPECT_EQ(::waitpid(child, &status, 0), child);
+            ++figures.kills;
+            if (killAt % 2 == 0)
+                FlowStore(root).recover();
+            else
+                EXPECT_EQ(runCli({"recover"}, root.string()).code, cli::kSuccess);
+
+            captureSurvives(root, before, appendTo, figures);
+            fs::remove_all(root);
+        }
+        return figures;
+    }
+
+    // The screens of the capture (two stills and a clip), each exactly once: after those of the
+    // flow they were added to, in the new flow, or in one of "Recovered captures".
+    void captureSurvives(const fs::path& root, const LibraryState& before,
+                         const std::optional<std::string>& appendTo, Figures& figures) {
+        LibraryState now = stateOf(root);
+        std::multiset<std::string> captured;
+        for (auto& [id, flow] : now) {
+            const auto old = before.find(id);
+            const bool ours = flow.application == "Recovered captures" ||
+                              (!appendTo && flow.name == "Checkout") ||
+                              (old != before.end() && flow != old->second);
+            if (!ours)
+                continue;
+            const std::size_t kept = old == before.end() ? 0 : old->second.screens.size();
+            EXPECT_TRUE(old == before.end() ||
+                        std::equal(old->second.screens.begin(), old->second.screens.end(),
+                                   flow.screens.begin()))
+                << "the flow added to keeps its screens first";
+            for (std::size_t i = kept; i < flow.screens.size(); ++i)
+                captured.insert(flow.screens[i].substr(flow.screens[i].find(':') + 1));
+        }
+        const std::multiset<std::string> expected{pngBytes(1179, 2556, "shot 1"),
+                                                  "a clip's bytes",
+                                                  pngBytes(1179, 2556, "shot 2")};
+        bool fine = captured == expected;
+        EXPECT_TRUE(fine) << captured.size() << " captured screens where 3 belong";
+        figures.screensLost += static_cast<long>(
+            std::count_if(expected.begin(), expected.end(),
+                          [&](const std::string& b) { return !captured.contains(b); }));
+        const auto hidden = hiddenLeftovers(root);
+        figures.leftovers += static_cast<long>(hidden.size());
+        EXPECT_TRUE(hidden.empty()) << hidden.front();
+        const auto problems = checkLibrary(FlowStore(root));
+        EXPECT_TRUE(problems.empty()) << problems.front();
+        figures.survived += fine && hidden.empty() && problems.empty();
+    }
+
+    // The system calls at which a real process is killed, each set counted as strace counts it.
+    struct Calls {
+        const char* name;
+        const char* set;
+    };
+    static constexpr Calls kCalls[] = {{"rename", "rename,renameat,renameat2"},
+                                       {"unlink", "unlink,unlinkat"},
+                                       {"rmdir", "rmdir"},
+                                       {"openat", "openat"},
+                                       {"write", "write,pwrite64"},
+                                       {"fsync", "fsync,fdatasync"}};
+
+    // Runs the operation in a process of its own under strace, killed at the n-th call of each
+    // system call of `set` (from the first that touches the library); returns whether it was.
+    static bool killedAt(const std::string& operation, const fs::path& root, const char* set,
+                         long n, const fs::path& archive) {
+        const std::string inject = std::string("inject=") + set +
+                                   ":signal=KILL:when=" + std::to_string(n);
+        const pid_t child = ::fork();
+        if (child == 0) {
+            ::execlp("strace", "strace", "-f", "-qq", "-o", "/dev/null", "-e", "trace=none",
+                     "-e", inject.c_str(), VARNEL_KILL_SUBJECT, operation.c_str(),
+                     root.c_str(), archive.c_str(), static_cast<char*>(nullptr));
+            ::_exit(127);
+        }
+        int status = 0;
+        ::waitpid(child, &status, 0);
+        EXPECT_FALSE(WIFEXITED(status) && WEXITSTATUS(status) != 0)
+            << operation << " failed by itself (" << WEXITSTATUS(status) << ")";
+        return WIFSIGNALED(status);
+    }
+
+    // How many calls of `set` the operation makes before its first that names the library:
+    // those of starting the program, not worth a kill each.
+    static long callsBeforeLibrary(const std::string& operation, const fs::path& root,
+                                   const char* set, const fs::path& archive, const fs::path& log) {
+        const pid_t child = ::fork();
+        if (child == 0) {
+            ::execlp("strace", "strace", "-qq", "-o", log.c_str(), "-e",
+                     (std::string("trace=") + set).c_str(), VARNEL_KILL_SUBJECT,
+                     operation.c_str(), root.c_str(), archive.c_str(),
+                     static_cast<char*>(nullptr));
+            ::_exit(127);
+        }
+        int status = 0;
+        ::waitpid(child, &status, 0);
+        std::istringstream lines(readFile(log));
+        std::map<std::string, long> counts;
+        for (std::string line; std::getline(lines, line);) {
+            if (line.find(root.string()) != std::string::npos)
+                break;
+            ++counts[line.substr(0, line.find('('))];
+        }
+        long fewest = -1;
+        for (const auto& [call, count] : counts)
+            fewest = fewest < 0 ? count : std::min(fewest, count);
+        return std::max(0L, fewest);
+    }
+
+    // Runs the operation to its end, as a process of its own.
+    static void runWhole(const std::string& operation, const fs::path& root,
+                         const fs::path& archive = {}) {
+        const pid_t child = ::fork();
+        if (child == 0) {
+            ::execl(VARNEL_KILL_SUBJECT, VARNEL_KILL_SUBJECT, operation.c_str(), root.c_str(),
+                    archive.c_str(), static_cast<char*>(nullptr));
+            ::_exit(127);
+        }
+        int status = 0;
+        ::waitpid(child, &status, 0);
+        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << operation;
+    }
+
+    using Check = std::function<void(const fs::path& root, Figures&)>;
+
+    // Kills the operation at every call of each set in turn, on a fresh copy each time, until
+    // it runs to its end; then repairs the library as opening it would and checks it.
+    Figures killAtEveryCall(const std::string& operation, const fs::path& from,
+                            const Check& check, long most = 400,
+                            const fs::path& archive = {}) {
+        Figures figures;
+        for (const auto& calls : kCalls) {
+            const fs::path probe = copyOf(from);
+            const long skip = callsBeforeLibrary(operation, probe, calls.set, archive,
+                                                 dir / "strace.log");
+            fs::remove_all(probe);
+            for (long n = skip + 1; n <= skip + most; ++n) {
+                SCOPED_TRACE(operation + " killed at " + calls.name + " #" + std::to_string(n));
+                const fs::path root = copyOf(from);
+                const bool killed = killedAt(operation, root, calls.set, n, archive);
+                if (killed) {
+                    ++figures.kills;
+                    FlowStore(root).recover();
+                    check(root, figures);
+                }
+                fs::remove_all(root);
+                if (!killed)
+                    break;
+            }
+        }
+        return figures;
     }
 
     TempDir dir;
@@ -256,6 +486,12 @@ TEST_F(KillRecoveryTest, FlowAndScreenChangesSurviveAKillAtEveryStep) {
                                    s.moveScreens(signUp, {"02.png", "01.png"}, logIn, 1);
                                },
                                false));
+    // The stayed screen takes the moved one's name when its flow is renumbered.
+    report("move screens, names reused",
+           killEverywhere(
+               base,
+               [&](FlowStore& s, const fs::path&) { s.moveScreens(logIn, {"01.png"}, signUp, 1); },
+               false));
     report("reorder screens", killEverywhere(
                                   base,
                                   [&](FlowStore& s, const fs::path&) {
@@ -288,6 +524,125 @@ TEST_F(KillRecoveryTest, FlowAndScreenChangesSurviveAKillAtEveryStep) {
            killEverywhere(
                base, [&](FlowStore& s, const fs::path&) { s.renumberScreens(logIn); }, false));
     std::cout << "[ kills    ] flow and screen changes: " << total_.kills << " kills\n";
+}
+
+TEST_F(KillRecoveryTest, BlursAndRevertsSurviveAKillAtEveryStep) {
+    const std::string signUp = SampleLibrary::signUp, logIn = SampleLibrary::logIn;
+    writePicture(base / logIn / "01.png", 60, 120);
+    writePicture(base / signUp / "02.orig.png", 60, 120, 0xff22aa44u);
+    const std::vector<RedactShape> zone{{"", RedactShape::Kind::rect, {0.1, 0.1, 0.5, 0.2}}};
+    const RedactStyle style = defaultStyle(RedactPreset::dark);
+    report("blur a still", killEverywhere(
+                               base,
+                               [&](FlowStore& s, const fs::path&) {
+                                   ScreenEdits::save(s, logIn, "01.png", zone, style, {});
+                               },
+                               false));
+    report("blur a blurred still again", killEverywhere(
+                                             base,
+                                             [&](FlowStore& s, const fs::path&) {
+                                                 ScreenEdits::save(s, signUp, "02.png", zone,
+                                                                   style, {});
+                                             },
+                                             false));
+    report("revert", killEverywhere(
+                         base,
+                         [&](FlowStore& s, const fs::path&) {
+                             ScreenEdits::revert(s, signUp, "02.png");
+                         },
+                         false));
+}
+
+TEST_F(KillRecoveryTest, CaptureSavesSurviveAKillAtEveryStep) {
+    report("capture as a new flow", killCaptureSave(std::nullopt));
+    report("capture added to a flow", killCaptureSave(std::string(SampleLibrary::logIn)));
+}
+
+// Real processes killed at every rename, unlink, rmdir, openat, write and fsync of a change,
+// recovery itself included: after the repairs every flow is its old or its new version, no
+// screen is lost or listed twice, nothing hidden is left and the check is clean.
+TEST_F(KillRecoveryTest, RealProcessesSurviveAKillAtEverySystemCall) {
+    const std::string signUp = SampleLibrary::signUp, logIn = SampleLibrary::logIn;
+    writePicture(base / logIn / "01.png", 60, 120);
+    writePicture(base / signUp / "02.orig.png", 60, 120, 0xff22aa44u);
+    const LibraryState before = stateOf(base);
+    auto oldOrNew = [&](const std::string& operation, bool flowsOnTheirOwn) {
+        const fs::path whole = copyOf(base);
+        runWhole(operation, whole);
+        const LibraryState after = stateOf(whole);
+        EXPECT_NE(after, before) << operation << " changes something";
+        return [&, after, flowsOnTheirOwn](const fs::path& root, Figures& figures) {
+            survives(root, before, after, flowsOnTheirOwn, figures);
+        };
+    };
+    auto captured = [&](std::optional<std::string> appendTo) {
+        return [&, appendTo](const fs::path& root, Figures& figures) {
+            captureSurvives(root, before, appendTo, figures);
+        };
+    };
+    report("capture as a new flow (system calls)",
+           killAtEveryCall("capture-new", base, captured(std::nullopt)));
+    report("capture added to a flow (system calls)",
+           killAtEveryCall("capture-append", base, captured(logIn)));
+    report("blur (system calls)", killAtEveryCall("blur", base, oldOrNew("blur", false)));
+    report("revert (system calls)", killAtEveryCall("revert", base, oldOrNew("revert", false)));
+    report("move screens (system calls)",
+           killAtEveryCall("move", base, oldOrNew("move", false)));
+
+    // Recovery itself, of a move killed half way, killed in turn at every call.
+    const fs::path interrupted = copyOf(base);
+    ASSERT_TRUE(killedAt("move", interrupted, "rename,renameat,renameat2", 3, {}));
+    const LibraryState moved = [&] {
+        const fs::path whole = copyOf(base);
+        runWhole("move", whole);
+        return stateOf(whole);
+    }();
+    report("recovery (system calls)",
+           killAtEveryCall("recover", interrupted, [&](const fs::path& root, Figures& figures) {
+               survives(root, before, moved, false, figures);
+           }));
+
+    // A clip's zones saved by the window's model while an application is imported beside it.
+    // A bake's bytes may differ from run to run: a clip counts by whether it is the one it was.
+    const fs::path clipBase = copyOf(base);
+    ASSERT_TRUE(writeTestClip(clipBase / signUp / "03.mov", 64, 96, 12, false));
+    const fs::path archive = dir / "Bank.varnel.zip";
+    {
+        FlowStore store(clipBase);
+        AppArchive::exportApplication("Bank", store, store.readIndex(), archive);
+        store.deleteFlow(SampleLibrary::transfer);
+    }
+    const std::string clipBytes = readFile(clipBase / signUp / "03.mov");
+    const auto clipAsIs = [clipBytes](LibraryState& state) {
+        for (auto& [id, flow] : state)
+            for (auto& screen : flow.screens)
+                if (screen.starts_with("03.mov:") && !screen.starts_with("03.mov:" + clipBytes)) {
+                    const auto edits = screen.find('|');
+                    screen = "03.mov:<baked>" + (edits == std::string::npos ? "" : screen.substr(edits));
+                }
+    };
+    LibraryState clipBefore = stateOf(clipBase);
+    const fs::path clipWhole = copyOf(clipBase);
+    runWhole("bake-clip-during-import", clipWhole, archive);
+    LibraryState clipAfter = stateOf(clipWhole);
+    clipAsIs(clipAfter);
+    report("clip bake during an import (system calls)",
+           killAtEveryCall(
+               "bake-clip-during-import", clipBase,
+               [&](const fs::path& root, Figures& figures) {
+                   survives(root, clipBefore, clipAfter, true, figures, clipAsIs);
+               },
+               80, archive));
+
+    sample.leaveGapInLogIn();
+    const LibraryState gap = stateOf(base);
+    const fs::path renumbered = copyOf(base);
+    runWhole("renumber", renumbered);
+    const LibraryState numbered = stateOf(renumbered);
+    report("renumber (system calls)",
+           killAtEveryCall("renumber", base, [&](const fs::path& root, Figures& figures) {
+               survives(root, gap, numbered, false, figures);
+           }));
 }
 
 TEST_F(KillRecoveryTest, ImportsSurviveAKillAtEveryStep) {

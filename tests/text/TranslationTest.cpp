@@ -1,6 +1,9 @@
 // Recognized lines translated: by real Apertium (Spanish to English, installed with the
 // project), by a LibreTranslate server on 127.0.0.1, once per line and language.
+#include "editing/ImageRedactor.h"
 #include "library/FlowStore.h"
+#include "model/FlowLibrary.h"
+#include "text/SearchFold.h"
 #include "support/CliRun.h"
 #include "support/TestLibrary.h"
 #include "text/ApertiumEngine.h"
@@ -246,6 +249,99 @@ TEST_F(TranslationTest, ASpanishScreenIsReadThenTranslatedOnThisComputer) {
         << (result.lines.empty() ? std::string("nothing read") : result.lines[0].text);
     EXPECT_EQ(translated["Crear una cuenta nueva"], "Create a new account");
     EXPECT_EQ(result.lines.size(), 2u);
+}
+
+// The words of a line under a zone: the model's search, the stored text, what the overlay draws
+// and the command line's search.
+struct WhereWordsShow {
+    bool search = false, stored = false, overlay = false, commandLine = false;
+};
+
+WhereWordsShow whereShows(FlowLibrary& library, const std::string& folder,
+                          const std::string& word) {
+    WhereWordsShow found;
+    found.search = !library.textSearchIndex().hits(SearchFold::fold(word), folder).empty();
+    found.stored = readFile(library.store().flowURL(folder) / "ocr.json").find(word) !=
+                   std::string::npos;
+    for (const auto& line : library.textLines(folder, "01.png"))
+        found.overlay |= line.text.find(word) != std::string::npos;
+    found.commandLine =
+        runCli({"search", word}, library.root().string()).out.find("01.png") != std::string::npos;
+    return found;
+}
+
+// Blurring a line hides its words from every reader of the text, also after a translation of
+// the screen and another text pass; reverting brings them back.
+TEST_F(TranslationTest, WordsUnderAZoneAreGoneFromSearchStoredTextAndOverlay) {
+    QImage screen(1179, 2556, QImage::Format_RGB32);
+    screen.fill(QColor(250, 250, 252));
+    {
+        QPainter painter(&screen);
+        QFont font("DejaVu Sans");
+        font.setPixelSize(64);
+        painter.setFont(font);
+        painter.setPen(QColor(20, 20, 24));
+        painter.drawText(QPoint(90, 600), "Cuenta secreta");
+        painter.drawText(QPoint(90, 1500), "Buscar amigos");
+    }
+    const fs::path picture = store.flowURL(folder) / "01.png";
+    ASSERT_TRUE(screen.save(QString::fromStdString(picture.string()), "PNG"));
+
+    FlowLibrary library(FlowStore(store.root()));
+    library.open();
+    library.setAutomaticTextRecognition(true);
+    const auto pass = [&] {
+        library.refreshOCRIndex();
+        library.waitForTextRecognition();
+    };
+    pass();
+    const auto before = whereShows(library, folder, "secreta");
+    ASSERT_TRUE(before.search && before.stored && before.overlay && before.commandLine)
+        << "the recognizer reads the line before it is blurred";
+
+    std::optional<NormalizedRect> secret;
+    for (const auto& line : library.textLines(folder, "01.png"))
+        if (line.text.find("secreta") != std::string::npos)
+            secret = line.box;
+    ASSERT_TRUE(secret);
+    RedactShape zone{"z", RedactShape::Kind::rect, *secret};
+    ASSERT_TRUE(library.saveEdits(folder, "01.png", {zone}, defaultStyle(RedactPreset::light), {}));
+    const auto baked = whereShows(library, folder, "secreta");
+    EXPECT_FALSE(baked.search || baked.stored || baked.overlay || baked.commandLine)
+        << "gone the moment the zone is saved, before any pass";
+
+    // A translation of the screen stores what it translated without claiming a new reading.
+    const ApertiumEngine apertium;
+    ScreenTranslator::translate(library.store(), folder, "01.png", "en", {&apertium});
+    pass();
+    const auto after = whereShows(library, folder, "secreta");
+    EXPECT_FALSE(after.search) << "search";
+    EXPECT_FALSE(after.stored) << "ocr.json";
+    EXPECT_FALSE(after.overlay) << "overlay";
+    EXPECT_FALSE(after.commandLine) << "varnel-cli search";
+    EXPECT_TRUE(whereShows(library, folder, "amigos").search) << "the line beside it stays";
+
+    ASSERT_TRUE(library.revertScreen(folder, "01.png"));
+    pass();
+    EXPECT_TRUE(whereShows(library, folder, "secreta").search) << "reverting shows it again";
+}
+
+// A line read from an earlier picture is never shown, nor stored under the new picture's time.
+TEST_F(TranslationTest, TextOfAnOlderPictureIsNotShownOrRestamped) {
+    OCRIndex::saveTextLines(store, folder, "01.png", {line("Crear una cuenta nueva", 0.2)});
+    const fs::path picture = store.flowURL(folder) / "01.png";
+    fs::last_write_time(picture, fs::last_write_time(picture) + std::chrono::seconds(5));
+    EXPECT_TRUE(OCRIndex::textLines(store, folder, "01.png").empty());
+    const auto derived = OCRIndex::derive(
+        store, folder, [](const fs::path&) { return std::vector<TextLine>{}; }, {}, nullptr, true);
+    EXPECT_FALSE(derived.text.contains("01.png")) << "read-only: stale text is not searchable";
+    EXPECT_FALSE(OCRIndex::saveTranslations(store, "nope/nope/nope", "01.png", {}));
+    const auto stale = OCRIndex::staleScreens(store, folder);
+    EXPECT_EQ(stale, std::vector<std::string>{"01.png"});
+    const ApertiumEngine apertium;
+    ScreenTranslator::translate(store, folder, "01.png", "en", {&apertium});
+    EXPECT_EQ(OCRIndex::staleScreens(store, folder), stale)
+        << "a translation does not make old text look freshly read";
 }
 
 int main(int argc, char** argv) {

@@ -644,6 +644,37 @@ TEST_F(MainWindowTest, AReadOnlyLibraryIsBrowsedWithEveryChangeOff) {
               (std::vector<std::string>{"# Acme", "## Onboarding", "Sign up"}));
 }
 
+// Read-only means no write of any kind: translations shown are not stored, thumbnails are made
+// elsewhere.
+TEST_F(MainWindowTest, AReadOnlyLibraryIsNeverWrittenWhileBrowsedAndTranslated) {
+    const fs::path picture = sample.root / SampleLibrary::transfer / "01.png";
+    writePicture(picture, 390, 844, 0xfff4f4f4u);
+    OCRIndex::saveTextLines(sample.store, SampleLibrary::transfer, "01.png",
+                            {{"Olvidé mi contraseña", {0.1, 0.3, 0.7, 0.04}, std::nullopt}});
+    fs::remove_all(sample.root / "bank" / "uncategorized" / "transfer" / ".thumbs");
+    library.setReadOnly("another program (such as varnel-cli) is changing this library.");
+    library.reload();
+    const auto before = treeSnapshot(sample.root);
+
+    window->gallery().selectScreen({SampleLibrary::transfer, "01.png"});
+    window->action("Show Translation")->setChecked(true);
+    ScreenPreview* preview = window->preview();
+    ASSERT_TRUE(preview);
+    ASSERT_TRUE(waitUntil([&] { return preview->showsFullPicture(); }));
+    const QPointF point = preview->lineRect(0).center();
+    QMouseEvent move(QEvent::MouseMove, point, preview->mapToGlobal(point), Qt::NoButton,
+                     Qt::NoButton, Qt::NoModifier);
+    QApplication::sendEvent(preview, &move);
+    ASSERT_TRUE(waitUntil([&] {
+        const auto& lines = preview->textLines();
+        return !preview->isTranslating() && !lines.empty() && lines[0].translations;
+    })) << preview->translationProblem().toStdString();
+    EXPECT_EQ(preview->textLines()[0].translations->at("en"), "I forgot my password")
+        << "shown all the same";
+    window->thumbnails().waitForIdle();
+    EXPECT_EQ(treeSnapshot(sample.root), before) << "nothing in the library was written";
+}
+
 TEST_F(MainWindowTest, TheEditorOpensOnTheCurrentScreenAndRevertNeedsAnOriginal) {
     QAction* edit = window->action("Edit Screen…");
     QAction* revert = window->action("Revert to Original");
