@@ -249,6 +249,7 @@ private:
     void settleRevert(const Json& entry, RecoveryReport& report);
     void settleBake(const Json& entry, RecoveryReport& report);
     void removePatchesOf(const std::string& folderName, const std::string& filename);
+    void putBackPicture(const fs::path& kept, const fs::path& picture);
     void settleConsumedCapture(const Json& intent, RecoveryReport& report);
     void recoverAssembly(const fs::path& assembly, RecoveryReport& report);
     fs::path sourceInLibrary(const fs::path& source) const;

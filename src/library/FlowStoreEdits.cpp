@@ -117,12 +117,7 @@ void FlowStore::bakeScreen(std::string_view folderName, const std::string& filen
         } else {
             ops_.indexWriter(picture, bake.picture);
         }
-        undo.add([flowDir, previous, picture] {
-            std::error_code error;
-            fs::rename(flowDir / previous, picture, error);
-            if (error)
-                throw FileError("put back", picture, error);
-        });
+        undo.add([this, flowDir, previous, picture] { putBackPicture(flowDir / previous, picture); });
         setEdits(folderName, filename, bake.zones, bake.style, records);
     } catch (const std::exception& e) {
         undo.undoOrThrow("blur “" + filename + "” of “" + folder + "”", flowDir.string(), e);
@@ -143,6 +138,21 @@ void FlowStore::bakeScreen(std::string_view folderName, const std::string& filen
         return; // saved; the note stays and opening the library tidies up
     }
     endIntent(intent);
+}
+
+// The picture kept aside takes its place again. Still the same file (a second name of it, the new
+// one never written), the second name just goes: a rename between two names of one file does
+// nothing.
+void FlowStore::putBackPicture(const fs::path& kept, const fs::path& picture) {
+    std::error_code error;
+    if (fs::equivalent(kept, picture, error)) {
+        ops_.folderRemover(kept);
+        return;
+    }
+    fs::rename(kept, picture, error);
+    if (error)
+        throw FileError("put back", picture, error);
+    FileOps::syncFolder(picture.parent_path());
 }
 
 // The patch images beside a screen that its record doesn't name.

@@ -491,13 +491,8 @@ void FlowStore::settleBake(const Json& entry, RecoveryReport& report) {
         removePatchesOf(folderName, filename);
         return;
     }
-    if (FileOps::exists(flowDir / previous)) {
-        std::error_code error;
-        fs::rename(flowDir / previous, flowDir / filename, error);
-        if (error)
-            throw FileError("put back", flowDir / filename, error);
-        FileOps::syncFolder(flowDir);
-    }
+    if (FileOps::exists(flowDir / previous))
+        putBackPicture(flowDir / previous, flowDir / filename);
     const std::string original = ScreenFiles::originalFilename(filename);
     if (entry.value("makesOriginal", false) && !screen->redactions && !screen->patches &&
         FileOps::exists(flowDir / original))

@@ -7,6 +7,7 @@
 #include "editing/ScreenEdits.h"
 #include "archive/ArchiveImport.h"
 #include "library/LibraryCheck.h"
+#include "library/LibraryLayout.h"
 #include "support/CliRun.h"
 #include "support/MediaProbe.h"
 #include "support/TestLibrary.h"
@@ -312,10 +313,30 @@ protected:
         return figures;
     }
 
+    static std::multiset<std::string> kCaptured() {
+        return {pngBytes(1179, 2556, "shot 1"), "a clip's bytes", pngBytes(1179, 2556, "shot 2")};
+    }
+
+    // Which of the capture's screens a killed process had written anywhere in the library: those
+    // must all be found after the repairs (a kill before a screen was written loses only it).
+    static std::multiset<std::string> capturedSoFar(const fs::path& root) {
+        std::multiset<std::string> found;
+        for (const auto& bytes : kCaptured())
+            for (const auto& entry : fs::recursive_directory_iterator(root))
+                if (entry.is_regular_file() &&
+                    !LibraryLayout::isWriteLeftover(entry.path().filename().string()) &&
+                    readFile(entry.path()) == bytes) {
+                    found.insert(bytes);
+                    break;
+                }
+        return found;
+    }
+
     // The screens of the capture (two stills and a clip), each exactly once: after those of the
     // flow they were added to, in the new flow, or in one of "Recovered captures".
     void captureSurvives(const fs::path& root, const LibraryState& before,
-                         const std::optional<std::string>& appendTo, Figures& figures) {
+                         const std::optional<std::string>& appendTo, Figures& figures,
+                         std::multiset<std::string> expected = kCaptured()) {
         LibraryState now = stateOf(root);
         std::multiset<std::string> captured;
         for (auto& [id, flow] : now) {
@@ -333,11 +354,9 @@ protected:
             for (std::size_t i = kept; i < flow.screens.size(); ++i)
                 captured.insert(flow.screens[i].substr(flow.screens[i].find(':') + 1));
         }
-        const std::multiset<std::string> expected{pngBytes(1179, 2556, "shot 1"),
-                                                  "a clip's bytes",
-                                                  pngBytes(1179, 2556, "shot 2")};
         bool fine = captured == expected;
-        EXPECT_TRUE(fine) << captured.size() << " captured screens where 3 belong";
+        EXPECT_TRUE(fine) << captured.size() << " captured screens where " << expected.size()
+                          << " belong";
         figures.screensLost += static_cast<long>(
             std::count_if(expected.begin(), expected.end(),
                           [&](const std::string& b) { return !captured.contains(b); }));
@@ -369,7 +388,9 @@ protected:
                                    ":signal=KILL:when=" + std::to_string(n);
         const pid_t child = ::fork();
         if (child == 0) {
-            ::execlp("strace", "strace", "-f", "-qq", "-o", "/dev/null", "-e", "trace=none",
+            // Only the calls of the set stop the process (a set not traced is not injected).
+            const std::string trace = std::string("trace=") + set;
+            ::execlp("strace", "strace", "-f", "-qq", "-o", "/dev/null", "-e", trace.c_str(),
                      "-e", inject.c_str(), VARNEL_KILL_SUBJECT, operation.c_str(),
                      root.c_str(), archive.c_str(), static_cast<char*>(nullptr));
             ::_exit(127);
@@ -428,7 +449,8 @@ protected:
     // it runs to its end; then repairs the library as opening it would and checks it.
     Figures killAtEveryCall(const std::string& operation, const fs::path& from,
                             const Check& check, long most = 400,
-                            const fs::path& archive = {}) {
+                            const fs::path& archive = {},
+                            const std::function<void(const fs::path&)>& beforeRepairs = {}) {
         Figures figures;
         for (const auto& calls : kCalls) {
             const fs::path probe = copyOf(from);
@@ -441,6 +463,8 @@ protected:
                 const bool killed = killedAt(operation, root, calls.set, n, archive);
                 if (killed) {
                     ++figures.kills;
+                    if (beforeRepairs)
+                        beforeRepairs(root);
                     FlowStore(root).recover();
                     check(root, figures);
                 }
@@ -562,6 +586,9 @@ TEST_F(KillRecoveryTest, CaptureSavesSurviveAKillAtEveryStep) {
 // recovery itself included: after the repairs every flow is its old or its new version, no
 // screen is lost or listed twice, nothing hidden is left and the check is clean.
 TEST_F(KillRecoveryTest, RealProcessesSurviveAKillAtEverySystemCall) {
+#ifdef VARNEL_SANITIZED
+    GTEST_SKIP() << "run in the ordinary build: hundreds of processes under strace";
+#endif
     const std::string signUp = SampleLibrary::signUp, logIn = SampleLibrary::logIn;
     writePicture(base / logIn / "01.png", 60, 120);
     writePicture(base / signUp / "02.orig.png", 60, 120, 0xff22aa44u);
@@ -575,15 +602,17 @@ TEST_F(KillRecoveryTest, RealProcessesSurviveAKillAtEverySystemCall) {
             survives(root, before, after, flowsOnTheirOwn, figures);
         };
     };
+    std::multiset<std::string> written;
+    const auto staged = [&](const fs::path& root) { written = capturedSoFar(root); };
     auto captured = [&](std::optional<std::string> appendTo) {
         return [&, appendTo](const fs::path& root, Figures& figures) {
-            captureSurvives(root, before, appendTo, figures);
+            captureSurvives(root, before, appendTo, figures, written);
         };
     };
     report("capture as a new flow (system calls)",
-           killAtEveryCall("capture-new", base, captured(std::nullopt)));
+           killAtEveryCall("capture-new", base, captured(std::nullopt), 400, {}, staged));
     report("capture added to a flow (system calls)",
-           killAtEveryCall("capture-append", base, captured(logIn)));
+           killAtEveryCall("capture-append", base, captured(logIn), 400, {}, staged));
     report("blur (system calls)", killAtEveryCall("blur", base, oldOrNew("blur", false)));
     report("revert (system calls)", killAtEveryCall("revert", base, oldOrNew("revert", false)));
     report("move screens (system calls)",
@@ -641,7 +670,11 @@ TEST_F(KillRecoveryTest, RealProcessesSurviveAKillAtEverySystemCall) {
     const LibraryState numbered = stateOf(renumbered);
     report("renumber (system calls)",
            killAtEveryCall("renumber", base, [&](const fs::path& root, Figures& figures) {
-               survives(root, gap, numbered, false, figures);
+               // Killed before its note was written, the flow keeps its gap, as it had it.
+               if (stateOf(root) == gap && hiddenLeftovers(root).empty())
+                   ++figures.survived;
+               else
+                   survives(root, gap, numbered, false, figures);
            }));
 }
 
