@@ -121,6 +121,19 @@ std::string colourOptions(const std::optional<std::string>& colorimetry) {
     return options;
 }
 
+// Clips joined from two recordings sometimes keep the second one's times as they were, so
+// that they start again from the first's, or overlap them. Players go by the order of the
+// frames; the decoder holds such times back and the encoder and the muxer give up on them.
+// A recording starts on a key frame shown after everything decoded before it: one that isn't
+// is moved, with all that follows it, to just after the last frame shown so far.
+struct Join {
+    GstClockTime offset = 0;
+    GstClockTime latest = GST_CLOCK_TIME_NONE; // the latest time shown so far, moved
+    GstClockTime latestDuration = 0;
+    // The last frame duration the stream gave; until it gives one, a common frame rate's.
+    GstClockTime frame = GST_SECOND / 30;
+};
+
 struct Bake {
     GstElement* pipeline = nullptr;
     GstElement* mux = nullptr;
@@ -135,6 +148,7 @@ struct Bake {
     std::atomic<bool> sawVideo = false;
     std::atomic<bool> failed = false;
     std::atomic<std::uint64_t> written = 0; // buffers out of the muxer
+    Join join;                              // only the coded video's streaming thread uses it
 };
 
 // A pipeline that writes nothing for this long is stuck; the save fails instead of waiting on.
@@ -180,6 +194,37 @@ GstPadProbeReturn codedStreamStarts(GstPad* pad, GstPadProbeInfo*, gpointer data
     if (!gst_element_sync_state_with_parent(encoder.get()))
         bake->failed = true;
     return GST_PAD_PROBE_REMOVE;
+}
+
+GstPadProbeReturn followOnAtJoins(GstPad*, GstPadProbeInfo* info, gpointer data) {
+    Join& join = static_cast<Bake*>(data)->join;
+    if (GST_PAD_PROBE_INFO_TYPE(info) & GST_PAD_PROBE_TYPE_EVENT_DOWNSTREAM) {
+        // Each segment (an edit of the clip) has times of its own.
+        if (GST_EVENT_TYPE(GST_PAD_PROBE_INFO_EVENT(info)) == GST_EVENT_SEGMENT)
+            join = {};
+        return GST_PAD_PROBE_OK;
+    }
+    GstBuffer* buffer = GST_PAD_PROBE_INFO_BUFFER(info);
+    if (!GST_BUFFER_PTS_IS_VALID(buffer))
+        return GST_PAD_PROBE_OK;
+    if (GST_BUFFER_DURATION_IS_VALID(buffer) && GST_BUFFER_DURATION(buffer) > 0)
+        join.frame = GST_BUFFER_DURATION(buffer);
+    const GstClockTime pts = GST_BUFFER_PTS(buffer);
+    if (GST_CLOCK_TIME_IS_VALID(join.latest) && pts + join.offset <= join.latest &&
+        !GST_BUFFER_FLAG_IS_SET(buffer, GST_BUFFER_FLAG_DELTA_UNIT))
+        join.offset = join.latest + join.latestDuration - pts;
+    if (join.offset > 0) {
+        buffer = gst_buffer_make_writable(buffer);
+        GST_PAD_PROBE_INFO_DATA(info) = buffer;
+        GST_BUFFER_PTS(buffer) += join.offset;
+        if (GST_BUFFER_DTS_IS_VALID(buffer))
+            GST_BUFFER_DTS(buffer) += join.offset;
+    }
+    if (!GST_CLOCK_TIME_IS_VALID(join.latest) || GST_BUFFER_PTS(buffer) > join.latest) {
+        join.latest = GST_BUFFER_PTS(buffer);
+        join.latestDuration = join.frame;
+    }
+    return GST_PAD_PROBE_OK;
 }
 
 // The encoder copies the decoder's colour defaults into its caps, and the muxer writes what
@@ -260,6 +305,10 @@ bool addBranch(Bake& bake, GstPad* from, const char* description, const char* mu
         gst_object_unref(src);
         GstPad* coded = gst_element_get_static_pad(gst::child(branch, "decode").get(), "sink");
         gst_pad_add_probe(coded, GST_PAD_PROBE_TYPE_BUFFER, codedStreamStarts, &bake, nullptr);
+        gst_pad_add_probe(coded,
+                          static_cast<GstPadProbeType>(GST_PAD_PROBE_TYPE_BUFFER |
+                                                       GST_PAD_PROBE_TYPE_EVENT_DOWNSTREAM),
+                          followOnAtJoins, &bake, nullptr);
         gst_object_unref(coded);
         gst_element_set_locked_state(gst::child(branch, "encode").get(), TRUE);
         keepColourDescription(bake, branch);

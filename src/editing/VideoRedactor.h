@@ -46,10 +46,11 @@ public:
 
     // Re-encodes `source` into `destination` with the zones frosted on every frame; sound is
     // copied as it is, and each frame's time, the rotation and the colour description (or its
-    // absence) are kept. The new clip is written beside the destination as ".bake-<UUID>.mov" and
-    // replaces it only when complete; otherwise that file is removed and the destination stays
-    // as it was. Blocks until done; `progress` gets 0..1, and setting `cancel` stops the bake.
-    // `why` gets the reason of a failure.
+    // absence) are kept; only where joined recordings' times repeat do the later frames follow
+    // on from the earlier ones, in the order they are stored. The new clip is written beside the
+    // destination as ".bake-<UUID>.mov" and replaces it only when complete; otherwise that file is
+    // removed and the destination stays as it was. Blocks until done; `progress` gets 0..1, and
+    // setting `cancel` stops the bake. `why` gets the reason of a failure.
     static bool bake(const std::vector<RedactShape>& shapes,
                      const std::filesystem::path& destination, const std::filesystem::path& source,
                      const RedactStyle& style, const std::function<void(double)>& progress = {},

@@ -8,6 +8,8 @@
 
 #include <QCoreApplication>
 
+#include <algorithm>
+
 #include <gtest/gtest.h>
 
 using namespace varnel;
@@ -253,6 +255,29 @@ TEST_F(VideoRedactorTest, ABakeNeverLandsOnAClipThatTookItsPlace) {
     EXPECT_TRUE(bakeLeftovers(root).empty());
 }
 
+// Every frame of `baked` is frosted inside `zone` (a fraction of the stored frame) and the
+// same as `source`'s frame clear of it.
+void expectFrostedOnlyIn(const cv::Rect2d& zone, const fs::path& source, const fs::path& baked) {
+    const auto original = lumaPlanes(source);
+    const auto frosted = lumaPlanes(baked);
+    ASSERT_EQ(frosted.size(), original.size());
+    ASSERT_FALSE(original.empty());
+    const cv::Size size = original[0].size();
+    const cv::Rect inside(cvRound(zone.x * size.width), cvRound(zone.y * size.height),
+                          cvRound(zone.width * size.width), cvRound(zone.height * size.height));
+    // Rows or columns well clear of the zone's edge, where the blur reaches.
+    cv::Mat away(size, CV_8UC1, cv::Scalar(255));
+    away(cv::Rect(inside.x - 8, inside.y - 8, inside.width + 16, inside.height + 16) &
+         cv::Rect({}, size))
+        .setTo(0);
+    for (std::size_t i = 0; i < original.size(); ++i) {
+        cv::Mat diff;
+        cv::absdiff(original[i], frosted[i], diff);
+        EXPECT_GT(cv::mean(diff(inside))[0], 15) << "frame " << i;
+        EXPECT_LT(cv::mean(diff, away)[0], 2) << "frame " << i;
+    }
+}
+
 } // namespace
 
 // Phones record variable frame rates, rotation flags, untagged or tagged colour and 10-bit
@@ -315,25 +340,44 @@ TEST_F(VideoRedactorTest, ClipsAsDevicesRecordThemKeepWhatTheyAre) {
             EXPECT_NEAR(after->timestamps[i], before->timestamps[i], 1e6) << "frame " << i;
         EXPECT_EQ(soundTracks(baked), c.recipe.sound ? 1 : 0);
 
-        const auto original = lumaPlanes(source);
-        const auto frosted = lumaPlanes(baked);
-        ASSERT_EQ(frosted.size(), original.size());
-        ASSERT_FALSE(original.empty());
-        const cv::Size size = original[0].size();
-        const cv::Rect zone(
-            cvRound(c.storedZone.x * size.width), cvRound(c.storedZone.y * size.height),
-            cvRound(c.storedZone.width * size.width), cvRound(c.storedZone.height * size.height));
-        // Rows or columns well clear of the zone's edge, where the blur reaches.
-        cv::Mat away(size, CV_8UC1, cv::Scalar(255));
-        away(cv::Rect(zone.x - 8, zone.y - 8, zone.width + 16, zone.height + 16) &
-             cv::Rect({}, size))
-            .setTo(0);
-        for (std::size_t i = 0; i < original.size(); ++i) {
-            cv::Mat diff;
-            cv::absdiff(original[i], frosted[i], diff);
-            EXPECT_GT(cv::mean(diff(zone))[0], 15) << "frame " << i;
-            EXPECT_LT(cv::mean(diff, away)[0], 2) << "frame " << i;
-        }
+        expectFrostedOnlyIn(c.storedZone, source, baked);
+    }
+}
+
+// Clips joined from two recordings sometimes keep the second one's times as they were, so
+// that they start again partway through the first or from its very start. Players go by the
+// order of the frames; so does the bake, and the clip keeps its length and every frame.
+TEST_F(VideoRedactorTest, JoinedRecordingsWhoseTimesRepeatBakeInFrameOrder) {
+    constexpr double kFrame = 1.0 / 30;
+    for (const double restart : {0.0, 0.5}) {
+        SCOPED_TRACE("the second recording restarts at " + std::to_string(restart) + " s");
+        const fs::path source = dir / "joined.mov";
+        const fs::path baked = dir / "baked.mov";
+        ASSERT_TRUE(writeJoinedClip(source, kWidth, kHeight, kFrames, restart));
+        const auto times = streamFacts(source);
+        ASSERT_TRUE(times);
+        ASSERT_NE(std::adjacent_find(times->timestamps.begin(), times->timestamps.end()),
+                  times->timestamps.end())
+            << "the joined clip repeats times";
+        const auto before = readClip(source);
+        ASSERT_TRUE(before);
+        ASSERT_EQ(before->frames, 2 * kFrames);
+
+        std::string why;
+        ASSERT_TRUE(VideoRedactor::bake(topQuarter, baked, source, style, {}, nullptr, &why))
+            << why;
+        const auto after = readClip(baked);
+        ASSERT_TRUE(after) << "the baked clip plays";
+        EXPECT_EQ(after->frames, before->frames);
+        EXPECT_NEAR(after->durationSeconds, before->durationSeconds, kFrame);
+        const auto bakedTimes = streamFacts(baked);
+        ASSERT_TRUE(bakedTimes);
+        ASSERT_EQ(bakedTimes->timestamps.size(), times->timestamps.size());
+        for (std::size_t i = 1; i < bakedTimes->timestamps.size(); ++i)
+            EXPECT_NEAR(bakedTimes->timestamps[i] - bakedTimes->timestamps[i - 1], kFrame * 1e9,
+                        1e6)
+                << "frame " << i;
+        expectFrostedOnlyIn(cv::Rect2d(0, 0, 1, 0.25), source, baked);
     }
 }
 

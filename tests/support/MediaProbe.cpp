@@ -4,6 +4,7 @@
 #include "media/MovieMatrix.h"
 
 #include <gst/app/gstappsink.h>
+#include <gst/app/gstappsrc.h>
 #include <gst/pbutils/pbutils.h>
 #include <gst/video/video.h>
 
@@ -138,6 +139,89 @@ bool writeClip(const std::filesystem::path& file, const ClipRecipe& recipe) {
         return true;
     const auto turn = turns.find(recipe.orientation);
     return turn != turns.end() && MovieMatrix::setOnVideoTrack(file, turn->second);
+}
+
+namespace {
+
+// One recording's coded frames in decoding order, with the caps that describe them.
+struct Recording {
+    GstCaps* caps = nullptr;
+    std::vector<GstBuffer*> frames;
+    Recording() = default;
+    Recording(const Recording&) = delete;
+    Recording& operator=(const Recording&) = delete;
+    ~Recording() {
+        if (caps)
+            gst_caps_unref(caps);
+        for (GstBuffer* frame : frames)
+            gst_buffer_unref(frame);
+    }
+};
+
+bool record(Recording& recording, int width, int height, int frames, int speed) {
+    const std::string description =
+        "videotestsrc pattern=smpte horizontal-speed=" + std::to_string(speed) +
+        " num-buffers=" + std::to_string(frames) +
+        " ! video/x-raw,framerate=30/1,width=" + std::to_string(width) +
+        ",height=" + std::to_string(height) +
+        " ! videoconvert ! video/x-raw,format=I420 ! x264enc speed-preset=ultrafast bframes=2 "
+        "insert-vui=false ! h264parse ! video/x-h264,stream-format=avc,alignment=au ! "
+        "appsink name=sink sync=false";
+    auto pipeline = gst::parse(description.c_str());
+    if (!pipeline)
+        return false;
+    auto sink = gst::child(pipeline.get(), "sink");
+    if (gst_element_set_state(pipeline.get(), GST_STATE_PLAYING) == GST_STATE_CHANGE_FAILURE)
+        return false;
+    while (GstSample* sample =
+               gst_app_sink_try_pull_sample(GST_APP_SINK(sink.get()), 10 * GST_SECOND)) {
+        if (!recording.caps)
+            recording.caps = gst_caps_ref(gst_sample_get_caps(sample));
+        recording.frames.push_back(gst_buffer_ref(gst_sample_get_buffer(sample)));
+        gst_sample_unref(sample);
+    }
+    return recording.caps && recording.frames.size() == static_cast<std::size_t>(frames);
+}
+
+} // namespace
+
+bool writeJoinedClip(const std::filesystem::path& file, int width, int height, int frames,
+                     double restart) {
+    Recording first, second;
+    if (!record(first, width, height, frames, 4) || !record(second, width, height, frames, -4))
+        return false;
+    // Both come from the same encoder settings, so one description serves the whole track.
+    if (!gst_caps_is_equal(first.caps, second.caps))
+        return false;
+    auto pipeline = gst::parse("appsrc name=source format=time ! mux.video_0 "
+                               "qtmux name=mux ! filesink name=out sync=false");
+    if (!pipeline)
+        return false;
+    auto source = gst::child(pipeline.get(), "source");
+    g_object_set(source.get(), "caps", first.caps, nullptr);
+    g_object_set(gst::child(pipeline.get(), "out").get(), "location", file.c_str(), nullptr);
+    const auto length = static_cast<GstClockTimeDiff>(frames) * GST_SECOND / 30;
+    const auto moved = [](GstBuffer* frame, GstClockTimeDiff pts, GstClockTimeDiff dts) {
+        GstBuffer* copy = gst_buffer_copy(frame);
+        GST_BUFFER_PTS(copy) = static_cast<GstClockTime>(GST_BUFFER_PTS(frame) + pts);
+        GST_BUFFER_DTS(copy) = static_cast<GstClockTime>(GST_BUFFER_DTS(frame) + dts);
+        return copy;
+    };
+    // appsrc turns buffers away until it runs.
+    if (gst_element_set_state(pipeline.get(), GST_STATE_PLAYING) == GST_STATE_CHANGE_FAILURE)
+        return false;
+    for (GstBuffer* frame : first.frames)
+        gst_app_src_push_buffer(GST_APP_SRC(source.get()), gst_buffer_ref(frame));
+    // The second recording is stored, and decoded, after the first, but shown from `restart`
+    // on again.
+    const auto shift = static_cast<GstClockTimeDiff>(GST_BUFFER_PTS(first.frames[0])) -
+                       static_cast<GstClockTimeDiff>(GST_BUFFER_PTS(second.frames[0]));
+    const auto shown = static_cast<GstClockTimeDiff>(restart * GST_SECOND);
+    for (GstBuffer* frame : second.frames)
+        gst_app_src_push_buffer(GST_APP_SRC(source.get()),
+                                moved(frame, shift + shown, shift + length));
+    gst_app_src_end_of_stream(GST_APP_SRC(source.get()));
+    return runToEnd(pipeline.get());
 }
 
 bool writeTestClip(const std::filesystem::path& file, int width, int height, int frames,

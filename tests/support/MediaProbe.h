@@ -52,6 +52,13 @@ struct ClipRecipe {
 
 bool writeClip(const std::filesystem::path& file, const ClipRecipe& recipe);
 
+// Two recordings joined into one clip without moving the second one's times: its frames follow
+// the first's in the file, but their times start again `restart` seconds into the first (0:
+// from its start), so they repeat what the first has shown. Each recording is `frames` frames
+// of H.264 with B-frames at 30 fps, and the second's picture moves the other way.
+bool writeJoinedClip(const std::filesystem::path& file, int width, int height, int frames,
+                     double restart);
+
 // What a movie file's video stream says of itself, before decoding.
 struct StreamFacts {
     std::string codec;                      // "video/x-h264", "video/x-h265"
