@@ -203,11 +203,7 @@ int run(const std::vector<std::string>& args, std::ostream& out, std::ostream& e
         std::optional<LibraryLock> lock;
         if (changesLibrary(inv)) {
             FileOps::createDirectory(store.root(), true);
-            lock = LibraryLock::acquire(store.root());
-            if (!lock)
-                throw LibraryError("The library at " + store.root().string() +
-                                   " is open in Varnel; make the change there, or quit Varnel "
-                                   "first.");
+            lock = lockForChange(store.root());
             // A change starts from a library whose interrupted changes are settled, as the app
             // does when it opens it.
             if (inv.command != "recover") {

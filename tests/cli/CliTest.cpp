@@ -7,6 +7,8 @@
 
 #include <sstream>
 
+#include <unistd.h>
+
 using namespace varnel;
 using namespace varnel::test;
 
@@ -201,18 +203,37 @@ TEST_F(CliTest, ExportReplacesOnlyARegularFileAtItsDestination) {
 
 TEST_F(CliTest, ChangesWaitForTheAppToLetGoOfTheLibrary) {
     SampleLibrary sample(root);
+    const std::string process = "(process " + std::to_string(::getpid()) + ")";
     {
-        auto held = LibraryLock::acquire(root);
+        auto held = LibraryLock::acquire(root, LibraryLock::kWindowProgram);
         ASSERT_TRUE(held);
-        EXPECT_FALSE(LibraryLock::acquire(root)) << "one holder at a time";
+        EXPECT_FALSE(LibraryLock::acquire(root, LibraryLock::kCommandLineProgram))
+            << "one holder at a time";
         Result refused = cli({"create-flow", "--app", "A", "--name", "B"});
         EXPECT_EQ(refused.code, cli::kFailed);
-        EXPECT_NE(refused.err.find("is open in Varnel"), std::string::npos);
+        EXPECT_NE(refused.err.find("is open in Varnel " + process +
+                                   "; make the change there, or quit Varnel first."),
+                  std::string::npos)
+            << refused.err;
         EXPECT_EQ(cli({"list"}).code, cli::kSuccess) << "reading needs no lock";
         EXPECT_EQ(cli({"check"}).code, cli::kSuccess);
     }
+    {
+        // Another command line, not the window: quitting Varnel wouldn't help.
+        auto held = LibraryLock::acquire(root, LibraryLock::kCommandLineProgram);
+        ASSERT_TRUE(held);
+        Result refused = cli({"delete-flow", SampleLibrary::transfer});
+        EXPECT_EQ(refused.code, cli::kFailed);
+        EXPECT_NE(refused.err.find("is being changed by another varnel-cli " + process +
+                                   "; try again once it is done."),
+                  std::string::npos)
+            << refused.err;
+        EXPECT_EQ(refused.err.find("Varnel first"), std::string::npos) << refused.err;
+        EXPECT_TRUE(fs::exists(root / SampleLibrary::transfer));
+    }
     EXPECT_EQ(cli({"create-flow", "--app", "A", "--name", "B"}).code, cli::kSuccess);
-    EXPECT_TRUE(LibraryLock::acquire(root)) << "released when the command ends";
+    EXPECT_TRUE(LibraryLock::acquire(root, LibraryLock::kWindowProgram))
+        << "released when the command ends";
 }
 
 TEST_F(CliTest, UsageErrorsAndHelp) {
