@@ -19,6 +19,8 @@ const char* message(ArchiveError::Case c) {
         return "The archive couldn’t be created.";
     case ArchiveError::Case::unzipFailed:
         return "The file couldn’t be unzipped.";
+    case ArchiveError::Case::inconsistent:
+        return "This archive can’t be imported.";
     case ArchiveError::Case::notAnExport:
         break;
     }

@@ -16,7 +16,7 @@ namespace varnel {
 
 class ArchiveError : public LibraryError {
 public:
-    enum class Case { zipFailed, unzipFailed, notAnExport };
+    enum class Case { zipFailed, unzipFailed, notAnExport, inconsistent };
     // `detail` says what went wrong underneath, for the log. The description is the case's
     // fixed message, followed by `reason` when the user can act on it.
     explicit ArchiveError(Case c, std::string detail = {}, const std::string& reason = {});

@@ -269,3 +269,46 @@ TEST_F(AppArchiveTest, AnImportInterruptedByACrashIsClearedAtOpen) {
     reopened.open();
     EXPECT_FALSE(fs::exists(inspection.extracted.tempDir));
 }
+
+// Replacing by id would let one flow of the archive overwrite another.
+TEST_F(AppArchiveTest, AnArchiveWithTwoFlowsOfOneIdIsRefusedBeforeAnythingChanges) {
+    const FlowMeta first = sample.store.meta(SampleLibrary::transfer);
+    FlowMeta second = first;
+    second.name = "Transfer again";
+    const std::string png = readFile(sample.root / SampleLibrary::transfer / "01.png");
+    writeZip(zipFile, {{"QuillaneExport/quillane-export.json",
+                        manifestFor("Bank", {first.summary("bank/uncategorized/transfer"),
+                                             second.summary("bank/uncategorized/transfer-again")})},
+                       {"QuillaneExport/bank/uncategorized/transfer/meta.json",
+                        encodeLibraryJson(first.toJson())},
+                       {"QuillaneExport/bank/uncategorized/transfer/01.png", png},
+                       {"QuillaneExport/bank/uncategorized/transfer-again/meta.json",
+                        encodeLibraryJson(second.toJson())},
+                       {"QuillaneExport/bank/uncategorized/transfer-again/01.png", png}});
+    FlowLibrary library{FlowStore(sample.root)};
+    FlowLibrary empty{FlowStore(dir / "Other")};
+    for (FlowLibrary* target : {&library, &empty}) {
+        const auto before = treeSnapshot(target->root());
+        try {
+            target->inspectArchive(zipFile);
+            ADD_FAILURE() << "inspected";
+        } catch (const ArchiveError& e) {
+            EXPECT_EQ(e.errorCase(), ArchiveError::Case::inconsistent);
+            const std::string what = e.what();
+            EXPECT_NE(what.find("“Transfer” (bank/uncategorized/transfer) and “Transfer again” "
+                                "(bank/uncategorized/transfer-again) have the same id " +
+                                first.id),
+                      std::string::npos)
+                << what;
+        }
+        EXPECT_EQ(treeSnapshot(target->root()), before);
+    }
+
+    // Those who import without asking first are refused the same way.
+    const auto extracted = AppArchive::extract(zipFile, dir.path());
+    const auto before = treeSnapshot(sample.root);
+    for (auto resolution : {ImportConflictResolution::replace, ImportConflictResolution::duplicate})
+        EXPECT_THROW(importExtracted(sample.store, extracted, resolution), ArchiveError);
+    EXPECT_EQ(treeSnapshot(sample.root), before);
+    extracted.cleanup();
+}

@@ -1,5 +1,7 @@
 #include "cli/Cli.h"
 #include "app/LibraryLock.h"
+#include "archive/AppArchive.h"
+#include "archive/Zip.h"
 #include "support/CliRun.h"
 #include "support/TestLibrary.h"
 
@@ -234,6 +236,38 @@ TEST_F(CliTest, ChangesWaitForTheAppToLetGoOfTheLibrary) {
     EXPECT_EQ(cli({"create-flow", "--app", "A", "--name", "B"}).code, cli::kSuccess);
     EXPECT_TRUE(LibraryLock::acquire(root, LibraryLock::kWindowProgram))
         << "released when the command ends";
+}
+
+TEST_F(CliTest, ImportRefusesAnArchiveWithTwoFlowsOfOneId) {
+    SampleLibrary sample(root);
+    const FlowMeta meta = sample.store.meta(SampleLibrary::transfer);
+    const fs::path zip = dir / "twice.varnel.zip";
+    {
+        Zip::Writer writer(zip);
+        const std::string base = std::string(AppArchive::kPayloadFolder) + "/";
+        const AppArchive::Manifest manifest{
+            1, "Bank", {meta.summary("bank/one/transfer"), meta.summary("bank/two/transfer")}};
+        writer.addBytes(base + std::string(AppArchive::kManifestFile),
+                        encodeLibraryJson(manifest.toJson()), true);
+        for (const char* folder : {"bank/one/transfer", "bank/two/transfer"}) {
+            writer.addBytes(base + folder + "/meta.json", encodeLibraryJson(meta.toJson()), true);
+            writer.addFile(base + folder + "/01.png", root / SampleLibrary::transfer / "01.png",
+                           false);
+        }
+        writer.close();
+    }
+    ASSERT_EQ(cli({"recover"}).code, cli::kSuccess) << "settled as any change would";
+    const auto before = treeSnapshot(root);
+    for (const char* how : {"--replace", "--duplicate"}) {
+        Result refused = cli({"import-app", zip.string(), how});
+        EXPECT_EQ(refused.code, cli::kFailed) << how;
+        EXPECT_NE(refused.err.find("This archive can’t be imported. Its flows “Transfer” "
+                                   "(bank/one/transfer) and “Transfer” (bank/two/transfer) have "
+                                   "the same id"),
+                  std::string::npos)
+            << refused.err;
+        EXPECT_EQ(treeSnapshot(root), before) << how;
+    }
 }
 
 TEST_F(CliTest, UsageErrorsAndHelp) {
