@@ -44,8 +44,9 @@ bool isStoredAsIs(const fs::path& file) {
     return ext == ".png" || ext == ".mov" || ext == ".jpg" || ext == ".jpeg" || ext == ".mp4";
 }
 
-// Every file and folder of a flow folder, as paths relative to it; links and the store's
-// transient folders are left out.
+// Every file and folder of a flow folder, as paths relative to it; the store's transient
+// folders are left out. A link is refused: leaving it out would lose a screen unnoticed, and
+// following it could pack files from outside the library.
 void collect(const fs::path& folder, const fs::path& relative, std::vector<fs::path>& dirs,
              std::vector<fs::path>& files) {
     for (const auto& name : FileOps::list(folder / relative)) {
@@ -55,7 +56,9 @@ void collect(const fs::path& folder, const fs::path& relative, std::vector<fs::p
         const fs::path item = relative / name;
         const auto status = fs::symlink_status(folder / item);
         if (fs::is_symlink(status))
-            continue;
+            throw LibraryError("“" + (folder / item).string() +
+                               "” is a symbolic link. Put the file itself in its place, then "
+                               "export again.");
         if (fs::is_directory(status)) {
             dirs.push_back(item);
             collect(folder, item, dirs, files);

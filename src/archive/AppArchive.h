@@ -63,8 +63,9 @@ struct Extracted {
 std::vector<FlowSummary> flowsOf(const LibraryIndex& index, const std::string& application);
 
 // Writes the archive of one application to `destination`, atomically replacing a regular file
-// there; anything else at the destination (a folder, a link) is refused and left as it is. Returns
-// how many flows it holds; with none, nothing is written. `progress` gets 0..1.
+// there; anything else at the destination (a folder, a link) is refused and left as it is. A
+// link inside a flow folder is refused too, naming it, rather than left out. Returns how many
+// flows it holds; with none, nothing is written. `progress` gets 0..1.
 std::size_t exportApplication(const std::string& application, const FlowStore& store,
                               const LibraryIndex& index, const fs::path& destination,
                               const std::function<void(double)>& progress = {});

@@ -1,7 +1,7 @@
 #include "archive/AppArchive.h"
 #include "archive/Zip.h"
-#include "model/FlowLibrary.h"
 #include "library/LibraryCheck.h"
+#include "model/FlowLibrary.h"
 #include "support/TestLibrary.h"
 
 #include <zip.h>
@@ -268,6 +268,39 @@ TEST_F(AppArchiveTest, AnImportInterruptedByACrashIsClearedAtOpen) {
     FlowLibrary reopened{FlowStore(sample.root)};
     reopened.open();
     EXPECT_FALSE(fs::exists(inspection.extracted.tempDir));
+}
+
+// A screen, or any file of a flow, that is a link stops the export, naming it, rather than
+// being left out of an archive reported as made.
+TEST_F(AppArchiveTest, ALinkedScreenIsRefusedByNameAndNothingIsWritten) {
+    const fs::path outside = dir / "elsewhere.png";
+    writeFile(outside, readFile(sample.root / SampleLibrary::logIn / "02.png"));
+    for (const char* file : {"02.png", "02.orig.png"}) {
+        SCOPED_TRACE(file);
+        const fs::path link = sample.root / SampleLibrary::logIn / file;
+        fs::remove(link);
+        fs::create_symlink(outside, link);
+        {
+            try {
+                AppArchive::exportApplication("Acme", sample.store, sample.store.readIndex(),
+                                              zipFile);
+                ADD_FAILURE() << "exported";
+            } catch (const ArchiveError& e) {
+                EXPECT_EQ(e.errorCase(), ArchiveError::Case::zipFailed);
+                EXPECT_NE(std::string(e.what()).find("“" + link.string() + "” is a symbolic link"),
+                          std::string::npos)
+                    << e.what();
+            }
+            EXPECT_FALSE(fs::exists(zipFile));
+            for (const auto& name : FileOps::list(dir.path()))
+                EXPECT_FALSE(name.ends_with(".tmp")) << name;
+        }
+        EXPECT_TRUE(fs::is_symlink(link)) << "left as it is";
+        fs::remove(link);
+    }
+    writeFile(sample.root / SampleLibrary::logIn / "02.png", readFile(outside));
+    EXPECT_EQ(
+        AppArchive::exportApplication("Acme", sample.store, sample.store.readIndex(), zipFile), 2u);
 }
 
 // Replacing by id would let one flow of the archive overwrite another.

@@ -238,6 +238,26 @@ TEST_F(CliTest, ChangesWaitForTheAppToLetGoOfTheLibrary) {
         << "released when the command ends";
 }
 
+// A linked screen would be missing from an archive that says it holds the flow.
+TEST_F(CliTest, ExportRefusesALinkedScreenByName) {
+    SampleLibrary sample(root);
+    const fs::path screen = root / SampleLibrary::logIn / "02.png";
+    const fs::path outside = dir / "outside.png";
+    fs::rename(screen, outside);
+    fs::create_symlink(outside, screen);
+    const fs::path zip = dir / "Acme.varnel.zip";
+    {
+        Result refused = cli({"export-app", "Acme", zip.string()});
+        EXPECT_EQ(refused.code, cli::kFailed);
+        EXPECT_NE(refused.err.find("Couldn’t export “Acme”: The archive couldn’t be created. “" +
+                                   screen.string() + "” is a symbolic link."),
+                  std::string::npos)
+            << refused.err;
+        EXPECT_EQ(refused.out, "");
+        EXPECT_FALSE(fs::exists(zip));
+    }
+}
+
 TEST_F(CliTest, ImportRefusesAnArchiveWithTwoFlowsOfOneId) {
     SampleLibrary sample(root);
     const FlowMeta meta = sample.store.meta(SampleLibrary::transfer);
