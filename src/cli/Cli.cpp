@@ -83,12 +83,16 @@ int renumber(const Invocation& inv, FlowStore& store, std::ostream& out) {
     return kSuccess;
 }
 
-int exportApp(const Invocation& inv, FlowStore& store, std::ostream& out) {
+int exportApp(Invocation& inv, FlowStore& store, std::ostream& out) {
+    const bool withoutOriginals = std::erase(inv.arguments, "--without-originals") > 0;
     expectCount(inv, 2, 2);
     const std::string& name = inv.arguments[0];
     std::size_t flows = 0;
     try {
-        flows = AppArchive::exportApplication(name, store, store.readIndex(), inv.arguments[1]);
+        flows = AppArchive::exportApplication(name, store, store.readIndex(), inv.arguments[1],
+                                              withoutOriginals
+                                                  ? AppArchive::ExportContent::withoutOriginals
+                                                  : AppArchive::ExportContent::everything);
     } catch (const std::exception& e) {
         throw LibraryError("Couldn’t export “" + name + "”: " + e.what());
     }

@@ -238,6 +238,26 @@ TEST_F(CliTest, ChangesWaitForTheAppToLetGoOfTheLibrary) {
         << "released when the command ends";
 }
 
+TEST_F(CliTest, ExportWithoutOriginalsMakesACopyToShare) {
+    SampleLibrary sample(root);
+    const fs::path zip = dir / "Acme shared.varnel.zip";
+    Result exported = cli({"export-app", "--without-originals", "Acme", zip.string()});
+    ASSERT_EQ(exported.code, cli::kSuccess) << exported.err;
+    EXPECT_EQ(exported.out, zip.string() + "\t2 flows\n");
+    const fs::path unpacked = dir / "unpacked";
+    fs::create_directories(unpacked);
+    Zip::extract(zip, unpacked);
+    const fs::path signUp = unpacked / AppArchive::kPayloadFolder / SampleLibrary::signUp;
+    EXPECT_EQ(FileOps::list(signUp),
+              (std::vector<std::string>{"01.png", "02.png", "03.mov", "meta.json", "ocr.json"}));
+    const Json edited = parseLibraryJson(readFile(signUp / "meta.json")).at("screens").at(1);
+    EXPECT_FALSE(edited.contains("redactions") || edited.contains("patches")) << edited.dump();
+    EXPECT_TRUE(fs::exists(root / SampleLibrary::signUp / "02.orig.png")) << "the library keeps it";
+
+    Result help = cli({"--help"});
+    EXPECT_NE(help.out.find("export-app NAME FILE [--without-originals]"), std::string::npos);
+}
+
 // A linked screen would be missing from an archive that says it holds the flow.
 TEST_F(CliTest, ExportRefusesALinkedScreenByName) {
     SampleLibrary sample(root);
@@ -246,8 +266,11 @@ TEST_F(CliTest, ExportRefusesALinkedScreenByName) {
     fs::rename(screen, outside);
     fs::create_symlink(outside, screen);
     const fs::path zip = dir / "Acme.varnel.zip";
-    {
-        Result refused = cli({"export-app", "Acme", zip.string()});
+    for (const std::vector<std::string>& extra :
+         {std::vector<std::string>{}, std::vector<std::string>{"--without-originals"}}) {
+        std::vector<std::string> args{"export-app", "Acme", zip.string()};
+        args.insert(args.end(), extra.begin(), extra.end());
+        Result refused = cli(args);
         EXPECT_EQ(refused.code, cli::kFailed);
         EXPECT_NE(refused.err.find("Couldn’t export “Acme”: The archive couldn’t be created. “" +
                                    screen.string() + "” is a symbolic link."),
