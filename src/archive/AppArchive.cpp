@@ -5,9 +5,13 @@
 #include "library/LibraryLayout.h"
 #include "library/Text.h"
 #include "library/Uuid.h"
+#include "text/HiddenText.h"
+#include "text/OCRSidecar.h"
+#include "text/ScreenOCR.h"
 
 #include <algorithm>
 #include <optional>
+#include <set>
 
 namespace varnel {
 
@@ -19,6 +23,8 @@ const char* message(ArchiveError::Case c) {
         return "The archive couldn’t be created.";
     case ArchiveError::Case::unzipFailed:
         return "The file couldn’t be unzipped.";
+    case ArchiveError::Case::inconsistent:
+        return "This archive can’t be imported.";
     case ArchiveError::Case::notAnExport:
         break;
     }
@@ -42,8 +48,9 @@ bool isStoredAsIs(const fs::path& file) {
     return ext == ".png" || ext == ".mov" || ext == ".jpg" || ext == ".jpeg" || ext == ".mp4";
 }
 
-// Every file and folder of a flow folder, as paths relative to it; links and the store's
-// transient folders are left out.
+// Every file and folder of a flow folder, as paths relative to it; the store's transient
+// folders are left out. A link is refused: leaving it out would lose a screen unnoticed, and
+// following it could pack files from outside the library.
 void collect(const fs::path& folder, const fs::path& relative, std::vector<fs::path>& dirs,
              std::vector<fs::path>& files) {
     for (const auto& name : FileOps::list(folder / relative)) {
@@ -53,7 +60,9 @@ void collect(const fs::path& folder, const fs::path& relative, std::vector<fs::p
         const fs::path item = relative / name;
         const auto status = fs::symlink_status(folder / item);
         if (fs::is_symlink(status))
-            continue;
+            throw LibraryError("“" + (folder / item).string() +
+                               "” is a symbolic link. Put the file itself in its place, then "
+                               "export again.");
         if (fs::is_directory(status)) {
             dirs.push_back(item);
             collect(folder, item, dirs, files);
@@ -113,31 +122,97 @@ std::vector<FlowSummary> flowsOf(const LibraryIndex& index, const std::string& a
     return flows;
 }
 
+namespace {
+
+// What of one flow goes into the archive: folders and files as they are, and records
+// rewritten for the archive.
+struct FlowEntries {
+    fs::path folder;
+    std::vector<fs::path> dirs;
+    std::vector<fs::path> files;
+    std::vector<std::pair<std::string, std::string>> records; // file name -> bytes
+};
+
+// The recognized text of the screens as they look once their zones and patches are gone from
+// the meta: lines under them leave, and so does a search blob that can't be told apart by line.
+OCRSidecar visibleText(const OCRSidecar& sidecar, const FlowMeta& meta) {
+    OCRSidecar out;
+    out.version = sidecar.version;
+    for (const auto& screen : meta.screens) {
+        const auto entry = sidecar.screens.find(screen.filename);
+        if (entry == sidecar.screens.end())
+            continue;
+        OCRSidecar::Entry kept = entry->second;
+        const auto areas = HiddenText::coveredAreas(screen);
+        if (!areas.empty()) {
+            kept.lines = HiddenText::visibleLines(std::move(kept.lines), areas);
+            kept.text = ScreenOCR::searchBlob(kept.lines);
+        }
+        out.screens.emplace(screen.filename, std::move(kept));
+    }
+    return out;
+}
+
+// Only the screens, their meta without zones and patches, and the text still visible on them.
+void keepWithoutOriginals(FlowEntries& entries, const FlowStore& store, const FlowSummary& flow) {
+    FlowMeta meta = store.meta(flow.folderName);
+    std::set<fs::path> screens;
+    for (const auto& screen : meta.screens)
+        screens.insert(fs::path(screen.filename));
+    entries.dirs.clear();
+    std::erase_if(entries.files, [&](const fs::path& file) { return !screens.contains(file); });
+    if (const auto sidecar = OCRSidecar::read(entries.folder))
+        entries.records.emplace_back(std::string(LibraryLayout::kOCRFile),
+                                     encodeLibraryJson(visibleText(*sidecar, meta).toJson()));
+    for (auto& screen : meta.screens) {
+        screen.redactions.reset();
+        screen.redactStyle.reset();
+        screen.patches.reset();
+    }
+    entries.records.emplace(entries.records.begin(), std::string(LibraryLayout::kMetaFile),
+                            encodeLibraryJson(meta.toJson()));
+}
+
+} // namespace
+
 std::size_t exportApplication(const std::string& application, const FlowStore& store,
                               const LibraryIndex& index, const fs::path& destination,
-                              const std::function<void(double)>& progress) {
+                              ExportContent content, const std::function<void(double)>& progress) {
     const auto flows = flowsOf(index, application);
     if (flows.empty())
         return 0;
     if (auto problem = destinationProblem(destination))
         throw ArchiveError(ArchiveError::Case::zipFailed, *problem, *problem);
+    // Every flow is looked through before anything is written, so that a refusal leaves nothing.
+    std::vector<FlowEntries> planned;
+    try {
+        for (const auto& flow : flows) {
+            FlowEntries& entries = planned.emplace_back();
+            entries.folder = store.flowURL(flow.folderName);
+            collect(entries.folder, {}, entries.dirs, entries.files);
+            if (content == ExportContent::withoutOriginals)
+                keepWithoutOriginals(entries, store, flow);
+        }
+    } catch (const std::exception& e) {
+        throw ArchiveError(ArchiveError::Case::zipFailed, e.what(), e.what());
+    }
     const fs::path temp = destination.parent_path() /
                           ("." + destination.filename().string() + "." + newUUIDString() + ".tmp");
     try {
         Zip::Writer writer(temp);
         const std::string payload = std::string(kPayloadFolder) + "/";
         writer.addDirectory(payload);
-        for (const auto& flow : flows) {
-            const fs::path flowDir = store.flowURL(flow.folderName);
-            std::vector<fs::path> dirs;
-            std::vector<fs::path> files;
-            collect(flowDir, {}, dirs, files);
-            const std::string base = payload + flow.folderName + "/";
+        for (std::size_t i = 0; i < flows.size(); ++i) {
+            const FlowEntries& entries = planned[i];
+            const std::string base = payload + flows[i].folderName + "/";
             writer.addDirectory(base);
-            for (const auto& dir : dirs)
+            for (const auto& dir : entries.dirs)
                 writer.addDirectory(base + dir.generic_string() + "/");
-            for (const auto& file : files)
-                writer.addFile(base + file.generic_string(), flowDir / file, !isStoredAsIs(file));
+            for (const auto& file : entries.files)
+                writer.addFile(base + file.generic_string(), entries.folder / file,
+                               !isStoredAsIs(file));
+            for (const auto& [name, bytes] : entries.records)
+                writer.addBytes(base + name, bytes, true);
         }
         const Manifest manifest{1, application, flows};
         writer.addBytes(payload + std::string(kManifestFile), encodeLibraryJson(manifest.toJson()),

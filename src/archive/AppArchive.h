@@ -16,7 +16,7 @@ namespace varnel {
 
 class ArchiveError : public LibraryError {
 public:
-    enum class Case { zipFailed, unzipFailed, notAnExport };
+    enum class Case { zipFailed, unzipFailed, notAnExport, inconsistent };
     // `detail` says what went wrong underneath, for the log. The description is the case's
     // fixed message, followed by `reason` when the user can act on it.
     explicit ArchiveError(Case c, std::string detail = {}, const std::string& reason = {});
@@ -62,11 +62,22 @@ struct Extracted {
 // The flows of an application in index order; flows without one belong to "Sans application".
 std::vector<FlowSummary> flowsOf(const LibraryIndex& index, const std::string& application);
 
+// What an archive carries of each flow.
+enum class ExportContent {
+    everything,
+    // A copy to share: the screens as they look, with nothing that could bring back what their
+    // zones and patches hide (untouched copies, patch images, thumbnails, the zones themselves,
+    // recognized text there).
+    withoutOriginals,
+};
+
 // Writes the archive of one application to `destination`, atomically replacing a regular file
-// there; anything else at the destination (a folder, a link) is refused and left as it is. Returns
-// how many flows it holds; with none, nothing is written. `progress` gets 0..1.
+// there; anything else at the destination (a folder, a link) is refused and left as it is. A
+// link inside a flow folder is refused too, naming it, rather than left out. Returns how many
+// flows it holds; with none, nothing is written. `progress` gets 0..1. The library is only read.
 std::size_t exportApplication(const std::string& application, const FlowStore& store,
                               const LibraryIndex& index, const fs::path& destination,
+                              ExportContent content = ExportContent::everything,
                               const std::function<void(double)>& progress = {});
 
 // Unpacks an archive into a new private folder inside `workFolder`. A folder whose name

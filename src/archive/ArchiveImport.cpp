@@ -48,9 +48,29 @@ std::optional<FlowMeta> payloadMeta(const AppArchive::Extracted& extracted,
     }
 }
 
+// Two flows of one archive with the same id: replacing would let the second overwrite the
+// first in the library, so the archive is refused whole.
+void requireDistinctIds(const AppArchive::Extracted& extracted) {
+    std::map<std::string, const FlowSummary*> byId;
+    std::string why;
+    for (const auto& summary : extracted.manifest.flows) {
+        const auto meta = payloadMeta(extracted, summary, why);
+        if (!meta)
+            continue;
+        const auto [seen, inserted] = byId.emplace(meta->id, &summary);
+        if (!inserted)
+            throw ArchiveError(ArchiveError::Case::inconsistent, "duplicate flow id " + meta->id,
+                               "Its flows “" + seen->second->name + "” (" +
+                                   seen->second->folderName + ") and “" + summary.name + "” (" +
+                                   summary.folderName + ") have the same id " + meta->id +
+                                   ", so one would overwrite the other. Nothing was imported.");
+    }
+}
+
 } // namespace
 
 std::size_t countConflicts(const FlowStore& store, const AppArchive::Extracted& extracted) {
+    requireDistinctIds(extracted);
     std::set<std::string> ids;
     for (const auto& s : store.readIndex().flows)
         ids.insert(s.id);
@@ -65,6 +85,7 @@ std::size_t countConflicts(const FlowStore& store, const AppArchive::Extracted& 
 
 ImportResult importExtracted(FlowStore& store, const AppArchive::Extracted& extracted,
                              ImportConflictResolution resolution) {
+    requireDistinctIds(extracted);
     const LibraryIndex index = store.readIndex();
     std::map<std::string, std::string> folderById;
     for (const auto& s : index.flows)

@@ -83,12 +83,16 @@ int renumber(const Invocation& inv, FlowStore& store, std::ostream& out) {
     return kSuccess;
 }
 
-int exportApp(const Invocation& inv, FlowStore& store, std::ostream& out) {
+int exportApp(Invocation& inv, FlowStore& store, std::ostream& out) {
+    const bool withoutOriginals = std::erase(inv.arguments, "--without-originals") > 0;
     expectCount(inv, 2, 2);
     const std::string& name = inv.arguments[0];
     std::size_t flows = 0;
     try {
-        flows = AppArchive::exportApplication(name, store, store.readIndex(), inv.arguments[1]);
+        flows = AppArchive::exportApplication(name, store, store.readIndex(), inv.arguments[1],
+                                              withoutOriginals
+                                                  ? AppArchive::ExportContent::withoutOriginals
+                                                  : AppArchive::ExportContent::everything);
     } catch (const std::exception& e) {
         throw LibraryError("Couldn’t export “" + name + "”: " + e.what());
     }
@@ -203,11 +207,7 @@ int run(const std::vector<std::string>& args, std::ostream& out, std::ostream& e
         std::optional<LibraryLock> lock;
         if (changesLibrary(inv)) {
             FileOps::createDirectory(store.root(), true);
-            lock = LibraryLock::acquire(store.root());
-            if (!lock)
-                throw LibraryError("The library at " + store.root().string() +
-                                   " is open in Varnel; make the change there, or quit Varnel "
-                                   "first.");
+            lock = lockForChange(store.root());
             // A change starts from a library whose interrupted changes are settled, as the app
             // does when it opens it.
             if (inv.command != "recover") {

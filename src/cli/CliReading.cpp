@@ -28,7 +28,10 @@ Commands:
   recover                                     repair what interrupted changes left behind (as
                                               Varnel does when it opens the library); prints
                                               what it repaired
-  export-app NAME FILE                        write application NAME as an archive (.varnel.zip)
+  export-app NAME FILE [--without-originals]  write application NAME as an archive (.varnel.zip);
+                                              --without-originals makes a copy to share: the
+                                              screens as edited, without their untouched
+                                              copies, zones, patches, or the text under them
   import-app FILE [--replace|--duplicate]     import an application archive; when some of its
                                               flows are already in the library, say which way
   sources [--include-simulator]               the capture sources (Android phones and

@@ -194,10 +194,12 @@ void FlowLibrary::renameCategory(const std::string& name, const std::string& new
 
 std::size_t FlowLibrary::exportApplication(const std::string& name,
                                            const std::filesystem::path& destination,
+                                           AppArchive::ExportContent content,
                                            const std::function<void(double)>& progress) const {
     // A store of its own: this runs on a worker thread while the main thread keeps using store_.
     const FlowStore reader(root());
-    return AppArchive::exportApplication(name, reader, reader.readIndex(), destination, progress);
+    return AppArchive::exportApplication(name, reader, reader.readIndex(), destination, content,
+                                         progress);
 }
 
 FlowLibrary::ArchiveInspection

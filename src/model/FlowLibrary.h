@@ -6,10 +6,10 @@
 #include "comments/ScreenComment.h"
 #include "editing/ScreenEdits.h"
 #include "figma/FigmaPublishPersistence.h"
-#include "model/ClipSaves.h"
 #include "library/FlowMeta.h"
 #include "library/FlowStore.h"
 #include "library/FlowSummary.h"
+#include "model/ClipSaves.h"
 #include "text/OCRIndex.h"
 #include "text/SearchCache.h"
 #include "text/TextSearchIndex.h"
@@ -131,8 +131,10 @@ public:
     // Export and inspection only read the library, through a store of their own, so they may
     // run on a worker thread while the main thread keeps the model.
     // Writes the application's archive; returns its number of flows (0: nothing was written).
-    std::size_t exportApplication(const std::string& name, const std::filesystem::path& destination,
-                                  const std::function<void(double)>& progress = {}) const;
+    std::size_t
+    exportApplication(const std::string& name, const std::filesystem::path& destination,
+                      AppArchive::ExportContent content = AppArchive::ExportContent::everything,
+                      const std::function<void(double)>& progress = {}) const;
     struct ArchiveInspection {
         AppArchive::Extracted extracted;
         std::size_t conflicts = 0;

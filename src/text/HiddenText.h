@@ -6,17 +6,18 @@
 
 #include <vector>
 
+// What of a screen's recognized text lies under its blur zones and clone patches.
 namespace varnel::HiddenText {
 
-// Whether a recognized line reaches into an area that hides part of the screen; touching
-// counts, since a blur's edge still leaves a line's letters next to it readable.
+// Whether a line's box overlaps an area or only touches its edge or corner. A box without
+// finite values can't be placed, so it counts as touching.
 bool touches(const NormalizedRect& box, const NormalizedRect& area);
 
-// What a screen's zones and clone patches cover.
+// The rectangles of the screen's zones and patches.
 std::vector<NormalizedRect> coveredAreas(const ScreenRef& screen);
 
-// The lines that nothing covers, in their order.
+// The lines that touch none of the areas, in their order.
 std::vector<TextLine> visibleLines(std::vector<TextLine> lines,
-                                   const std::vector<NormalizedRect>& covered);
+                                   const std::vector<NormalizedRect>& areas);
 
 } // namespace varnel::HiddenText

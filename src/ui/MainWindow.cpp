@@ -329,6 +329,10 @@ void MainWindow::buildMenus() {
     exportAction_ =
         file->addAction(tr("Export Application…"), this, &MainWindow::exportApplication);
     exportAction_->setShortcut(QKeySequence(tr("Ctrl+Shift+E")));
+    exportSharedAction_ = file->addAction(tr("Export Application Without Originals…"), this,
+                                          &MainWindow::exportApplicationWithoutOriginals);
+    exportSharedAction_->setStatusTip(tr("A copy to share: the screens as edited, without their "
+                                         "untouched copies or the text of hidden areas"));
     deleteApplicationAction_ =
         file->addAction(tr("Delete Application…"), this, &MainWindow::deleteApplication);
     file->addSeparator();
@@ -618,6 +622,7 @@ void MainWindow::updateActions() {
     const bool flow = gallery_->currentFlow().has_value();
     const bool application = selectedApplication().has_value();
     exportAction_->setEnabled(application);
+    exportSharedAction_->setEnabled(application);
     deleteApplicationAction_->setEnabled(application);
     previewAction_->setEnabled(screen);
     renameScreenAction_->setEnabled(screen);

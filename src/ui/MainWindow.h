@@ -70,8 +70,9 @@ public:
     // The capture sources; discovery starts once the window is up (or when first needed).
     DeviceManager& devices();
 
-    // Application archives.
+    // Application archives. The copy to share leaves out what could bring back hidden areas.
     void exportApplication();
+    void exportApplicationWithoutOriginals();
     void importApplication();
     // An archive opened from outside (the file manager, the command line): asks first.
     void offerImport(const QString& zipFile);
@@ -128,6 +129,7 @@ private:
     void showRepairs();
     // A message in the status bar until the library changes again.
     void showTransient(const QString& message);
+    void exportArchive(bool withoutOriginals);
     void importInspected(const std::string& zipFile);
     void showUpdateCheck(const UpdateCheckResult& result, bool userAsked);
     void showNewRelease(const Release& release);
@@ -163,6 +165,7 @@ private:
     QString transientStatus_;
 
     QAction* exportAction_ = nullptr;
+    QAction* exportSharedAction_ = nullptr;
     QAction* deleteApplicationAction_ = nullptr;
     QAction* previewAction_ = nullptr;
     QAction* renameScreenAction_ = nullptr;

@@ -18,14 +18,26 @@
 namespace varnel {
 
 void MainWindow::exportApplication() {
+    exportArchive(false);
+}
+
+void MainWindow::exportApplicationWithoutOriginals() {
+    exportArchive(true);
+}
+
+void MainWindow::exportArchive(bool withoutOriginals) {
     const auto application = selectedApplication();
     if (!application)
         return;
     const QString title = tr("Couldn’t export “%1”").arg(qs(*application));
     const QString documents = startFolder(QStandardPaths::DocumentsLocation);
+    // Its own default name, so that the copy to share doesn't replace the full archive unasked.
+    const QString suggested =
+        withoutOriginals ? tr("%1 without originals").arg(qs(*application)) : qs(*application);
     const QString destination = QFileDialog::getSaveFileName(
-        this, tr("Export Application"),
-        documents + "/" + qs(*application) + qs(std::string(AppArchive::kExtension)),
+        this,
+        withoutOriginals ? tr("Export Application Without Originals") : tr("Export Application"),
+        documents + "/" + suggested + qs(std::string(AppArchive::kExtension)),
         tr("Varnel application archives (*.varnel.zip)"));
     if (destination.isEmpty())
         return;
@@ -34,13 +46,16 @@ void MainWindow::exportApplication() {
     auto* watcher = new QFutureWatcher<QString>(this);
     const std::filesystem::path target = destination.toStdString();
     const std::string name = *application;
+    const auto content = withoutOriginals ? AppArchive::ExportContent::withoutOriginals
+                                          : AppArchive::ExportContent::everything;
     FlowLibrary* library = &library_;
-    watcher->setFuture(QtConcurrent::run([library, name, target, progress]() -> QString {
+    watcher->setFuture(QtConcurrent::run([library, name, target, content, progress]() -> QString {
         try {
-            const auto flows = library->exportApplication(name, target, [progress](double done) {
-                QMetaObject::invokeMethod(progress, "setValue", Qt::QueuedConnection,
-                                          Q_ARG(int, static_cast<int>(done * 100)));
-            });
+            const auto flows =
+                library->exportApplication(name, target, content, [progress](double done) {
+                    QMetaObject::invokeMethod(progress, "setValue", Qt::QueuedConnection,
+                                              Q_ARG(int, static_cast<int>(done * 100)));
+                });
             return flows == 0 ? tr("Nothing to export") : QString();
         } catch (const std::exception& e) {
             return QString::fromStdString(e.what());

@@ -87,7 +87,7 @@ int main(int argc, char** argv) {
     if (!lock && !readOnly && varnel::InstanceChannel::handOver(name, archive))
         return 0;
     if (!lock && !readOnly)
-        readOnly = "another program (such as varnel-cli) is changing this library.";
+        readOnly = varnel::heldReason(root);
 
     // Listen before the slow part of the start, so that a second start reaches this one at once.
     varnel::InstanceChannel channel;
@@ -118,7 +118,7 @@ int main(int argc, char** argv) {
                              return;
                          }
                          if (!nextLock && !nextReadOnly)
-                             nextReadOnly = "another program is using this library.";
+                             nextReadOnly = varnel::heldReason(next);
                          lock = std::move(nextLock);
                          settings.setRootFolderPath(next.string());
                          library.setReadOnly(nextReadOnly);

@@ -1,14 +1,18 @@
 #include "archive/AppArchive.h"
 #include "archive/Zip.h"
-#include "model/FlowLibrary.h"
 #include "library/LibraryCheck.h"
+#include "model/FlowLibrary.h"
 #include "support/TestLibrary.h"
+#include "text/HiddenText.h"
+#include "text/OCRSidecar.h"
 
 #include <zip.h>
 
 #include <gtest/gtest.h>
 
 #include <sys/stat.h>
+
+#include <cmath>
 
 using namespace varnel;
 using namespace varnel::test;
@@ -59,7 +63,9 @@ TEST_F(AppArchiveTest, RoundTripKeepsEditsCommentsFigmaFieldsAndRecognizedText) 
 
     FlowLibrary source{FlowStore(sample.root)};
     double lastProgress = -1;
-    EXPECT_EQ(source.exportApplication("Acme", zipFile, [&](double p) { lastProgress = p; }), 2u);
+    EXPECT_EQ(source.exportApplication("Acme", zipFile, AppArchive::ExportContent::everything,
+                                       [&](double p) { lastProgress = p; }),
+              2u);
     EXPECT_EQ(lastProgress, 1.0);
 
     FlowLibrary target{FlowStore(dir / "Other")};
@@ -268,4 +274,199 @@ TEST_F(AppArchiveTest, AnImportInterruptedByACrashIsClearedAtOpen) {
     FlowLibrary reopened{FlowStore(sample.root)};
     reopened.open();
     EXPECT_FALSE(fs::exists(inspection.extracted.tempDir));
+}
+
+TEST(HiddenTextTest, ALineLeavesWhenItsBoxOverlapsOrTouchesAnArea) {
+    const NormalizedRect zone{0.2, 0.2, 0.3, 0.3};
+    EXPECT_TRUE(HiddenText::touches({0.3, 0.3, 0.1, 0.1}, zone)) << "inside";
+    EXPECT_TRUE(HiddenText::touches({0.0, 0.25, 1.0, 0.05}, zone)) << "across";
+    EXPECT_TRUE(HiddenText::touches({0.5, 0.3, 0.2, 0.1}, zone)) << "on the right edge";
+    EXPECT_TRUE(HiddenText::touches({0.0, 0.0, 0.2, 0.2}, zone)) << "at the corner";
+    EXPECT_TRUE(HiddenText::touches({0.6, 0.6, -0.1, -0.1}, zone)) << "a box given backwards";
+    EXPECT_FALSE(HiddenText::touches({0.5001, 0.3, 0.2, 0.1}, zone)) << "just beside";
+    EXPECT_FALSE(HiddenText::touches({0.3, 0.0, 0.1, 0.19}, zone)) << "just above";
+    EXPECT_TRUE(HiddenText::touches({0.8, 0.3, 0.1, 0.1}, {0.7, 0.3, 0.1, 0.1}))
+        << "an edge at 0.7 + 0.1 is the edge at 0.8";
+    EXPECT_TRUE(HiddenText::touches({std::nan(""), 0.9, 0.1, 0.05}, zone))
+        << "a box that can't be placed can't be shown to be clear";
+
+    ScreenRef screen;
+    EXPECT_TRUE(HiddenText::coveredAreas(screen).empty());
+    screen.redactions = std::vector<RedactShape>{{"", RedactShape::Kind::ellipse, zone}};
+    screen.patches = std::vector<RedactPatch>{{"", "01.patch-x.png", {0.7, 0.7, 0.1, 0.1}}};
+    const auto areas = HiddenText::coveredAreas(screen);
+    EXPECT_EQ(areas, (std::vector<NormalizedRect>{zone, {0.7, 0.7, 0.1, 0.1}}));
+
+    const std::vector<TextLine> lines{{"Title", {0.1, 0.05, 0.5, 0.05}, std::nullopt},
+                                      {"IBAN FR76", {0.25, 0.3, 0.2, 0.05}, std::nullopt},
+                                      {"Code 1234", {0.75, 0.75, 0.1, 0.03}, std::nullopt},
+                                      {"Edge", {0.8, 0.6, 0.1, 0.1}, std::nullopt},
+                                      {"Footer", {0.1, 0.9, 0.3, 0.05}, std::nullopt}};
+    const auto visible = HiddenText::visibleLines(lines, areas);
+    std::vector<std::string> texts;
+    for (const auto& line : visible)
+        texts.push_back(line.text);
+    EXPECT_EQ(texts, (std::vector<std::string>{"Title", "Footer"}));
+    EXPECT_EQ(HiddenText::visibleLines(lines, {}), lines);
+}
+
+// A copy to share carries the screens as they look and nothing that brings back what their
+// zones and patches hide; the library itself is left as it was.
+TEST_F(AppArchiveTest, WithoutOriginalsLeavesOutUntouchedCopiesPatchesZonesAndHiddenText) {
+    const fs::path signUpDir = sample.root / SampleLibrary::signUp;
+    // 02.png: a zone over the top-left quarter, a patch at (0.1, 0.1, 0.2, 0.2).
+    writeFile(signUpDir / "ocr.json", R"({"version": 2, "screens": {
+        "01.png": {"mtime": 1.0, "text": "welcome", "lines": [
+            {"text": "Welcome", "box": {"x": 0.1, "y": 0.1, "width": 0.3, "height": 0.05}}]},
+        "02.png": {"mtime": 2.0, "text": "card 4970 1234 password mr smith continue", "lines": [
+            {"text": "Card 4970 1234", "box": {"x": 0.05, "y": 0.2, "width": 0.3, "height": 0.05}},
+            {"text": "Password", "box": {"x": 0.6, "y": 0.2, "width": 0.2, "height": 0.05},
+             "translations": {"fr": "Mot de passe"}},
+            {"text": "Mr Smith", "box": {"x": 0.5, "y": 0.45, "width": 0.3, "height": 0.05}},
+            {"text": "Continue", "box": {"x": 0.3, "y": 0.8, "width": 0.4, "height": 0.06}}]},
+        "09.png": {"mtime": 3.0, "text": "a deleted screen", "lines": []}}})");
+    writeFile(signUpDir / ".thumbs" / "v1" / "02.jpg", "a thumbnail from before the edit");
+    const auto before = treeSnapshot(sample.root);
+
+    FlowLibrary library{FlowStore(sample.root)};
+    EXPECT_EQ(
+        library.exportApplication("Acme", zipFile, AppArchive::ExportContent::withoutOriginals),
+        2u);
+    EXPECT_EQ(treeSnapshot(sample.root), before) << "the library's own files are untouched";
+
+    const fs::path unpacked = dir / "unpacked";
+    fs::create_directories(unpacked);
+    Zip::extract(zipFile, unpacked);
+    const fs::path shared = unpacked / AppArchive::kPayloadFolder / SampleLibrary::signUp;
+    EXPECT_EQ(FileOps::list(shared),
+              (std::vector<std::string>{"01.png", "02.png", "03.mov", "meta.json", "ocr.json"}));
+    EXPECT_EQ(readFile(shared / "02.png"), readFile(signUpDir / "02.png"));
+    EXPECT_EQ(FileOps::list(unpacked / AppArchive::kPayloadFolder / SampleLibrary::logIn),
+              (std::vector<std::string>{"01.png", "02.png", "meta.json"}));
+
+    const Json meta = parseLibraryJson(readFile(shared / "meta.json"));
+    for (const auto& screen : meta.at("screens")) {
+        for (const char* key : {"redactions", "redactStyle", "patches"})
+            EXPECT_FALSE(screen.contains(key)) << screen.dump();
+    }
+    EXPECT_EQ(meta.at("screens").at(0).at("comments").size(), 2u) << "the rest is kept";
+    EXPECT_EQ(meta.at("id"), library.meta(SampleLibrary::signUp).id);
+
+    const OCRSidecar text = OCRSidecar::fromJson(parseLibraryJson(readFile(shared / "ocr.json")));
+    ASSERT_EQ(text.screens.size(), 2u) << "no text of screens the archive doesn't hold";
+    const auto& edited = text.screens.at("02.png");
+    ASSERT_EQ(edited.lines.size(), 2u);
+    EXPECT_EQ(edited.lines[0].text, "Password");
+    EXPECT_EQ(edited.lines[0].translations->at("fr"), "Mot de passe");
+    EXPECT_EQ(edited.lines[1].text, "Continue");
+    EXPECT_EQ(edited.text, "password continue");
+    EXPECT_EQ(edited.mtime, 2.0);
+    EXPECT_EQ(text.screens.at("01.png").text, "welcome") << "a screen with nothing hidden";
+    EXPECT_EQ(text.screens.at("01.png").lines.size(), 1u);
+
+    // The copy imports as a library of its own, with nothing to revert to.
+    FlowLibrary other{FlowStore(dir / "Other")};
+    auto inspection = other.inspectArchive(zipFile);
+    const auto result =
+        other.importArchive(inspection.extracted, ImportConflictResolution::replace);
+    EXPECT_TRUE(result.skipped.empty());
+    EXPECT_FALSE(other.hasOriginal(SampleLibrary::signUp, "02.png"));
+    EXPECT_TRUE(checkLibrary(other.store()).empty());
+
+    // Without a line to tell them apart, the text of a screen with hidden areas goes whole.
+    writeFile(signUpDir / "ocr.json", R"({"version": 2, "screens": {
+        "02.png": {"mtime": 2.0, "text": "card 4970 1234", "lines": []}}})");
+    library.exportApplication("Acme", zipFile, AppArchive::ExportContent::withoutOriginals);
+    fs::remove_all(unpacked);
+    fs::create_directories(unpacked);
+    Zip::extract(zipFile, unpacked);
+    EXPECT_EQ(OCRSidecar::fromJson(parseLibraryJson(readFile(shared / "ocr.json")))
+                  .screens.at("02.png")
+                  .text,
+              "");
+
+    // The full archive still carries everything.
+    library.exportApplication("Acme", zipFile);
+    fs::remove_all(unpacked);
+    fs::create_directories(unpacked);
+    Zip::extract(zipFile, unpacked);
+    EXPECT_TRUE(fs::exists(shared / "02.orig.png"));
+    EXPECT_TRUE(fs::exists(shared / "02.patch-AAAAAAAA-0000-4000-8000-000000000001.png"));
+}
+
+// A screen, or any file of a flow, that is a link stops the export, naming it, rather than
+// being left out of an archive reported as made.
+TEST_F(AppArchiveTest, ALinkedScreenIsRefusedByNameAndNothingIsWritten) {
+    const fs::path outside = dir / "elsewhere.png";
+    writeFile(outside, readFile(sample.root / SampleLibrary::logIn / "02.png"));
+    for (const char* file : {"02.png", "02.orig.png"}) {
+        SCOPED_TRACE(file);
+        const fs::path link = sample.root / SampleLibrary::logIn / file;
+        fs::remove(link);
+        fs::create_symlink(outside, link);
+        for (auto content :
+             {AppArchive::ExportContent::everything, AppArchive::ExportContent::withoutOriginals}) {
+            try {
+                AppArchive::exportApplication("Acme", sample.store, sample.store.readIndex(),
+                                              zipFile, content);
+                ADD_FAILURE() << "exported";
+            } catch (const ArchiveError& e) {
+                EXPECT_EQ(e.errorCase(), ArchiveError::Case::zipFailed);
+                EXPECT_NE(std::string(e.what()).find("“" + link.string() + "” is a symbolic link"),
+                          std::string::npos)
+                    << e.what();
+            }
+            EXPECT_FALSE(fs::exists(zipFile));
+            for (const auto& name : FileOps::list(dir.path()))
+                EXPECT_FALSE(name.ends_with(".tmp")) << name;
+        }
+        EXPECT_TRUE(fs::is_symlink(link)) << "left as it is";
+        fs::remove(link);
+    }
+    writeFile(sample.root / SampleLibrary::logIn / "02.png", readFile(outside));
+    EXPECT_EQ(
+        AppArchive::exportApplication("Acme", sample.store, sample.store.readIndex(), zipFile), 2u);
+}
+
+// Replacing by id would let one flow of the archive overwrite another.
+TEST_F(AppArchiveTest, AnArchiveWithTwoFlowsOfOneIdIsRefusedBeforeAnythingChanges) {
+    const FlowMeta first = sample.store.meta(SampleLibrary::transfer);
+    FlowMeta second = first;
+    second.name = "Transfer again";
+    const std::string png = readFile(sample.root / SampleLibrary::transfer / "01.png");
+    writeZip(zipFile, {{"QuillaneExport/quillane-export.json",
+                        manifestFor("Bank", {first.summary("bank/uncategorized/transfer"),
+                                             second.summary("bank/uncategorized/transfer-again")})},
+                       {"QuillaneExport/bank/uncategorized/transfer/meta.json",
+                        encodeLibraryJson(first.toJson())},
+                       {"QuillaneExport/bank/uncategorized/transfer/01.png", png},
+                       {"QuillaneExport/bank/uncategorized/transfer-again/meta.json",
+                        encodeLibraryJson(second.toJson())},
+                       {"QuillaneExport/bank/uncategorized/transfer-again/01.png", png}});
+    FlowLibrary library{FlowStore(sample.root)};
+    FlowLibrary empty{FlowStore(dir / "Other")};
+    for (FlowLibrary* target : {&library, &empty}) {
+        const auto before = treeSnapshot(target->root());
+        try {
+            target->inspectArchive(zipFile);
+            ADD_FAILURE() << "inspected";
+        } catch (const ArchiveError& e) {
+            EXPECT_EQ(e.errorCase(), ArchiveError::Case::inconsistent);
+            const std::string what = e.what();
+            EXPECT_NE(what.find("“Transfer” (bank/uncategorized/transfer) and “Transfer again” "
+                                "(bank/uncategorized/transfer-again) have the same id " +
+                                first.id),
+                      std::string::npos)
+                << what;
+        }
+        EXPECT_EQ(treeSnapshot(target->root()), before);
+    }
+
+    // Those who import without asking first are refused the same way.
+    const auto extracted = AppArchive::extract(zipFile, dir.path());
+    const auto before = treeSnapshot(sample.root);
+    for (auto resolution : {ImportConflictResolution::replace, ImportConflictResolution::duplicate})
+        EXPECT_THROW(importExtracted(sample.store, extracted, resolution), ArchiveError);
+    EXPECT_EQ(treeSnapshot(sample.root), before);
+    extracted.cleanup();
 }

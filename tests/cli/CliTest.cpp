@@ -1,11 +1,15 @@
 #include "cli/Cli.h"
 #include "app/LibraryLock.h"
+#include "archive/AppArchive.h"
+#include "archive/Zip.h"
 #include "support/CliRun.h"
 #include "support/TestLibrary.h"
 
 #include <gtest/gtest.h>
 
 #include <sstream>
+
+#include <unistd.h>
 
 using namespace varnel;
 using namespace varnel::test;
@@ -201,18 +205,112 @@ TEST_F(CliTest, ExportReplacesOnlyARegularFileAtItsDestination) {
 
 TEST_F(CliTest, ChangesWaitForTheAppToLetGoOfTheLibrary) {
     SampleLibrary sample(root);
+    const std::string process = "(process " + std::to_string(::getpid()) + ")";
     {
-        auto held = LibraryLock::acquire(root);
+        auto held = LibraryLock::acquire(root, LibraryLock::kWindowProgram);
         ASSERT_TRUE(held);
-        EXPECT_FALSE(LibraryLock::acquire(root)) << "one holder at a time";
+        EXPECT_FALSE(LibraryLock::acquire(root, LibraryLock::kCommandLineProgram))
+            << "one holder at a time";
         Result refused = cli({"create-flow", "--app", "A", "--name", "B"});
         EXPECT_EQ(refused.code, cli::kFailed);
-        EXPECT_NE(refused.err.find("is open in Varnel"), std::string::npos);
+        EXPECT_NE(refused.err.find("is open in Varnel " + process +
+                                   "; make the change there, or quit Varnel first."),
+                  std::string::npos)
+            << refused.err;
         EXPECT_EQ(cli({"list"}).code, cli::kSuccess) << "reading needs no lock";
         EXPECT_EQ(cli({"check"}).code, cli::kSuccess);
     }
+    {
+        // Another command line, not the window: quitting Varnel wouldn't help.
+        auto held = LibraryLock::acquire(root, LibraryLock::kCommandLineProgram);
+        ASSERT_TRUE(held);
+        Result refused = cli({"delete-flow", SampleLibrary::transfer});
+        EXPECT_EQ(refused.code, cli::kFailed);
+        EXPECT_NE(refused.err.find("is being changed by another varnel-cli " + process +
+                                   "; try again once it is done."),
+                  std::string::npos)
+            << refused.err;
+        EXPECT_EQ(refused.err.find("Varnel first"), std::string::npos) << refused.err;
+        EXPECT_TRUE(fs::exists(root / SampleLibrary::transfer));
+    }
     EXPECT_EQ(cli({"create-flow", "--app", "A", "--name", "B"}).code, cli::kSuccess);
-    EXPECT_TRUE(LibraryLock::acquire(root)) << "released when the command ends";
+    EXPECT_TRUE(LibraryLock::acquire(root, LibraryLock::kWindowProgram))
+        << "released when the command ends";
+}
+
+TEST_F(CliTest, ExportWithoutOriginalsMakesACopyToShare) {
+    SampleLibrary sample(root);
+    const fs::path zip = dir / "Acme shared.varnel.zip";
+    Result exported = cli({"export-app", "--without-originals", "Acme", zip.string()});
+    ASSERT_EQ(exported.code, cli::kSuccess) << exported.err;
+    EXPECT_EQ(exported.out, zip.string() + "\t2 flows\n");
+    const fs::path unpacked = dir / "unpacked";
+    fs::create_directories(unpacked);
+    Zip::extract(zip, unpacked);
+    const fs::path signUp = unpacked / AppArchive::kPayloadFolder / SampleLibrary::signUp;
+    EXPECT_EQ(FileOps::list(signUp),
+              (std::vector<std::string>{"01.png", "02.png", "03.mov", "meta.json", "ocr.json"}));
+    const Json edited = parseLibraryJson(readFile(signUp / "meta.json")).at("screens").at(1);
+    EXPECT_FALSE(edited.contains("redactions") || edited.contains("patches")) << edited.dump();
+    EXPECT_TRUE(fs::exists(root / SampleLibrary::signUp / "02.orig.png")) << "the library keeps it";
+
+    Result help = cli({"--help"});
+    EXPECT_NE(help.out.find("export-app NAME FILE [--without-originals]"), std::string::npos);
+}
+
+// A linked screen would be missing from an archive that says it holds the flow.
+TEST_F(CliTest, ExportRefusesALinkedScreenByName) {
+    SampleLibrary sample(root);
+    const fs::path screen = root / SampleLibrary::logIn / "02.png";
+    const fs::path outside = dir / "outside.png";
+    fs::rename(screen, outside);
+    fs::create_symlink(outside, screen);
+    const fs::path zip = dir / "Acme.varnel.zip";
+    for (const std::vector<std::string>& extra :
+         {std::vector<std::string>{}, std::vector<std::string>{"--without-originals"}}) {
+        std::vector<std::string> args{"export-app", "Acme", zip.string()};
+        args.insert(args.end(), extra.begin(), extra.end());
+        Result refused = cli(args);
+        EXPECT_EQ(refused.code, cli::kFailed);
+        EXPECT_NE(refused.err.find("Couldn’t export “Acme”: The archive couldn’t be created. “" +
+                                   screen.string() + "” is a symbolic link."),
+                  std::string::npos)
+            << refused.err;
+        EXPECT_EQ(refused.out, "");
+        EXPECT_FALSE(fs::exists(zip));
+    }
+}
+
+TEST_F(CliTest, ImportRefusesAnArchiveWithTwoFlowsOfOneId) {
+    SampleLibrary sample(root);
+    const FlowMeta meta = sample.store.meta(SampleLibrary::transfer);
+    const fs::path zip = dir / "twice.varnel.zip";
+    {
+        Zip::Writer writer(zip);
+        const std::string base = std::string(AppArchive::kPayloadFolder) + "/";
+        const AppArchive::Manifest manifest{
+            1, "Bank", {meta.summary("bank/one/transfer"), meta.summary("bank/two/transfer")}};
+        writer.addBytes(base + std::string(AppArchive::kManifestFile),
+                        encodeLibraryJson(manifest.toJson()), true);
+        for (const char* folder : {"bank/one/transfer", "bank/two/transfer"}) {
+            writer.addBytes(base + folder + "/meta.json", encodeLibraryJson(meta.toJson()), true);
+            writer.addFile(base + folder + "/01.png", root / SampleLibrary::transfer / "01.png",
+                           false);
+        }
+        writer.close();
+    }
+    ASSERT_EQ(cli({"recover"}).code, cli::kSuccess) << "settled as any change would";
+    const auto before = treeSnapshot(root);
+    for (const char* how : {"--replace", "--duplicate"}) {
+        Result refused = cli({"import-app", zip.string(), how});
+        EXPECT_EQ(refused.code, cli::kFailed) << how;
+        EXPECT_NE(refused.err.find("This archive can’t be imported. Its flows “Transfer” "
+                                   "(bank/one/transfer) and “Transfer” (bank/two/transfer) have "
+                                   "the same id"),
+                  std::string::npos)
+            << refused.err;
+        EXPECT_EQ(treeSnapshot(root), before) << how;
+    }
 }
 
 TEST_F(CliTest, UsageErrorsAndHelp) {

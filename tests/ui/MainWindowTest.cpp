@@ -2,13 +2,15 @@
 #include "app/AppSettings.h"
 #include "app/UpdateChecker.h"
 #include "archive/AppArchive.h"
+#include "archive/Zip.h"
 #include "figma/FigmaPlugin.h"
-#include "model/FlowLibrary.h"
 #include "library/JsonCoding.h"
+#include "model/FlowLibrary.h"
 #include "support/MediaProbe.h"
 #include "support/StaticServer.h"
 #include "support/TestLibrary.h"
 #include "text/OCRIndex.h"
+#include "text/OCRSidecar.h"
 #include "ui/CategorizeDialog.h"
 #include "ui/ClipSaveBanner.h"
 #include "ui/GalleryView.h"
@@ -22,6 +24,7 @@
 #include <QComboBox>
 #include <QCompleter>
 #include <QDropEvent>
+#include <QFileDialog>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMessageBox>
@@ -436,9 +439,10 @@ TEST_F(MainWindowTest, CategorizeSheetMovesAFlowAndStaysOpenOnFailure) {
 
 TEST_F(MainWindowTest, MenusNameEveryCommandAndDisableWhatIsNotBuiltYet) {
     for (const char* text :
-         {"Import Application…", "Export Application…", "Delete Application…", "Categorize Flow…",
-          "Rename Flow…", "Delete Flow…", "Show in File Manager", "Quick Look", "Settings…",
-          "New Capture…", "Add Screens to Flow…"})
+         {"Import Application…", "Export Application…", "Export Application Without Originals…",
+          "Delete Application…", "Categorize Flow…", "Rename Flow…", "Delete Flow…",
+          "Show in File Manager", "Quick Look", "Settings…", "New Capture…",
+          "Add Screens to Flow…"})
         EXPECT_TRUE(window->action(text)) << text;
     EXPECT_TRUE(window->action("New Capture…")->isEnabled());
     EXPECT_FALSE(window->action("Add Screens to Flow…")->isEnabled()) << "no flow picked yet";
@@ -553,6 +557,75 @@ TEST_F(MainWindowTest, AnArchiveOpenedFromOutsideIsOfferedForImport) {
     QObject::connect(&channel, &InstanceChannel::activationRequested, [&] { activated = true; });
     ASSERT_TRUE(InstanceChannel::handOver(name, QString()));
     QTRY_VERIFY(activated);
+}
+
+// Saves to `file` from the next file dialog once it is up; what it suggested goes to `suggested`.
+void answerNextSaveDialog(QWidget* owner, const fs::path& file, QString* suggested) {
+    auto* poll = new QTimer(owner);
+    QObject::connect(poll, &QTimer::timeout, [=] {
+        auto* dialog = qobject_cast<QFileDialog*>(QApplication::activeModalWidget());
+        if (!dialog)
+            return;
+        poll->stop();
+        poll->deleteLater();
+        *suggested = dialog->selectedFiles().value(0);
+        dialog->selectFile(QString::fromStdString(file.string()));
+        static_cast<QDialog*>(dialog)->accept(); // public there, and QFileDialog's own runs
+    });
+    poll->start(10);
+}
+
+// The copy to share is a command of its own beside the full export; a linked screen stops
+// either with its name, and nothing is written.
+TEST_F(MainWindowTest, ExportWithoutOriginalsWritesACopyToShareAndALinkIsRefusedByName) {
+    QAction* share = window->action("Export Application Without Originals…");
+    ASSERT_TRUE(share);
+    EXPECT_FALSE(share->isEnabled()) << "no application picked yet";
+    window->sidebar().setCurrentItem(topLevel(window->sidebar(), "Acme"));
+    ASSERT_TRUE(share->isEnabled());
+
+    const fs::path shared = dir / "shared.varnel.zip";
+    QString suggested;
+    answerNextSaveDialog(window.get(), shared, &suggested);
+    share->trigger();
+    QTRY_VERIFY_WITH_TIMEOUT(fs::exists(shared), 10000);
+    EXPECT_TRUE(suggested.endsWith("/Acme without originals.varnel.zip"))
+        << suggested.toStdString();
+    const fs::path unpacked = dir / "unpacked";
+    fs::create_directories(unpacked);
+    Zip::extract(shared, unpacked);
+    const fs::path signUp = unpacked / AppArchive::kPayloadFolder / SampleLibrary::signUp;
+    EXPECT_EQ(FileOps::list(signUp),
+              (std::vector<std::string>{"01.png", "02.png", "03.mov", "meta.json", "ocr.json"}));
+    EXPECT_FALSE(parseLibraryJson(readFile(signUp / "meta.json"))
+                     .at("screens")
+                     .at(1)
+                     .contains("redactions"));
+    EXPECT_EQ(OCRSidecar::fromJson(parseLibraryJson(readFile(signUp / "ocr.json")))
+                  .screens.at("02.png")
+                  .text,
+              "")
+        << "its only text was read before the zone and can't be told apart";
+    EXPECT_TRUE(fs::exists(sample.root / SampleLibrary::signUp / "02.orig.png"));
+
+    const fs::path screen = sample.root / SampleLibrary::logIn / "02.png";
+    fs::rename(screen, dir / "outside.png");
+    fs::create_symlink(dir / "outside.png", screen);
+    for (const char* command : {"Export Application…", "Export Application Without Originals…"}) {
+        SCOPED_TRACE(command);
+        const fs::path refused = dir / "refused.varnel.zip";
+        answerNextSaveDialog(window.get(), refused, &suggested);
+        QString title;
+        QString details;
+        answerNextBox("OK", &title, &details);
+        window->action(command)->trigger();
+        QTRY_VERIFY_WITH_TIMEOUT(!title.isEmpty(), 10000);
+        EXPECT_EQ(title, "Couldn’t export “Acme”");
+        EXPECT_TRUE(details.contains(
+            QString::fromStdString("“" + screen.string() + "” is a symbolic link")))
+            << details.toStdString();
+        EXPECT_FALSE(fs::exists(refused));
+    }
 }
 
 // Help ▸ Check for Updates… against a feed on this computer; the weekly check in the background

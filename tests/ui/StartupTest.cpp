@@ -30,7 +30,7 @@ QProcess* startVarnel(const fs::path& library, const fs::path& home, QObject* pa
 bool heldBySomeoneElse(const fs::path& library) {
     QDeadlineTimer deadline(30000);
     while (!deadline.hasExpired()) {
-        if (fs::exists(library) && !LibraryLock::acquire(library))
+        if (fs::exists(library) && !LibraryLock::acquire(library, LibraryLock::kCommandLineProgram))
             return true;
         QThread::msleep(50);
     }
@@ -54,14 +54,15 @@ TEST(StartupTest, OneVarnelPerLibraryAndASecondStartHandsOverToTheFirst) {
 
     first->terminate();
     ASSERT_TRUE(first->waitForFinished(30000));
-    EXPECT_TRUE(LibraryLock::acquire(library)) << "the lock goes with the process";
+    EXPECT_TRUE(LibraryLock::acquire(library, LibraryLock::kCommandLineProgram))
+        << "the lock goes with the process";
 }
 
 TEST(StartupTest, ALibraryHeldByTheCommandLineOpensReadOnlyInsteadOfWaiting) {
     TempDir dir;
     const fs::path library = dir / "Library";
     fs::create_directories(library);
-    auto heldByCli = LibraryLock::acquire(library);
+    auto heldByCli = LibraryLock::acquire(library, LibraryLock::kCommandLineProgram);
     ASSERT_TRUE(heldByCli);
     QObject owner;
     QProcess* first = startVarnel(library, dir.path(), &owner);
