@@ -231,6 +231,73 @@ TEST_F(FigmaSyncTest, RunsThatStopBeforeSending) {
     EXPECT_FALSE(meta().figmaLastPulledAt);
 }
 
+// Comments missing from Figma's answer would look deleted in Figma, and their pins would go.
+TEST_F(FigmaSyncTest, ACommentsAnswerWithoutTheCommentsChangesNothing) {
+    addPin("01.png", "a", 0.2, 0.2, "First");
+    addPin("02.png", "b", 0.4, 0.4, "Second");
+    ASSERT_EQ(publishText(), "2 posted");
+    const std::string id = *postedId("01.png", "a");
+    figma.addForeignReply(id, "Seen", "2026-11-22T12:00:00Z");
+    ASSERT_EQ(publishText(), "Nothing to publish");
+    ASSERT_EQ(threads("01.png").size(), 1u);
+    const auto inFigma = figma.comments();
+
+    const std::vector<std::string> answers = {
+        "{}",
+        R"({"comments": null})",
+        R"({"comments": {"id": ")" + id + R"("}})",
+        R"({"comments": [42]})",
+        R"({"comments": [{"message": "First"}]})",
+        "[]",
+        "",
+        // A pin's comment without a usable place would look moved off the board: its pin would
+        // be posted again and the comment deleted.
+        R"({"comments": [{"id": ")" + id + R"(", "message": "First", "client_meta": 7}]})",
+        R"({"comments": [{"id": ")" + id +
+            R"(", "message": "First", "client_meta": {"node_id": 12}}]})",
+        R"({"comments": [{"id": ")" + id +
+            R"(", "message": "First", "client_meta": {"node_id": "1:2", "node_offset": {}}}]})",
+    };
+    const auto unchanged = [&](const FlowMeta& before, const std::string& body) {
+        for (const char* file : {"01.png", "02.png", "03.png"}) {
+            EXPECT_EQ(pins(file), before.screen(file)->pins()) << body;
+            EXPECT_EQ(threads(file),
+                      before.screen(file)->figmaThreads.value_or(std::vector<FigmaThread>{}))
+                << body;
+        }
+        EXPECT_EQ(meta().figmaPendingDeletes, before.figmaPendingDeletes) << body;
+        EXPECT_EQ(meta().figmaLastPulledAt, before.figmaLastPulledAt) << body;
+        EXPECT_EQ(countRequests("POST") + countRequests("DELETE"), 0) << body;
+        EXPECT_EQ(figma.comments(), inFigma) << body;
+    };
+
+    // The answer the plan is made from, with a pin waiting to be posted.
+    addPin("02.png", "c", 0.6, 0.6, "Waiting");
+    for (const auto& body : answers) {
+        const FlowMeta before = meta();
+        figma.clearLog();
+        figma.answerNext("GET", "/comments", 200, body);
+        const FigmaSyncResult result = publish();
+        ASSERT_TRUE(std::holds_alternative<FigmaSyncError>(result)) << body;
+        EXPECT_EQ(resultText(result), "Network error — publish again to retry") << body;
+        unchanged(before, body);
+    }
+
+    // The answer the threads are pulled from, after a publish with nothing to send.
+    library.saveComments(folder, "02.png", {pins("02.png")[0]});
+    ASSERT_EQ(publishText(), "Nothing to publish");
+    for (const auto& body : answers) {
+        const FlowMeta before = meta();
+        figma.clearLog();
+        figma.answerNext("GET", "/comments", 200, nlohmann::json{{"comments", inFigma}}.dump());
+        figma.answerNext("GET", "/comments", 200, body);
+        const FigmaSyncResult result = publish();
+        ASSERT_TRUE(std::holds_alternative<FigmaSyncError>(result)) << body;
+        EXPECT_EQ(resultText(result), "Network error — publish again to retry") << body;
+        unchanged(before, body);
+    }
+}
+
 TEST_F(FigmaSyncTest, ScreensRenumberedAfterImport) {
     addPin("01.png", "p", 0.5, 0.5, "Hello");
     library.store().deleteScreens(folder, {"02.png"}); // 03 becomes 02
