@@ -468,13 +468,17 @@ std::vector<ScreenComment> FlowLibrary::comments(const std::string& folderName,
     return {};
 }
 
-void FlowLibrary::saveComments(const std::string& folderName, const std::string& filename,
-                               const std::vector<ScreenComment>& pins) {
+bool FlowLibrary::saveComments(const std::string& folderName, const std::string& filename,
+                               const std::vector<ScreenComment>& pins, std::string* why) {
     try {
         mutate([&] { store_.setComments(folderName, filename, pins); });
+        return true;
     } catch (const std::exception& e) {
         qWarning("Saving the comments of %s/%s failed: %s", folderName.c_str(), filename.c_str(),
                  e.what());
+        if (why)
+            *why = e.what();
+        return false;
     }
 }
 

@@ -121,12 +121,13 @@ public:
     }
     void discardClipSaveProblem(const std::string& folderName, const std::string& filename);
 
-    // Comment pins of a still screen; a missing flow or screen has none. A failed save is
-    // dropped: the reload shows what was really saved.
+    // Comment pins of a still screen; a missing flow or screen has none.
     std::vector<ScreenComment> comments(const std::string& folderName,
                                         const std::string& filename) const;
-    void saveComments(const std::string& folderName, const std::string& filename,
-                      const std::vector<ScreenComment>& pins);
+    // False when the save failed, with the reason in `why`: the caller holds the only copy of
+    // the pins, to show and save again.
+    bool saveComments(const std::string& folderName, const std::string& filename,
+                      const std::vector<ScreenComment>& pins, std::string* why = nullptr);
 
     // Export and inspection only read the library, through a store of their own, so they may
     // run on a worker thread while the main thread keeps the model.
