@@ -6,10 +6,11 @@
 #include "comments/ScreenComment.h"
 #include "editing/ScreenEdits.h"
 #include "figma/FigmaPublishPersistence.h"
-#include "model/ClipSaves.h"
 #include "library/FlowMeta.h"
 #include "library/FlowStore.h"
 #include "library/FlowSummary.h"
+#include "model/ClipSaves.h"
+#include "model/FollowedScreens.h"
 #include "text/OCRIndex.h"
 #include "text/SearchCache.h"
 #include "text/TextSearchIndex.h"
@@ -213,6 +214,11 @@ signals:
 
 private:
     void screenFileChanged(const std::string& folderName, const std::string& filename);
+    // The flow at `from` now lives at `to`: what follows its screens follows it.
+    void flowRelocated(const std::string& from, const std::string& to);
+    // Screens followed for work that runs elsewhere (a publish); dropped once the work ends.
+    std::shared_ptr<FollowedScreens> followScreens(const std::vector<ScreenID>& screens);
+    std::vector<std::weak_ptr<FollowedScreens>> followed_;
     template <typename F> auto mutate(F&& change) -> decltype(change());
     ThumbEdits screensChanged(ThumbEdits edits);
 
