@@ -126,16 +126,20 @@ FigmaCommentRef FigmaCommentRef::fromJson(const Json& json) {
     ref.parentId = stringAt(json, "parent_id");
     if (ref.parentId && ref.parentId->empty())
         ref.parentId.reset();
-    if (auto meta = json.find("client_meta"); meta != json.end() && meta->is_object()) {
+    // A place that can't be read would make a pin's comment look moved, and be posted again:
+    // it fails the answer. Replies have none (null).
+    if (auto meta = json.find("client_meta"); meta != json.end() && !meta->is_null()) {
+        if (!meta->is_object())
+            throw CodingError("a Figma comment's place is not an object");
         ref.nodeId = stringAt(*meta, "node_id");
-        if (auto offset = meta->find("node_offset"); offset != meta->end()) {
-            ref.offsetX = numberAt(*offset, "x");
-            ref.offsetY = numberAt(*offset, "y");
-        } else if (!ref.nodeId) {
-            // A Vector: a point of the canvas.
-            ref.offsetX = numberAt(*meta, "x");
-            ref.offsetY = numberAt(*meta, "y");
-        }
+        if (!ref.nodeId && meta->contains("node_id"))
+            throw CodingError("a Figma comment's node is not a string");
+        // An offset from a frame, or a Vector: a point of the canvas.
+        const Json point = ref.nodeId ? meta->value("node_offset", Json()) : *meta;
+        ref.offsetX = numberAt(point, "x");
+        ref.offsetY = numberAt(point, "y");
+        if (!ref.offsetX || !ref.offsetY)
+            throw CodingError("a Figma comment's place lacks its coordinates");
     }
     if (auto user = json.find("user"); user != json.end() && user->is_object()) {
         ref.authorHandle = stringAt(*user, "handle").value_or("");

@@ -13,6 +13,7 @@
 #include <functional>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -139,13 +140,18 @@ public:
                          const std::string& pinId, const std::string& commentId,
                          const std::string& signature, const std::string& fileKey);
     void clearFigmaPendingDelete(std::string_view folderName, const std::string& commentId);
+    // A comment posted for a pin that is gone, queued for deletion if it is the linked file's.
+    void queueFigmaDelete(std::string_view folderName, const std::string& commentId,
+                          const std::string& fileKey);
     // Removes a pin whose comment was deleted in Figma, without queueing anything.
     void removePinDeletedInFigma(std::string_view folderName, const std::string& filename,
                                  const std::string& pinId);
-    // Stores the pulled threads of every screen (none where a screen has none) and the time.
+    // Stores the pulled threads of every screen (none where a screen has none) and the time;
+    // with `only`, of those screens alone, the others keeping theirs.
     void saveFigmaThreads(std::string_view folderName,
                           const std::map<std::string, std::vector<FigmaThread>>& threads,
-                          Date pulledAt);
+                          Date pulledAt,
+                          const std::optional<std::set<std::string>>& only = std::nullopt);
     // Linking another file keeps the pins' posts as the old file's, so that they are posted again
     // in the new one, and drops the threads and deletes that belong to the old file.
     void setFigmaFileURL(std::string_view folderName, const std::optional<std::string>& url);

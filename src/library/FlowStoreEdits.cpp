@@ -266,6 +266,15 @@ void FlowStore::clearFigmaPendingDelete(std::string_view folderName, const std::
     writeMeta(folderName, m);
 }
 
+void FlowStore::queueFigmaDelete(std::string_view folderName, const std::string& commentId,
+                                 const std::string& fileKey) {
+    FlowMeta m = meta(folderName);
+    if (m.figmaFileKey() != fileKey)
+        return;
+    m.queuePendingDeletes({commentId});
+    writeMeta(folderName, m);
+}
+
 void FlowStore::removePinDeletedInFigma(std::string_view folderName, const std::string& filename,
                                         const std::string& pinId) {
     FlowMeta m = meta(folderName);
@@ -278,9 +287,11 @@ void FlowStore::removePinDeletedInFigma(std::string_view folderName, const std::
 
 void FlowStore::saveFigmaThreads(std::string_view folderName,
                                  const std::map<std::string, std::vector<FigmaThread>>& threads,
-                                 Date pulledAt) {
+                                 Date pulledAt, const std::optional<std::set<std::string>>& only) {
     FlowMeta m = meta(folderName);
     for (auto& screen : m.screens) {
+        if (only && !only->contains(screen.filename))
+            continue;
         const auto found = threads.find(screen.filename);
         screen.figmaThreads = found == threads.end() ? std::nullopt : nonEmpty(found->second);
     }

@@ -1,22 +1,10 @@
 #include "model/ClipSaves.h"
 
+#include "model/FollowedScreens.h"
+
 #include <algorithm>
 
 namespace varnel {
-
-namespace {
-
-// Applies removals, then the renames as one simultaneous mapping, to one screen.
-std::optional<ScreenID> followed(const ScreenID& screen, const ThumbEdits& edits) {
-    if (std::find(edits.removals.begin(), edits.removals.end(), screen) != edits.removals.end())
-        return std::nullopt;
-    for (const auto& [from, to] : edits.renames)
-        if (from == screen)
-            return to;
-    return screen;
-}
-
-} // namespace
 
 std::uint64_t ClipSaves::begin(const ScreenID& screen) {
     const std::uint64_t id = next_++;
@@ -47,10 +35,10 @@ bool ClipSaves::isSavingIn(const std::string& folder) const {
 void ClipSaves::follow(const ThumbEdits& edits) {
     for (auto& [id, screen] : running_)
         if (screen)
-            screen = followed(*screen, edits);
+            screen = FollowedScreens::followed(*screen, edits);
     std::vector<Problem> kept;
     for (auto& problem : problems_) {
-        if (auto now = followed(problem.screen, edits)) {
+        if (auto now = FollowedScreens::followed(problem.screen, edits)) {
             problem.screen = *now;
             kept.push_back(std::move(problem));
         }

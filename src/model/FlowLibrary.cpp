@@ -55,6 +55,7 @@ void FlowLibrary::setRoot(const std::filesystem::path& root) {
     for (const auto& [save, identity] : clipIdentities_)
         ::close(identity.fd);
     clipIdentities_.clear();
+    followed_.clear();
     store_ = FlowStore(root);
     open();
     emit clipSaveProblemsChanged();
@@ -123,6 +124,12 @@ ThumbEdits FlowLibrary::screensChanged(ThumbEdits edits) {
     if (automaticText_)
         refreshChangedText();
     clipSaves_.follow(edits);
+    std::erase_if(followed_, [&](const std::weak_ptr<FollowedScreens>& weak) {
+        const auto screens = weak.lock();
+        if (screens)
+            screens->follow(edits);
+        return !screens;
+    });
     emit thumbnailsChanged(edits);
     if (clipSaves_.problems().size() != problems)
         emit clipSaveProblemsChanged();
@@ -160,14 +167,14 @@ void FlowLibrary::deleteFlow(const std::string& folderName) {
 std::string FlowLibrary::saveMeta(const std::string& folderName, const FlowMeta& meta) {
     removeStaleFigmaZip(folderName, meta.name);
     std::string now = mutate([&] { return store_.saveMeta(folderName, meta); });
-    clipSaves_.followFlow(folderName, now);
+    flowRelocated(folderName, now);
     return now;
 }
 
 std::string FlowLibrary::renameFlow(const std::string& folderName, const std::string& newName) {
     removeStaleFigmaZip(folderName, newName);
     std::string now = mutate([&] { return store_.renameFlow(folderName, newName); });
-    clipSaves_.followFlow(folderName, now);
+    flowRelocated(folderName, now);
     return now;
 }
 
@@ -180,8 +187,24 @@ std::string FlowLibrary::moveFlow(const std::string& folderName,
                                   const std::optional<std::string>& application,
                                   const std::optional<std::string>& categoryL1) {
     std::string now = mutate([&] { return store_.moveFlow(folderName, application, categoryL1); });
-    clipSaves_.followFlow(folderName, now);
+    flowRelocated(folderName, now);
     return now;
+}
+
+void FlowLibrary::flowRelocated(const std::string& from, const std::string& to) {
+    clipSaves_.followFlow(from, to);
+    std::erase_if(followed_, [&](const std::weak_ptr<FollowedScreens>& weak) {
+        const auto screens = weak.lock();
+        if (screens)
+            screens->followFlow(from, to);
+        return !screens;
+    });
+}
+
+std::shared_ptr<FollowedScreens> FlowLibrary::followScreens(const std::vector<ScreenID>& screens) {
+    auto followed = std::make_shared<FollowedScreens>(screens);
+    followed_.push_back(followed);
+    return followed;
 }
 
 void FlowLibrary::moveCategory(const std::string& name, const std::optional<std::string>& before) {
@@ -189,7 +212,21 @@ void FlowLibrary::moveCategory(const std::string& name, const std::optional<std:
 }
 
 void FlowLibrary::renameCategory(const std::string& name, const std::string& newName) {
-    mutate([&] { store_.renameCategory(name, newName); });
+    // Each of the category's flows takes a new folder name, also when a later one fails.
+    const std::vector<FlowSummary> before = summaries_;
+    const auto followFlows = [&] {
+        for (const auto& flow : before)
+            for (const auto& now : summaries_)
+                if (now.id == flow.id && now.folderName != flow.folderName)
+                    flowRelocated(flow.folderName, now.folderName);
+    };
+    try {
+        mutate([&] { store_.renameCategory(name, newName); });
+    } catch (...) {
+        followFlows();
+        throw;
+    }
+    followFlows();
 }
 
 std::size_t FlowLibrary::exportApplication(const std::string& name,
@@ -538,13 +575,17 @@ std::vector<ScreenComment> FlowLibrary::comments(const std::string& folderName,
     return {};
 }
 
-void FlowLibrary::saveComments(const std::string& folderName, const std::string& filename,
-                               const std::vector<ScreenComment>& pins) {
+bool FlowLibrary::saveComments(const std::string& folderName, const std::string& filename,
+                               const std::vector<ScreenComment>& pins, std::string* why) {
     try {
         mutate([&] { store_.setComments(folderName, filename, pins); });
+        return true;
     } catch (const std::exception& e) {
         qWarning("Saving the comments of %s/%s failed: %s", folderName.c_str(), filename.c_str(),
                  e.what());
+        if (why)
+            *why = e.what();
+        return false;
     }
 }
 

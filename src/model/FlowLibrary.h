@@ -10,6 +10,7 @@
 #include "library/FlowStore.h"
 #include "library/FlowSummary.h"
 #include "model/ClipSaves.h"
+#include "model/FollowedScreens.h"
 #include "text/OCRIndex.h"
 #include "text/SearchCache.h"
 #include "text/TextSearchIndex.h"
@@ -121,12 +122,13 @@ public:
     }
     void discardClipSaveProblem(const std::string& folderName, const std::string& filename);
 
-    // Comment pins of a still screen; a missing flow or screen has none. A failed save is
-    // dropped: the reload shows what was really saved.
+    // Comment pins of a still screen; a missing flow or screen has none.
     std::vector<ScreenComment> comments(const std::string& folderName,
                                         const std::string& filename) const;
-    void saveComments(const std::string& folderName, const std::string& filename,
-                      const std::vector<ScreenComment>& pins);
+    // False when the save failed, with the reason in `why`: the caller holds the only copy of
+    // the pins, to show and save again.
+    bool saveComments(const std::string& folderName, const std::string& filename,
+                      const std::vector<ScreenComment>& pins, std::string* why = nullptr);
 
     // Export and inspection only read the library, through a store of their own, so they may
     // run on a worker thread while the main thread keeps the model.
@@ -214,6 +216,11 @@ signals:
 
 private:
     void screenFileChanged(const std::string& folderName, const std::string& filename);
+    // The flow at `from` now lives at `to`: what follows its screens follows it.
+    void flowRelocated(const std::string& from, const std::string& to);
+    // Screens followed for work that runs elsewhere (a publish); dropped once the work ends.
+    std::shared_ptr<FollowedScreens> followScreens(const std::vector<ScreenID>& screens);
+    std::vector<std::weak_ptr<FollowedScreens>> followed_;
     template <typename F> auto mutate(F&& change) -> decltype(change());
     ThumbEdits screensChanged(ThumbEdits edits);
 

@@ -7,6 +7,8 @@
 
 #include <QtGlobal>
 
+#include <set>
+
 namespace varnel {
 
 std::filesystem::path FlowLibrary::exportToFigmaInFlowFolder(const std::string& folderName) {
@@ -59,28 +61,61 @@ std::string FlowLibrary::folderOfFlow(const std::string& flowId) const {
 FigmaPublishPersistence FlowLibrary::figmaPersistence(const std::string& folderName) {
     // Each step finds the flow by its id in this library, for the flow may be renamed or moved
     // while a run goes on; a step that finds it nowhere throws, which ends the run.
-    const std::string flowId = meta(folderName).id;
+    const FlowMeta& m = meta(folderName);
+    const std::string flowId = m.id;
     const std::filesystem::path libraryRoot = root();
     const auto folder = [this, flowId, libraryRoot] {
         if (root() != libraryRoot)
             throw LibraryError("The library was switched.");
         return folderOfFlow(flowId);
     };
+    // A run names screens as they were when it started; screens may be deleted or renumbered
+    // meanwhile. Each step lands on the screen the run meant, wherever it is now in this flow,
+    // and a screen that left the flow gets nothing: never its neighbour, which took its name.
+    std::vector<ScreenID> screens;
+    for (const auto& screen : m.screens)
+        screens.push_back({folderName, screen.filename});
+    const auto followed = followScreens(screens);
+    const auto screenNow = [followed, folderName](const std::string& flowFolder,
+                                                  const std::string& file) {
+        const auto now = followed->now({folderName, file});
+        return now && now->folder == flowFolder ? std::optional(now->filename) : std::nullopt;
+    };
     FigmaPublishPersistence p;
-    p.markPosted = [this, folder](const std::string& file, const std::string& pin,
-                                  const std::string& id, const std::string& signature,
-                                  const std::string& fileKey) {
-        mutate([&] { store_.markFigmaPosted(folder(), file, pin, id, signature, fileKey); });
+    p.markPosted = [this, folder, screenNow](const std::string& file, const std::string& pin,
+                                             const std::string& id, const std::string& signature,
+                                             const std::string& fileKey) {
+        const std::string now = folder();
+        const auto screen = screenNow(now, file);
+        mutate([&] {
+            if (screen)
+                store_.markFigmaPosted(now, *screen, pin, id, signature, fileKey);
+            else // deleted with its screen while it was being posted
+                store_.queueFigmaDelete(now, id, fileKey);
+        });
     };
     p.clearPendingDelete = [this, folder](const std::string& id) {
         mutate([&] { store_.clearFigmaPendingDelete(folder(), id); });
     };
-    p.removeLocalPin = [this, folder](const std::string& file, const std::string& pin) {
-        mutate([&] { store_.removePinDeletedInFigma(folder(), file, pin); });
-    };
-    p.saveThreads = [this, folder](const FigmaPublishPersistence::Threads& threads) {
+    p.removeLocalPin = [this, folder, screenNow](const std::string& file, const std::string& pin) {
         const std::string now = folder();
-        mutate([&] { store_.saveFigmaThreads(now, threads, Date::now()); });
+        if (const auto screen = screenNow(now, file))
+            mutate([&] { store_.removePinDeletedInFigma(now, *screen, pin); });
+    };
+    p.saveThreads = [this, folder, screenNow,
+                     screens](const FigmaPublishPersistence::Threads& threads) {
+        const std::string now = folder();
+        FigmaPublishPersistence::Threads landed;
+        std::set<std::string> covered;
+        for (const auto& then : screens) {
+            const auto screen = screenNow(now, then.filename);
+            if (!screen)
+                continue;
+            covered.insert(*screen);
+            if (const auto found = threads.find(then.filename); found != threads.end())
+                landed[*screen] = found->second;
+        }
+        mutate([&] { store_.saveFigmaThreads(now, landed, Date::now(), covered); });
         emit figmaThreadsRefreshed(QString::fromStdString(now));
     };
     return p;

@@ -320,6 +320,9 @@ void ScreenEditor::load(std::size_t index) {
         return;
     }
     index_ = std::min(index, screens_.size() - 1);
+    // Reloading the same screen (a revert) keeps pins that could not be saved.
+    if (screens_[index_] != filename_)
+        pinsUnsaved_ = false;
     filename_ = screens_[index_];
     clip_ = ScreenFiles::isClip(filename_);
     translation_->setScreen({folder_, filename_});
@@ -432,7 +435,7 @@ bool ScreenEditor::showScreen(const std::string& filename) {
 }
 
 bool ScreenEditor::settleBeforeLeaving(bool closing) {
-    if (!state_.isEdited())
+    if (!state_.isEdited() && !pinsUnsaved_)
         return true;
     switch (leaveQuestion_ ? leaveQuestion_(closing) : askAboutLeaving(closing)) {
     case LeaveAnswer::cancel:
@@ -442,7 +445,7 @@ bool ScreenEditor::settleBeforeLeaving(bool closing) {
     case LeaveAnswer::save:
         save();
         // A clip's save goes on in the library; its zones are recorded once baked.
-        return clip_ || !state_.isEdited();
+        return (clip_ || !state_.isEdited()) && !pinsUnsaved_;
     }
     return false;
 }
@@ -554,7 +557,7 @@ void ScreenEditor::updateClipBar() {
 
 void ScreenEditor::updateActions() {
     const bool edited = state_.isEdited();
-    saveButton_->setEnabled(!saving_ && edited);
+    saveButton_->setEnabled(!saving_ && (edited || pinsUnsaved_));
     revertButton_->setEnabled(!saving_ && (edited || library_.hasOriginal(folder_, filename_)));
     compare_->setEnabled(!state_.shapes().empty() || !state_.patches().empty());
     commentTool_->setEnabled(!clip_);
@@ -569,7 +572,7 @@ void ScreenEditor::updateActions() {
     enable(tr("Copy region pixels"), !clip_ && canvas_->selectedRegion().has_value());
     enable(tr("Paste zones"), clipboard.zones().has_value());
     enable(tr("Paste pixels"), !clip_ && clipboard.patch().has_value());
-    enable(tr("Save"), edited);
+    enable(tr("Save"), edited || pinsUnsaved_);
     enable(tr("Revert…"), revertButton_->isEnabled());
 }
 
@@ -642,6 +645,11 @@ void ScreenEditor::setComparing(bool comparing) {
 // --- Save and revert ---
 
 void ScreenEditor::save() {
+    if (!saving_ && pinsUnsaved_) {
+        savePins();
+        if (!pinsUnsaved_ && !state_.isEdited())
+            flashSaved();
+    }
     if (saving_ || !state_.isEdited())
         return;
     if (!clip_) {
@@ -744,14 +752,32 @@ void ScreenEditor::loadComments() {
         for (const auto& screen : meta->screens)
             if (screen.filename == filename_ && screen.figmaThreads)
                 threads_ = *screen.figmaThreads;
-    canvas_->setComments(clip_ ? std::vector<ScreenComment>{}
-                               : library_.comments(folder_, filename_),
-                         threads_, !clip_);
+    // Pins that could not be saved exist only here; what is on disk would lose them.
+    std::vector<ScreenComment> pins;
+    if (pinsUnsaved_)
+        pins = canvas_->pins();
+    else if (!clip_)
+        pins = library_.comments(folder_, filename_);
+    canvas_->setComments(std::move(pins), threads_, !clip_);
 }
 
 void ScreenEditor::savePins() {
-    library_.saveComments(folder_, filename_, canvas_->pins());
-    loadComments(); // what was really saved
+    std::string why;
+    if (library_.saveComments(folder_, filename_, canvas_->pins(), &why)) {
+        if (pinsUnsaved_)
+            statusBar()->clearMessage();
+        pinsUnsaved_ = false;
+        loadComments(); // what was really saved
+    } else {
+        pinsUnsaved_ = true;
+        QString reason = qs(why);
+        if (!reason.isEmpty() && !reason.endsWith('.'))
+            reason += '.';
+        statusBar()->showMessage(
+            tr("Couldn’t save the comments: %1 Your comments are still here — save to try again.")
+                .arg(reason));
+    }
+    updateActions();
 }
 
 void ScreenEditor::openThread(const std::string& rootId, const std::optional<std::string>& pinId) {

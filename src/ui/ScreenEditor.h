@@ -162,6 +162,8 @@ private:
     QLabel* progressLabel_ = nullptr;
     QTimer* savedTimer_ = nullptr;
     bool saving_ = false;
+    // The pins on the canvas differ from the saved ones: their save failed.
+    bool pinsUnsaved_ = false;
     LeaveQuestion leaveQuestion_;
     Confirmation confirmRevert_;
 };

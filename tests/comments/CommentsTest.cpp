@@ -2,6 +2,7 @@
 // they meet the threads pulled from Figma.
 #include "comments/CommentEditing.h"
 #include "comments/CommentThreadLogic.h"
+#include "model/FlowLibrary.h"
 #include "support/TestLibrary.h"
 
 #include <gtest/gtest.h>
@@ -171,6 +172,37 @@ TEST_F(StoredPinsTest, ReplacedPinsKeepTheirOrderAndNewIdsAreQueuedSorted) {
     EXPECT_EQ(pending(), (std::vector<std::string>{"A1", "Z9"}));
     EXPECT_THROW(library.store.setComments(SampleLibrary::signUp, "09.png", pins),
                  ScreenNotFoundError);
+}
+
+// The editor holds the only copy of pins whose save failed: the model must say so, and why.
+TEST_F(StoredPinsTest, AFailedSaveIsReportedWithItsReasonAndChangesNothing) {
+    FaultInjector faults;
+    FlowLibrary model{FlowStore(dir / "library", faults.operations())};
+    const auto before = model.comments(SampleLibrary::signUp, "01.png");
+    auto pins = before;
+    pins.push_back(pin("NEW"));
+
+    faults.failNext(FaultInjector::Kind::writer);
+    std::string why;
+    EXPECT_FALSE(model.saveComments(SampleLibrary::signUp, "01.png", pins, &why));
+    EXPECT_TRUE(faults.fired());
+    EXPECT_NE(why.find("injected writer failure"), std::string::npos) << why;
+    EXPECT_EQ(model.comments(SampleLibrary::signUp, "01.png"), before);
+
+    why.clear();
+    EXPECT_FALSE(model.saveComments(SampleLibrary::signUp, "09.png", pins, &why));
+    EXPECT_FALSE(why.empty()) << "a screen that is gone";
+
+    model.setReadOnly("another computer holds it");
+    why.clear();
+    EXPECT_FALSE(model.saveComments(SampleLibrary::signUp, "01.png", pins, &why));
+    EXPECT_NE(why.find("another computer holds it"), std::string::npos) << why;
+    EXPECT_EQ(model.comments(SampleLibrary::signUp, "01.png"), before);
+
+    // Saved again once the library can be written: the same pins, nothing lost.
+    model.setReadOnly(std::nullopt);
+    EXPECT_TRUE(model.saveComments(SampleLibrary::signUp, "01.png", pins, &why));
+    EXPECT_EQ(model.comments(SampleLibrary::signUp, "01.png"), pins);
 }
 
 } // namespace

@@ -231,6 +231,73 @@ TEST_F(FigmaSyncTest, RunsThatStopBeforeSending) {
     EXPECT_FALSE(meta().figmaLastPulledAt);
 }
 
+// Comments missing from Figma's answer would look deleted in Figma, and their pins would go.
+TEST_F(FigmaSyncTest, ACommentsAnswerWithoutTheCommentsChangesNothing) {
+    addPin("01.png", "a", 0.2, 0.2, "First");
+    addPin("02.png", "b", 0.4, 0.4, "Second");
+    ASSERT_EQ(publishText(), "2 posted");
+    const std::string id = *postedId("01.png", "a");
+    figma.addForeignReply(id, "Seen", "2026-11-22T12:00:00Z");
+    ASSERT_EQ(publishText(), "Nothing to publish");
+    ASSERT_EQ(threads("01.png").size(), 1u);
+    const auto inFigma = figma.comments();
+
+    const std::vector<std::string> answers = {
+        "{}",
+        R"({"comments": null})",
+        R"({"comments": {"id": ")" + id + R"("}})",
+        R"({"comments": [42]})",
+        R"({"comments": [{"message": "First"}]})",
+        "[]",
+        "",
+        // A pin's comment without a usable place would look moved off the board: its pin would
+        // be posted again and the comment deleted.
+        R"({"comments": [{"id": ")" + id + R"(", "message": "First", "client_meta": 7}]})",
+        R"({"comments": [{"id": ")" + id +
+            R"(", "message": "First", "client_meta": {"node_id": 12}}]})",
+        R"({"comments": [{"id": ")" + id +
+            R"(", "message": "First", "client_meta": {"node_id": "1:2", "node_offset": {}}}]})",
+    };
+    const auto unchanged = [&](const FlowMeta& before, const std::string& body) {
+        for (const char* file : {"01.png", "02.png", "03.png"}) {
+            EXPECT_EQ(pins(file), before.screen(file)->pins()) << body;
+            EXPECT_EQ(threads(file),
+                      before.screen(file)->figmaThreads.value_or(std::vector<FigmaThread>{}))
+                << body;
+        }
+        EXPECT_EQ(meta().figmaPendingDeletes, before.figmaPendingDeletes) << body;
+        EXPECT_EQ(meta().figmaLastPulledAt, before.figmaLastPulledAt) << body;
+        EXPECT_EQ(countRequests("POST") + countRequests("DELETE"), 0) << body;
+        EXPECT_EQ(figma.comments(), inFigma) << body;
+    };
+
+    // The answer the plan is made from, with a pin waiting to be posted.
+    addPin("02.png", "c", 0.6, 0.6, "Waiting");
+    for (const auto& body : answers) {
+        const FlowMeta before = meta();
+        figma.clearLog();
+        figma.answerNext("GET", "/comments", 200, body);
+        const FigmaSyncResult result = publish();
+        ASSERT_TRUE(std::holds_alternative<FigmaSyncError>(result)) << body;
+        EXPECT_EQ(resultText(result), "Network error — publish again to retry") << body;
+        unchanged(before, body);
+    }
+
+    // The answer the threads are pulled from, after a publish with nothing to send.
+    library.saveComments(folder, "02.png", {pins("02.png")[0]});
+    ASSERT_EQ(publishText(), "Nothing to publish");
+    for (const auto& body : answers) {
+        const FlowMeta before = meta();
+        figma.clearLog();
+        figma.answerNext("GET", "/comments", 200, nlohmann::json{{"comments", inFigma}}.dump());
+        figma.answerNext("GET", "/comments", 200, body);
+        const FigmaSyncResult result = publish();
+        ASSERT_TRUE(std::holds_alternative<FigmaSyncError>(result)) << body;
+        EXPECT_EQ(resultText(result), "Network error — publish again to retry") << body;
+        unchanged(before, body);
+    }
+}
+
 TEST_F(FigmaSyncTest, ScreensRenumberedAfterImport) {
     addPin("01.png", "p", 0.5, 0.5, "Hello");
     library.store().deleteScreens(folder, {"02.png"}); // 03 becomes 02
@@ -514,6 +581,70 @@ TEST_F(FigmaSyncTest, BookkeepingFollowsTheFlowById) {
     EXPECT_THROW(persistence.markPosted("01.png", "p", "c2", "sig", "FILEKEY"), std::exception);
 }
 
+// Screens deleted while a run goes on renumber the rest: each step still lands on the screen the
+// run meant, never on the neighbour that took its name.
+TEST_F(FigmaSyncTest, BookkeepingFollowsScreensRenumberedDuringTheRun) {
+    addPin("01.png", "gone", 0.1, 0.1, "On the screen that goes");
+    addPin("02.png", "moved", 0.2, 0.2, "On a renumbered screen");
+    addPin("02.png", "removed", 0.3, 0.3, "Deleted in Figma");
+    addPin("03.png", "last", 0.4, 0.4, "On the last screen");
+    const FigmaPublishPersistence persistence = library.figmaPersistence(folder);
+    const auto roots = [&](const std::string& file) {
+        std::vector<std::string> ids;
+        for (const auto& t : threads(file))
+            ids.push_back(t.rootId);
+        return ids;
+    };
+    const auto pulled = [](const std::string& root) {
+        FigmaThread t;
+        t.rootId = root;
+        t.x = t.y = 0.5;
+        t.text = root;
+        return std::vector<FigmaThread>{t};
+    };
+
+    library.deleteScreens(folder, {"01.png"}); // 02 becomes 01, 03 becomes 02
+    test::writePicture(dir / "d.png", 39, 84);
+    library.addScreens(folder, {dir / "d.png"}); // a new 03
+    ASSERT_EQ(pins("01.png").size(), 2u);
+    ASSERT_EQ(pins("01.png")[0].id, "moved");
+
+    persistence.markPosted("02.png", "moved", "c-moved", "sig", "FILEKEY");
+    persistence.markPosted("01.png", "gone", "c-gone", "sig", "FILEKEY");
+    persistence.removeLocalPin("02.png", "removed");
+    persistence.saveThreads({{"01.png", pulled("t-gone")},
+                             {"02.png", pulled("t-moved")},
+                             {"03.png", pulled("t-last")}});
+
+    EXPECT_EQ(postedId("01.png", "moved"), "c-moved");
+    ASSERT_EQ(pins("01.png").size(), 1u) << "the pin deleted in Figma went from its own screen";
+    EXPECT_EQ(pins("02.png").size(), 1u);
+    EXPECT_EQ(postedId("02.png", "last"), std::nullopt);
+    // The post of a pin deleted with its screen is deleted by the next run.
+    EXPECT_EQ(meta().figmaPendingDeletes, std::vector<std::string>{"c-gone"});
+    EXPECT_EQ(roots("01.png"), std::vector<std::string>{"t-moved"});
+    EXPECT_EQ(roots("02.png"), std::vector<std::string>{"t-last"});
+    EXPECT_EQ(roots("03.png"), std::vector<std::string>{}) << "a screen added meanwhile";
+
+    // The flow renamed, put in a category that is renamed, and its screens reordered: still
+    // followed.
+    const FigmaPublishPersistence later = library.figmaPersistence(folder);
+    const std::string mine = library.comments(folder, "02.png")[0].id;
+    folder = library.renameFlow(folder, "Sign up, again");
+    folder = library.moveFlow(folder, "Acme", "Onboarding");
+    library.renameCategory("Onboarding", "Welcome");
+    folder = library.folderOfFlow(flowId);
+    ASSERT_NE(folder.find("welcome"), std::string::npos) << folder;
+    library.reorderScreens(folder, {"02.png", "01.png", "03.png"});
+    later.markPosted("02.png", mine, "c-mine", "sig", "FILEKEY");
+    later.saveThreads({{"01.png", pulled("t-one")}, {"02.png", pulled("t-two")}});
+    EXPECT_EQ(postedId("01.png", mine), "c-mine");
+    EXPECT_EQ(roots("01.png"), std::vector<std::string>{"t-two"});
+    EXPECT_EQ(roots("02.png"), std::vector<std::string>{"t-one"});
+    EXPECT_EQ(roots("03.png"), std::vector<std::string>{});
+    EXPECT_EQ(meta().figmaPendingDeletes, std::vector<std::string>{"c-gone"});
+}
+
 class FigmaServicesTest : public FigmaSyncTest {
 protected:
     FigmaServicesTest() { FigmaAuth::setToken("secret-token", secrets); }
@@ -674,6 +805,34 @@ TEST_F(FigmaServicesTest, SwitchingLibrariesStopsTheRunFirst) {
     service.waitForIdle();
     EXPECT_EQ(service.lastOutcome(folder)->text, "2 posted");
     EXPECT_EQ(figma.comments().size(), 2u);
+}
+
+TEST_F(FigmaServicesTest, ThreadsPulledWhileAScreenIsDeletedStayOnTheirScreens) {
+    addPin("01.png", "a", 0.5, 0.5, "On the first screen");
+    addPin("02.png", "b", 0.5, 0.5, "On the second screen");
+    ASSERT_EQ(publishText(), "2 posted");
+    const std::string first = *postedId("01.png", "a");
+    const std::string second = *postedId("02.png", "b");
+    figma.addForeignReply(second, "Agreed", "2026-11-22T12:00:00Z");
+
+    FigmaSyncService service(library, secrets, factory());
+    figma.hangNext("GET", "/comments");
+    service.publish(folder);
+    waitUntilHanging(figma);
+    library.deleteScreens(folder, {"01.png"}); // 02 becomes 01, 03 becomes 02
+    EXPECT_TRUE(service.isSyncing(folder));
+    figma.release();
+    service.waitForIdle();
+    ASSERT_TRUE(service.lastOutcome(folder));
+    EXPECT_FALSE(service.lastOutcome(folder)->failed) << service.lastOutcome(folder)->text;
+
+    // The second screen, now 01, has its own thread with the new reply, and nothing else.
+    const auto moved = threads("01.png");
+    ASSERT_EQ(moved.size(), 1u);
+    EXPECT_EQ(moved[0].rootId, second);
+    EXPECT_EQ(moved[0].replies.size(), 1u);
+    EXPECT_TRUE(threads("02.png").empty()) << "the last screen, now 02, has no threads";
+    EXPECT_EQ(meta().figmaPendingDeletes, std::vector<std::string>{first});
 }
 
 TEST_F(FigmaServicesTest, ASecondClickWhileTheKeychainIsReadStartsNothing) {

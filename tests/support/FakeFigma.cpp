@@ -342,6 +342,12 @@ void FakeFigma::failNext(const std::string& method, const std::string& pathSuffi
     failures_.push_back({method, pathSuffix, status, count});
 }
 
+void FakeFigma::answerNext(const std::string& method, const std::string& pathSuffix, int status,
+                           std::string body) {
+    std::lock_guard lock(mutex_);
+    canned_.push_back({method, pathSuffix, status, std::move(body)});
+}
+
 std::vector<FakeFigma::Recorded> FakeFigma::requests() const {
     std::lock_guard lock(mutex_);
     return log_;
@@ -394,6 +400,14 @@ bool FakeFigma::admit(const httplib::Request& req, httplib::Response& res, const
         req.path.ends_with(hang_->pathSuffix)) {
         --hang_->remaining;
         res.set_header("X-Fake-Hang", "1");
+    }
+    for (auto c = canned_.begin(); c != canned_.end(); ++c) {
+        if (c->method == method && req.path.ends_with(c->pathSuffix)) {
+            res.status = c->status;
+            res.set_content(c->body, "application/json");
+            canned_.erase(c);
+            return false;
+        }
     }
     for (auto& f : failures_) {
         if (f.remaining > 0 && f.method == method && req.path.ends_with(f.pathSuffix)) {

@@ -83,6 +83,10 @@ public:
     // The next `count` requests whose method and path match answer with `status` instead.
     void failNext(const std::string& method, const std::string& pathSuffix, int status,
                   int count = 1);
+    // The next request whose method and path match is answered with `status` and `body` as
+    // given, for answers Figma should never send.
+    void answerNext(const std::string& method, const std::string& pathSuffix, int status,
+                    std::string body);
     // Every request is refused as a bad token, with 401 or 403.
     void rejectToken(int status) {
         std::lock_guard lock(mutex_);
@@ -115,6 +119,13 @@ private:
         std::string pathSuffix;
         int status;
         int remaining;
+    };
+
+    struct Canned {
+        std::string method;
+        std::string pathSuffix;
+        int status;
+        std::string body;
     };
 
     struct File {
@@ -157,6 +168,7 @@ private:
     std::vector<Recorded> log_;
     std::vector<std::string> violations_;
     std::vector<Failure> failures_;
+    std::vector<Canned> canned_;
     int rejectStatus_ = 0;
     int nextNode_ = 10;
     int nextComment_ = 500;

@@ -19,6 +19,7 @@
 #include <QLineEdit>
 #include <QMessageBox>
 #include <QPushButton>
+#include <QStatusBar>
 #include <QTest>
 #include <QTimer>
 #include <QToolButton>
@@ -325,6 +326,50 @@ TEST_F(ScreenEditorTest, PinsAreCreatedEditedAndDeleted) {
     EXPECT_EQ(remove->text(), "Delete comment");
     remove->click();
     EXPECT_TRUE(library.comments(folder, "01.png").empty());
+}
+
+TEST_F(ScreenEditorTest, PinsWhoseSaveFailedStayUntilTheyAreSaved) {
+    open();
+    library.setReadOnly("another computer holds it");
+    canvas().setMode(EditorMode::comment);
+    QTest::mouseClick(&canvas(), Qt::LeftButton, {}, at(0.25, 0.5));
+    QTest::keyClicks(canvas().draftField(), "Hide the e-mail");
+    QTest::keyClick(canvas().draftField(), Qt::Key_Return);
+    EXPECT_TRUE(library.comments(folder, "01.png").empty());
+    ASSERT_EQ(canvas().pins().size(), 1u);
+    EXPECT_EQ(canvas().pins()[0].text, "Hide the e-mail");
+    const QString message = editor->statusBar()->currentMessage();
+    EXPECT_TRUE(message.startsWith("Couldn’t save the comments: The library is open read-only: "
+                                   "another computer holds it"))
+        << message.toStdString();
+    EXPECT_TRUE(editor->action("Save")->isEnabled());
+
+    // Threads refreshed meanwhile, a second pin and a revert keep what is only on screen.
+    emit library.figmaThreadsRefreshed(QString::fromStdString(folder));
+    QTest::mouseClick(&canvas(), Qt::LeftButton, {}, at(0.75, 0.25));
+    QTest::keyClicks(canvas().draftField(), "Second");
+    QTest::keyClick(canvas().draftField(), Qt::Key_Return);
+    editor->revert();
+    ASSERT_EQ(canvas().pins().size(), 2u);
+    EXPECT_EQ(canvas().pins()[0].text, "Hide the e-mail");
+
+    // Leaving asks first.
+    EXPECT_FALSE(editor->step(1));
+    EXPECT_EQ(questions, std::vector<bool>{false});
+    EXPECT_EQ(editor->filename(), "01.png");
+
+    // Saving again, once the library can be written, saves both.
+    library.setReadOnly(std::nullopt);
+    editor->save();
+    const auto saved = library.comments(folder, "01.png");
+    ASSERT_EQ(saved.size(), 2u);
+    EXPECT_EQ(saved[0].text, "Hide the e-mail");
+    EXPECT_EQ(saved[1].text, "Second");
+    EXPECT_TRUE(editor->statusBar()->currentMessage().isEmpty());
+    EXPECT_TRUE(editor->savedBadge()->isVisible());
+    EXPECT_FALSE(editor->action("Save")->isEnabled());
+    EXPECT_TRUE(editor->step(1));
+    EXPECT_EQ(questions.size(), 1u);
 }
 
 TEST_F(ScreenEditorTest, PublishedPinsShowTheirThread) {
