@@ -97,6 +97,17 @@ FlowSummary FlowMeta::summary(const std::string& folderName) const {
             static_cast<std::int64_t>(screens.size())};
 }
 
+std::set<std::string> FlowMeta::referencedFiles() const {
+    std::set<std::string> names;
+    for (const auto& screen : screens) {
+        names.insert(screen.filename);
+        names.insert(ScreenFiles::originalFilename(screen.filename));
+        for (const auto& patch : screen.patches.value_or(std::vector<RedactPatch>{}))
+            names.insert(patch.file);
+    }
+    return names;
+}
+
 ScreenRef* FlowMeta::screen(std::string_view filename) {
     auto it = std::find_if(screens.begin(), screens.end(),
                            [&](const ScreenRef& s) { return s.filename == filename; });

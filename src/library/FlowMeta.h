@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -38,6 +39,10 @@ struct FlowMeta {
 
     FlowSummary summary(const std::string& folderName) const;
     bool preserves() const { return preservesWhenEmpty.value_or(false); }
+
+    // Every file of the flow's folder that the record refers to: screens, their untouched
+    // copies (whether kept or not) and patch images.
+    std::set<std::string> referencedFiles() const;
 
     ScreenRef* screen(std::string_view filename);
     const ScreenRef* screen(std::string_view filename) const;

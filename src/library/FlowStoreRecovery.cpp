@@ -111,18 +111,6 @@ std::vector<std::string> filenamesOf(const FlowMeta& meta) {
     return names;
 }
 
-// Every file of the flow folder that its meta refers to.
-std::set<std::string> referencedFiles(const FlowMeta& meta) {
-    std::set<std::string> names;
-    for (const auto& screen : meta.screens) {
-        names.insert(screen.filename);
-        names.insert(ScreenFiles::originalFilename(screen.filename));
-        for (const auto& patch : screen.patches.value_or(std::vector<RedactPatch>{}))
-            names.insert(patch.file);
-    }
-    return names;
-}
-
 std::vector<std::string> stringsAt(const Json& json, const char* key) {
     std::vector<std::string> out;
     if (!json.contains(key) || !json[key].is_array())
@@ -513,7 +501,7 @@ void FlowStore::settleConsumedCapture(const Json& intent, RecoveryReport& report
         const auto current = readableMeta(flowURL(folderName));
         if (!current)
             return;
-        const auto referenced = referencedFiles(*current);
+        const auto referenced = current->referencedFiles();
         for (const auto& name : names)
             if (!referenced.contains(name.get<std::string>()))
                 return;
@@ -757,7 +745,7 @@ void FlowStore::settleFlow(const std::string& folderName, const Settle& settle,
     if (!FileOps::isDirectory(folder))
         return;
     const FlowMeta m = meta(folderName);
-    const auto referenced = referencedFiles(m);
+    const auto referenced = m.referencedFiles();
     for (const auto& name : settle.created) {
         if (!referenced.contains(name) && FileOps::exists(folder / name))
             ops_.folderRemover(folder / name);

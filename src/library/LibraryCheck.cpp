@@ -24,13 +24,7 @@ std::optional<long long> leadingNumber(const std::string& filename) {
 // left them, and the user doesn't see them.
 template <typename Problem>
 void checkUnlistedScreens(const FlowMeta& meta, const fs::path& flowDir, Problem& problem) {
-    std::set<std::string> referenced;
-    for (const auto& screen : meta.screens) {
-        referenced.insert(screen.filename);
-        referenced.insert(ScreenFiles::originalFilename(screen.filename));
-        for (const auto& patch : screen.patches.value_or(std::vector<RedactPatch>{}))
-            referenced.insert(patch.file);
-    }
+    const std::set<std::string> referenced = meta.referencedFiles();
     std::vector<std::string> names;
     try {
         names = FileOps::list(flowDir);

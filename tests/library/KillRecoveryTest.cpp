@@ -130,6 +130,23 @@ std::multiset<std::string> screenBytes(const LibraryState& state) {
     return bytes;
 }
 
+// Runs `work` in a child process (which a Killer may end); returns its wait status, exit 2 when
+// it threw.
+int inChild(const std::function<void()>& work) {
+    const pid_t child = ::fork();
+    if (child == 0) {
+        try {
+            work();
+        } catch (...) {
+            ::_exit(2);
+        }
+        ::_exit(0);
+    }
+    int status = 0;
+    EXPECT_EQ(::waitpid(child, &status, 0), child);
+    return status;
+}
+
 struct Figures {
     long kills = 0, survived = 0, screensLost = 0, leftovers = 0;
 };
@@ -158,19 +175,11 @@ protected:
             SCOPED_TRACE("killed after step " + std::to_string(killAt) + " of " +
                          std::to_string(counter.steps()));
             const fs::path root = copyOf(base);
-            const pid_t child = ::fork();
-            if (child == 0) {
+            int status = inChild([&] {
                 Killer killer(killAt);
                 FlowStore store(root, killer.operations());
-                try {
-                    change(store, root);
-                } catch (...) {
-                    ::_exit(2);
-                }
-                ::_exit(0);
-            }
-            int status = 0;
-            EXPECT_EQ(::waitpid(child, &status, 0), child);
+                change(store, root);
+            });
             ++figures.kills;
             // The last step may end the change before the kill: it then simply finished.
             if (!(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL)) {
@@ -179,16 +188,10 @@ protected:
 
             // Recovery itself killed part way, then run again, must end the same.
             if (killAt % 3 == 0) {
-                const pid_t again = ::fork();
-                if (again == 0) {
+                inChild([&] {
                     Killer killer(killAt / 3 % 4 + 1);
-                    try {
-                        FlowStore(root, killer.operations()).recover();
-                    } catch (...) {
-                    }
-                    ::_exit(0);
-                }
-                EXPECT_EQ(::waitpid(again, &status, 0), again);
+                    FlowStore(root, killer.operations()).recover();
+                });
             }
             // Recovery as the app runs it, or as the command line does, by turns.
             if (killAt % 2 == 0) {
@@ -221,12 +224,7 @@ protected:
                 fine = false;
             }
         }
-        const auto hidden = hiddenLeftovers(root);
-        figures.leftovers += static_cast<long>(hidden.size());
-        EXPECT_TRUE(hidden.empty()) << hidden.front();
-        const auto problems = checkLibrary(FlowStore(root));
-        EXPECT_TRUE(problems.empty()) << problems.front();
-        figures.survived += fine && hidden.empty() && problems.empty();
+        countSurvival(root, fine, figures);
     }
 
     static bool eachFlowOldOrNew(const LibraryState& now, const LibraryState& before,
@@ -289,18 +287,10 @@ protected:
             SCOPED_TRACE("killed after step " + std::to_string(killAt) + " of " +
                          std::to_string(counter.steps()));
             const fs::path root = copyOf(base);
-            const pid_t child = ::fork();
-            if (child == 0) {
+            inChild([&] {
                 Killer killer(killAt);
-                try {
-                    capture(root, killer.operations());
-                } catch (...) {
-                    ::_exit(2);
-                }
-                ::_exit(0);
-            }
-            int status = 0;
-            EXPECT_EQ(::waitpid(child, &status, 0), child);
+                capture(root, killer.operations());
+            });
             ++figures.kills;
             if (killAt % 2 == 0)
                 FlowStore(root).recover();
@@ -311,6 +301,17 @@ protected:
             fs::remove_all(root);
         }
         return figures;
+    }
+
+    // Counts a kill as survived when its flows were fine and the library holds nothing hidden
+    // and checks clean.
+    static void countSurvival(const fs::path& root, bool fine, Figures& figures) {
+        const auto hidden = hiddenLeftovers(root);
+        figures.leftovers += static_cast<long>(hidden.size());
+        EXPECT_TRUE(hidden.empty()) << hidden.front();
+        const auto problems = checkLibrary(FlowStore(root));
+        EXPECT_TRUE(problems.empty()) << problems.front();
+        figures.survived += fine && hidden.empty() && problems.empty();
     }
 
     static std::multiset<std::string> kCaptured() {
@@ -360,12 +361,7 @@ protected:
         figures.screensLost += static_cast<long>(
             std::count_if(expected.begin(), expected.end(),
                           [&](const std::string& b) { return !captured.contains(b); }));
-        const auto hidden = hiddenLeftovers(root);
-        figures.leftovers += static_cast<long>(hidden.size());
-        EXPECT_TRUE(hidden.empty()) << hidden.front();
-        const auto problems = checkLibrary(FlowStore(root));
-        EXPECT_TRUE(problems.empty()) << problems.front();
-        figures.survived += fine && hidden.empty() && problems.empty();
+        countSurvival(root, fine, figures);
     }
 
     // The system calls at which a real process is killed, each set counted as strace counts it.

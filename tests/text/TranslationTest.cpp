@@ -103,6 +103,22 @@ private:
     std::thread thread_;
 };
 
+// A phone screen with lines of text drawn at the given heights, saved as a PNG.
+void drawScreen(const fs::path& file, const std::vector<std::pair<int, QString>>& lines) {
+    QImage screen(1179, 2556, QImage::Format_RGB32);
+    screen.fill(QColor(250, 250, 252));
+    {
+        QPainter painter(&screen);
+        QFont font("DejaVu Sans");
+        font.setPixelSize(64);
+        painter.setFont(font);
+        painter.setPen(QColor(20, 20, 24));
+        for (const auto& [y, text] : lines)
+            painter.drawText(QPoint(90, y), text);
+    }
+    ASSERT_TRUE(screen.save(QString::fromStdString(file.string()), "PNG"));
+}
+
 class TranslationTest : public ::testing::Test {
 protected:
     TranslationTest() {
@@ -222,19 +238,8 @@ TEST_F(TranslationTest, ReadingAPictureAgainKeepsTheTranslationsOfUnchangedLines
 
 // A Spanish screen, drawn, read by the product's recognizer, then translated by Apertium.
 TEST_F(TranslationTest, ASpanishScreenIsReadThenTranslatedOnThisComputer) {
-    QImage screen(1179, 2556, QImage::Format_RGB32);
-    screen.fill(QColor(250, 250, 252));
-    {
-        QPainter painter(&screen);
-        QFont font("DejaVu Sans");
-        font.setPixelSize(64);
-        painter.setFont(font);
-        painter.setPen(QColor(20, 20, 24));
-        painter.drawText(QPoint(90, 600), "Crear una cuenta nueva");
-        painter.drawText(QPoint(90, 900), "Buscar amigos");
-    }
-    const fs::path picture = store.flowURL(folder) / "01.png";
-    ASSERT_TRUE(screen.save(QString::fromStdString(picture.string()), "PNG"));
+    drawScreen(store.flowURL(folder) / "01.png",
+               {{600, "Crear una cuenta nueva"}, {900, "Buscar amigos"}});
     ScreenOCR ocr;
     OCRIndex::derive(store, folder, [&](const fs::path& file) { return ocr.recognize(file); });
 
@@ -273,19 +278,7 @@ WhereWordsShow whereShows(FlowLibrary& library, const std::string& folder,
 // Blurring a line hides its words from every reader of the text, also after a translation of
 // the screen and another text pass; reverting brings them back.
 TEST_F(TranslationTest, WordsUnderAZoneAreGoneFromSearchStoredTextAndOverlay) {
-    QImage screen(1179, 2556, QImage::Format_RGB32);
-    screen.fill(QColor(250, 250, 252));
-    {
-        QPainter painter(&screen);
-        QFont font("DejaVu Sans");
-        font.setPixelSize(64);
-        painter.setFont(font);
-        painter.setPen(QColor(20, 20, 24));
-        painter.drawText(QPoint(90, 600), "Cuenta secreta");
-        painter.drawText(QPoint(90, 1500), "Buscar amigos");
-    }
-    const fs::path picture = store.flowURL(folder) / "01.png";
-    ASSERT_TRUE(screen.save(QString::fromStdString(picture.string()), "PNG"));
+    drawScreen(store.flowURL(folder) / "01.png", {{600, "Cuenta secreta"}, {1500, "Buscar amigos"}});
 
     FlowLibrary library(FlowStore(store.root()));
     library.open();
