@@ -2,8 +2,8 @@
 // the window's own work while a text pass reads 5,000 flows with the "Images" filter on.
 #include "app/AppSettings.h"
 #include "library/FileOps.h"
-#include "model/FlowLibrary.h"
 #include "library/Uuid.h"
+#include "model/FlowLibrary.h"
 #include "text/OCRIndex.h"
 #include "thumbnails/ThumbnailFiles.h"
 #include "ui/GalleryView.h"

@@ -1,9 +1,9 @@
 // The library store on a generated library of 10,000 flows and 100,000 screens.
 #include "cli/Cli.h"
 #include "library/FileOps.h"
-#include "model/FlowLibrary.h"
 #include "library/FlowStore.h"
 #include "library/Uuid.h"
+#include "model/FlowLibrary.h"
 
 #include <benchmark/benchmark.h>
 

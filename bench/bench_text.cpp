@@ -2,8 +2,8 @@
 // the same picture with the same languages (P5, with word recall on the drawn set), and one
 // search keystroke over 100,000 screens of text (P6).
 #include "library/FileOps.h"
-#include "model/FlowLibrary.h"
 #include "library/Uuid.h"
+#include "model/FlowLibrary.h"
 #include "support/CliRun.h"
 #include "support/RenderedScreens.h"
 #include "support/TestLibrary.h"

@@ -193,8 +193,7 @@ bool saveClip(FlowStore& store, std::string_view folder, const std::string& file
     }
     const fs::path source = prepareClip(store, folder, filename);
     // Rendered beside the clip, then moved in with its record as one journaled change.
-    const fs::path rendered =
-        store.flowURL(folder) / (".bake-" + newUUIDString() + ".mov");
+    const fs::path rendered = store.flowURL(folder) / (".bake-" + newUUIDString() + ".mov");
     if (auto failure = VideoRedactor::render(zones, rendered, source, style, progress, cancel)) {
         if (why)
             *why = *failure;

@@ -240,7 +240,6 @@ private:
         std::vector<std::string> flowFolders; // folders at flow depth, listed or not
         std::vector<fs::path> quarantines, assemblies, extractions, writeLeftovers, intents;
         std::vector<std::string> renumbering; // flows with a renumbering folder
-
     };
     Survey survey() const;
     struct Settle {

@@ -65,7 +65,7 @@ void FlowStore::setEdits(std::string_view folderName, const std::string& filenam
 }
 
 void FlowStore::bakeScreen(std::string_view folderName, const std::string& filename,
-                          const Bake& bake) {
+                           const Bake& bake) {
     const std::string folder(folderName);
     FlowMeta current = meta(folderName);
     requireScreen(current, folderName, filename);
@@ -84,16 +84,15 @@ void FlowStore::bakeScreen(std::string_view folderName, const std::string& filen
         records.push_back(patch);
     ScreenRef planned = *current.screen(filename);
     setScreenEdits(planned, bake.zones, bake.style, records);
-    const fs::path intent =
-        beginIntent(Json{{"operation", "bake"},
-                         {"flows", {folder}},
-                         {"created", {{folder, created}}},
-                         {"bake",
-                          {{"folder", folder},
-                           {"screen", filename},
-                           {"previous", previous},
-                           {"makesOriginal", makesOriginal},
-                           {"record", editsJson(planned)}}}});
+    const fs::path intent = beginIntent(Json{{"operation", "bake"},
+                                             {"flows", {folder}},
+                                             {"created", {{folder, created}}},
+                                             {"bake",
+                                              {{"folder", folder},
+                                               {"screen", filename},
+                                               {"previous", previous},
+                                               {"makesOriginal", makesOriginal},
+                                               {"record", editsJson(planned)}}}});
     UndoLog undo;
     try {
         if (makesOriginal) {
@@ -117,7 +116,8 @@ void FlowStore::bakeScreen(std::string_view folderName, const std::string& filen
         } else {
             ops_.indexWriter(picture, bake.picture);
         }
-        undo.add([this, flowDir, previous, picture] { putBackPicture(flowDir / previous, picture); });
+        undo.add(
+            [this, flowDir, previous, picture] { putBackPicture(flowDir / previous, picture); });
         setEdits(folderName, filename, bake.zones, bake.style, records);
     } catch (const std::exception& e) {
         undo.undoOrThrow("blur “" + filename + "” of “" + folder + "”", flowDir.string(), e);
@@ -129,8 +129,8 @@ void FlowStore::bakeScreen(std::string_view folderName, const std::string& filen
         kept.insert(patch.file);
     try {
         ops_.folderRemover(flowDir / previous);
-        for (const auto& old : current.screen(filename)->patches.value_or(
-                 std::vector<RedactPatch>{}))
+        for (const auto& old :
+             current.screen(filename)->patches.value_or(std::vector<RedactPatch>{}))
             if (!kept.contains(old.file) && ScreenFiles::isPatchOf(old.file, filename) &&
                 LibraryLayout::isSafeFileName(old.file) && FileOps::exists(flowDir / old.file))
                 ops_.folderRemover(flowDir / old.file);

@@ -181,10 +181,10 @@ std::string FlowStore::adopt(const FlowMeta& meta, const fs::path& from,
         undo.add([this, assembly] { removeOwnFolder(assembly, LibraryLayout::kAssemblySource); });
         // Inside the library the source is named from its root, so that the files find their
         // way back after the library folder was moved or renamed.
-        const fs::path source = FileOps::isInside(root_, from)
-                                    ? fs::relative(fs::weakly_canonical(from),
-                                                   fs::weakly_canonical(root_))
-                                    : from;
+        const fs::path source =
+            FileOps::isInside(root_, from)
+                ? fs::relative(fs::weakly_canonical(from), fs::weakly_canonical(root_))
+                : from;
         ops_.indexWriter(assembly / LibraryLayout::kAssemblySource,
                          encodeLibraryJson(Json{{"source", source.generic_string()}}));
         for (const auto& name : FileOps::list(from)) {
@@ -327,8 +327,7 @@ FlowStore::Survey FlowStore::survey() const {
                     for (const auto& entry : entriesOf(flowDir)) {
                         if (!entry.directory && LibraryLayout::isWriteLeftover(entry.name))
                             found.writeLeftovers.push_back(flowDir / entry.name);
-                        else if (entry.directory &&
-                                 entry.name == LibraryLayout::kRenumberFolder) {
+                        else if (entry.directory && entry.name == LibraryLayout::kRenumberFolder) {
                             addLeftoversIn(flowDir / entry.name, found.writeLeftovers);
                             found.renumbering.push_back(found.flowFolders.back());
                         }

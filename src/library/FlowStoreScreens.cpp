@@ -520,8 +520,8 @@ ThumbEdits FlowStore::moveScreens(std::string_view sourceFolder,
     for (const auto& r : relocations) {
         std::error_code error;
         const auto size = fs::file_size(sourceDir / r.from, error);
-        moves.push_back(Json::array({sourceName, r.from, targetName, r.to,
-                                     error ? Json(nullptr) : Json(size)}));
+        moves.push_back(Json::array(
+            {sourceName, r.from, targetName, r.to, error ? Json(nullptr) : Json(size)}));
     }
     const fs::path intent = beginIntent(
         Json{{"operation", "moveScreens"},
@@ -687,8 +687,7 @@ std::vector<std::string> FlowStore::appendScreens(std::string_view folderName,
             ScreenRef ref = screens[i].ref;
             ref.filename = name;
             m.screens.push_back(std::move(ref));
-            if (!options.size && m.width == 0 && m.height == 0 &&
-                !ScreenFiles::isClip(name)) {
+            if (!options.size && m.width == 0 && m.height == 0 && !ScreenFiles::isClip(name)) {
                 if (auto size = pngSize(screens[i].file)) {
                     m.width = size->first;
                     m.height = size->second;

@@ -61,10 +61,9 @@ void validateFileName(std::string_view filename) {
 }
 
 bool isWriteLeftover(std::string_view name) {
-    return name.starts_with(".") &&
-           (name.ends_with(".tmp") ||
-            ((name.starts_with(".bake-") || name.starts_with(".previous-")) &&
-             name.ends_with(".mov")));
+    return name.starts_with(".") && (name.ends_with(".tmp") || ((name.starts_with(".bake-") ||
+                                                                 name.starts_with(".previous-")) &&
+                                                                name.ends_with(".mov")));
 }
 
 bool isSafeFolderName(std::string_view folderName) {

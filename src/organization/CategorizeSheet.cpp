@@ -2,8 +2,8 @@
 
 #include "archive/AppArchive.h"
 #include "library/Errors.h"
-#include "model/FlowLibrary.h"
 #include "library/Text.h"
+#include "model/FlowLibrary.h"
 #include "organization/CategorySuggestions.h"
 
 #include <QString>

@@ -85,8 +85,8 @@ Derived derive(const FlowStore& store, std::string_view folder, const Recognizer
         auto entry = sidecar.screens.find(screen.filename);
         // What zones and patches cover is never kept, whenever it was read.
         if (entry != sidecar.screens.end()) {
-            auto visible = HiddenText::visibleLines(entry->second.lines,
-                                                    HiddenText::coveredAreas(screen));
+            auto visible =
+                HiddenText::visibleLines(entry->second.lines, HiddenText::coveredAreas(screen));
             if (visible.size() != entry->second.lines.size()) {
                 entry->second.lines = std::move(visible);
                 entry->second.text = ScreenOCR::searchBlob(entry->second.lines);

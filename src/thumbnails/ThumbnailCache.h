@@ -6,8 +6,8 @@
 
 #include <cstdint>
 #include <filesystem>
-#include <optional>
 #include <list>
+#include <optional>
 #include <unordered_map>
 #include <unordered_set>
 #endif

@@ -1,8 +1,8 @@
 #include "ui/GalleryView.h"
 #include "ui/Messages.h"
 
-#include "model/FlowLibrary.h"
 #include "library/ScreenFiles.h"
+#include "model/FlowLibrary.h"
 #include "thumbnails/ThumbnailCache.h"
 
 #include <QApplication>

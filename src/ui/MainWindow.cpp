@@ -649,12 +649,11 @@ void MainWindow::updateActions() {
     // Nor are thumbnails written into it: they go to the user's cache meanwhile.
     std::optional<std::filesystem::path> thumbnailsElsewhere;
     if (readOnly)
-        thumbnailsElsewhere =
-            std::filesystem::path(
-                QStandardPaths::writableLocation(QStandardPaths::GenericCacheLocation)
-                    .toStdString()) /
-            "varnel" / "read-only-thumbnails" /
-            std::to_string(std::hash<std::string>{}(library_.root().string()));
+        thumbnailsElsewhere = std::filesystem::path(QStandardPaths::writableLocation(
+                                                        QStandardPaths::GenericCacheLocation)
+                                                        .toStdString()) /
+                              "varnel" / "read-only-thumbnails" /
+                              std::to_string(std::hash<std::string>{}(library_.root().string()));
     thumbnails_.setThumbnailFolder(thumbnailsElsewhere);
     if (readOnly) {
         readOnlyBanner_->setText(

@@ -7,11 +7,11 @@
 #include "figma/FigmaPlugin.h"
 #include "text/ApertiumEngine.h"
 #include "text/LibreTranslateEngine.h"
+#include "ui/EditorCanvas.h"
 #include "ui/FigmaFlowBar.h"
 #include "ui/Messages.h"
 #include "ui/ScreenEditor.h"
 #include "ui/ScreenPreview.h"
-#include "ui/EditorCanvas.h"
 #include "ui/TranslationOverlay.h"
 
 #include <QDesktopServices>
@@ -69,8 +69,7 @@ void MainWindow::applyTranslation() {
     // A library open read-only is never written, translations included.
     translationKeeps_ = !library_.readOnlyReason();
     auto translate = [root = library_.root(), server = settings_.translationServer(),
-                      keep = translationKeeps_](const ScreenID& screen,
-                                                         const std::string& to) {
+                      keep = translationKeeps_](const ScreenID& screen, const std::string& to) {
         const FlowStore store(root);
         const ApertiumEngine apertium;
         std::vector<const TranslationEngine*> engines{&apertium};

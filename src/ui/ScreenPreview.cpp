@@ -1,9 +1,9 @@
 #include "ui/ScreenPreview.h"
 #include "ui/Messages.h"
 
-#include "model/FlowLibrary.h"
 #include "library/ScreenFiles.h"
 #include "media/PosterFrame.h"
+#include "model/FlowLibrary.h"
 #include "thumbnails/ThumbnailCache.h"
 #include "ui/GalleryView.h"
 

@@ -1,6 +1,6 @@
 #include "capture/SessionController.h"
-#include "library/FlowStore.h"
 #include "library/FileOps.h"
+#include "library/FlowStore.h"
 #include "library/LibraryCheck.h"
 #include "library/LibraryLayout.h"
 #include "support/SmallDisk.h"

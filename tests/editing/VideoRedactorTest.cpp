@@ -1,6 +1,6 @@
 // Zones on clips: a real clip made here is baked, decoded and compared frame by frame.
-#include "archive/AppArchive.h"
 #include "editing/VideoRedactor.h"
+#include "archive/AppArchive.h"
 #include "editing/ImageRedactor.h"
 #include "model/FlowLibrary.h"
 #include "support/MediaProbe.h"
@@ -234,7 +234,8 @@ TEST_F(VideoRedactorTest, ABakeNeverLandsOnAClipThatTookItsPlace) {
     // made in its place under the same name keeps its own clip as it is.
     const FlowMeta old = store().meta(folder);
     store().deleteFlow(folder);
-    const std::string again = store().createEmptyFlow("Acme", "Clip", std::nullopt, Date{}).folderName;
+    const std::string again =
+        store().createEmptyFlow("Acme", "Clip", std::nullopt, Date{}).folderName;
     ASSERT_EQ(again, folder);
     ASSERT_TRUE(writeTestClip(dir / "new.mov", kWidth, kHeight, 10, true));
     store().addScreens(again, {dir / "new.mov"}, Date{});

@@ -452,7 +452,8 @@ TEST(FigmaExportTest, PackageHoldsTheManifestAndTheStills) {
     test::writeFile(dir / "02.mov", "clip");
     test::writeFile(dir / "03.png", test::pngBytes(4, 8, "three"));
     // A blurred screen's untouched copy, its patch and the recognized text stay home.
-    meta.screens[0].redactions = std::vector<RedactShape>{{"", RedactShape::Kind::rect, {0, 0, 1, 0.5}}};
+    meta.screens[0].redactions =
+        std::vector<RedactShape>{{"", RedactShape::Kind::rect, {0, 0, 1, 0.5}}};
     test::writeFile(dir / "01.orig.png", test::pngBytes(4, 8, "one, unblurred"));
     test::writeFile(dir / "01.patch-AAAAAAAA-0000-4000-8000-000000000001.png", "patch");
     test::writeFile(dir / "ocr.json", R"({"screens": {"01.png": {"mtime": 1, "text": "secret"}}})");

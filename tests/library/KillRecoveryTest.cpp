@@ -3,9 +3,9 @@
 // old or its new version, complete and listed, with no screen's bytes lost and nothing hidden
 // left behind.
 #include "archive/AppArchive.h"
+#include "archive/ArchiveImport.h"
 #include "capture/SessionController.h"
 #include "editing/ScreenEdits.h"
-#include "archive/ArchiveImport.h"
 #include "library/LibraryCheck.h"
 #include "library/LibraryLayout.h"
 #include "support/CliRun.h"
@@ -15,8 +15,8 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
-#include <sstream>
 #include <iostream>
+#include <sstream>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -380,15 +380,15 @@ protected:
     // system call of `set` (from the first that touches the library); returns whether it was.
     static bool killedAt(const std::string& operation, const fs::path& root, const char* set,
                          long n, const fs::path& archive) {
-        const std::string inject = std::string("inject=") + set +
-                                   ":signal=KILL:when=" + std::to_string(n);
+        const std::string inject =
+            std::string("inject=") + set + ":signal=KILL:when=" + std::to_string(n);
         const pid_t child = ::fork();
         if (child == 0) {
             // Only the calls of the set stop the process (a set not traced is not injected).
             const std::string trace = std::string("trace=") + set;
-            ::execlp("strace", "strace", "-f", "-qq", "-o", "/dev/null", "-e", trace.c_str(),
-                     "-e", inject.c_str(), VARNEL_KILL_SUBJECT, operation.c_str(),
-                     root.c_str(), archive.c_str(), static_cast<char*>(nullptr));
+            ::execlp("strace", "strace", "-f", "-qq", "-o", "/dev/null", "-e", trace.c_str(), "-e",
+                     inject.c_str(), VARNEL_KILL_SUBJECT, operation.c_str(), root.c_str(),
+                     archive.c_str(), static_cast<char*>(nullptr));
             ::_exit(127);
         }
         int status = 0;
@@ -405,9 +405,8 @@ protected:
         const pid_t child = ::fork();
         if (child == 0) {
             ::execlp("strace", "strace", "-qq", "-o", log.c_str(), "-e",
-                     (std::string("trace=") + set).c_str(), VARNEL_KILL_SUBJECT,
-                     operation.c_str(), root.c_str(), archive.c_str(),
-                     static_cast<char*>(nullptr));
+                     (std::string("trace=") + set).c_str(), VARNEL_KILL_SUBJECT, operation.c_str(),
+                     root.c_str(), archive.c_str(), static_cast<char*>(nullptr));
             ::_exit(127);
         }
         int status = 0;
@@ -443,15 +442,14 @@ protected:
 
     // Kills the operation at every call of each set in turn, on a fresh copy each time, until
     // it runs to its end; then repairs the library as opening it would and checks it.
-    Figures killAtEveryCall(const std::string& operation, const fs::path& from,
-                            const Check& check, long most = 400,
-                            const fs::path& archive = {},
+    Figures killAtEveryCall(const std::string& operation, const fs::path& from, const Check& check,
+                            long most = 400, const fs::path& archive = {},
                             const std::function<void(const fs::path&)>& beforeRepairs = {}) {
         Figures figures;
         for (const auto& calls : kCalls) {
             const fs::path probe = copyOf(from);
-            const long skip = callsBeforeLibrary(operation, probe, calls.set, archive,
-                                                 dir / "strace.log");
+            const long skip =
+                callsBeforeLibrary(operation, probe, calls.set, archive, dir / "strace.log");
             fs::remove_all(probe);
             for (long n = skip + 1; n <= skip + most; ++n) {
                 SCOPED_TRACE(operation + " killed at " + calls.name + " #" + std::to_string(n));
@@ -561,16 +559,15 @@ TEST_F(KillRecoveryTest, BlursAndRevertsSurviveAKillAtEveryStep) {
     report("blur a blurred still again", killEverywhere(
                                              base,
                                              [&](FlowStore& s, const fs::path&) {
-                                                 ScreenEdits::save(s, signUp, "02.png", zone,
-                                                                   style, {});
+                                                 ScreenEdits::save(s, signUp, "02.png", zone, style,
+                                                                   {});
                                              },
                                              false));
-    report("revert", killEverywhere(
-                         base,
-                         [&](FlowStore& s, const fs::path&) {
-                             ScreenEdits::revert(s, signUp, "02.png");
-                         },
-                         false));
+    report("revert",
+           killEverywhere(
+               base,
+               [&](FlowStore& s, const fs::path&) { ScreenEdits::revert(s, signUp, "02.png"); },
+               false));
 }
 
 TEST_F(KillRecoveryTest, CaptureSavesSurviveAKillAtEveryStep) {
@@ -611,8 +608,7 @@ TEST_F(KillRecoveryTest, RealProcessesSurviveAKillAtEverySystemCall) {
            killAtEveryCall("capture-append", base, captured(logIn), 400, {}, staged));
     report("blur (system calls)", killAtEveryCall("blur", base, oldOrNew("blur", false)));
     report("revert (system calls)", killAtEveryCall("revert", base, oldOrNew("revert", false)));
-    report("move screens (system calls)",
-           killAtEveryCall("move", base, oldOrNew("move", false)));
+    report("move screens (system calls)", killAtEveryCall("move", base, oldOrNew("move", false)));
 
     // Recovery itself, of a move killed half way, killed in turn at every call.
     const fs::path interrupted = copyOf(base);
@@ -643,7 +639,8 @@ TEST_F(KillRecoveryTest, RealProcessesSurviveAKillAtEverySystemCall) {
             for (auto& screen : flow.screens)
                 if (screen.starts_with("03.mov:") && !screen.starts_with("03.mov:" + clipBytes)) {
                     const auto edits = screen.find('|');
-                    screen = "03.mov:<baked>" + (edits == std::string::npos ? "" : screen.substr(edits));
+                    screen =
+                        "03.mov:<baked>" + (edits == std::string::npos ? "" : screen.substr(edits));
                 }
     };
     LibraryState clipBefore = stateOf(clipBase);

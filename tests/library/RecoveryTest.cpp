@@ -1,7 +1,7 @@
-#include "model/FlowLibrary.h"
 #include "library/FlowStore.h"
 #include "library/LibraryCheck.h"
 #include "library/LibraryLayout.h"
+#include "model/FlowLibrary.h"
 #include "support/TestLibrary.h"
 
 #include <gtest/gtest.h>

@@ -3,7 +3,6 @@
 #include "editing/ImageRedactor.h"
 #include "library/FlowStore.h"
 #include "model/FlowLibrary.h"
-#include "text/SearchFold.h"
 #include "support/CliRun.h"
 #include "support/TestLibrary.h"
 #include "text/ApertiumEngine.h"
@@ -12,6 +11,7 @@
 #include "text/OCRIndex.h"
 #include "text/ScreenOCR.h"
 #include "text/ScreenTranslator.h"
+#include "text/SearchFold.h"
 
 #include <QFont>
 #include <QGuiApplication>
@@ -266,8 +266,8 @@ WhereWordsShow whereShows(FlowLibrary& library, const std::string& folder,
                           const std::string& word) {
     WhereWordsShow found;
     found.search = !library.textSearchIndex().hits(SearchFold::fold(word), folder).empty();
-    found.stored = readFile(library.store().flowURL(folder) / "ocr.json").find(word) !=
-                   std::string::npos;
+    found.stored =
+        readFile(library.store().flowURL(folder) / "ocr.json").find(word) != std::string::npos;
     for (const auto& line : library.textLines(folder, "01.png"))
         found.overlay |= line.text.find(word) != std::string::npos;
     found.commandLine =
@@ -278,7 +278,8 @@ WhereWordsShow whereShows(FlowLibrary& library, const std::string& folder,
 // Blurring a line hides its words from every reader of the text, also after a translation of
 // the screen and another text pass; reverting brings them back.
 TEST_F(TranslationTest, WordsUnderAZoneAreGoneFromSearchStoredTextAndOverlay) {
-    drawScreen(store.flowURL(folder) / "01.png", {{600, "Cuenta secreta"}, {1500, "Buscar amigos"}});
+    drawScreen(store.flowURL(folder) / "01.png",
+               {{600, "Cuenta secreta"}, {1500, "Buscar amigos"}});
 
     FlowLibrary library(FlowStore(store.root()));
     library.open();
