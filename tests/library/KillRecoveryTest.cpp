@@ -268,7 +268,7 @@ protected:
             SessionController session(store, [&] {
                 ++shot;
                 return std::optional<CapturedFrame>(
-                    {pngBytes(1179, 2556, "shot " + std::to_string(shot)), 1179, 2556});
+                    {pngBytes(1179, 2556, "shot " + std::to_string(shot)), 1179, 2556, {}});
             });
             session.start(appendTo);
             session.add(CaptureSource::manual);
