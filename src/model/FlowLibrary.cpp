@@ -319,6 +319,7 @@ std::vector<std::string> FlowLibrary::addScreens(const std::string& folderName,
 }
 
 void FlowLibrary::screenFileChanged(const std::string& folderName, const std::string& filename) {
+    picturesChanged_.insert(folderName);
     // Its text waits to be read again from the new picture; until then search doesn't find it.
     if (auto flow = ocrIndex_.find(folderName);
         flow != ocrIndex_.end() && flow->second.erase(filename) > 0) {

@@ -270,6 +270,9 @@ private:
     // What the next pass reads: every flow, or those touched since the last.
     bool textAllDirty_ = true;
     std::set<std::string> textDirty_;
+    // Flows whose pictures changed (a blur, a revert) since the running pass began: what the
+    // pass read of them may be of a picture that is gone.
+    std::set<std::string> picturesChanged_;
     bool ocrRerunRequested_ = false;
     bool automaticText_ = false;
     unsigned ocrGeneration_ = 0;

@@ -1,6 +1,7 @@
 // The library's text index: refresh passes over every flow's "ocr.json" on a worker thread.
 #include "model/FlowLibrary.h"
 
+#include "text/OCRSidecar.h"
 #include "text/ScreenOCR.h"
 #include "text/SearchCache.h"
 
@@ -56,6 +57,7 @@ void FlowLibrary::startOCRPass() {
     const bool everyFlow = textAllDirty_;
     textAllDirty_ = false;
     textDirty_.clear();
+    picturesChanged_.clear();
     const unsigned generation = ocrGeneration_;
     cancelOCR_ = std::make_shared<std::atomic<bool>>(false);
     ocrPool_.setMaxThreadCount(1);
@@ -108,10 +110,14 @@ void FlowLibrary::startOCRPass() {
                     lastProgress = now;
                     post([this, left = remaining] { emit ocrProgress(left); });
                 };
+                const auto before = SearchCache::stampOf(store.flowURL(folder));
                 auto derived =
                     OCRIndex::derive(store, folder, recognize, recognized, cancel.get(), readOnly);
+                // Kept for the command line's search only when the flow's record stayed as it
+                // was while it was read: a blur meanwhile makes what was read out of date.
                 if (const auto stamp = SearchCache::stampOf(store.flowURL(folder));
-                    stamp && !readOnly)
+                    stamp && before && stamp->metaTime == before->metaTime &&
+                    stamp->metaSize == before->metaSize && !readOnly)
                     cache.store(folder, *stamp, derived);
                 post([this, folder, derived = std::move(derived)] { applyText(folder, derived); });
             } catch (const std::exception&) {
@@ -150,7 +156,17 @@ void FlowLibrary::adoptCachedText(CachedText loaded) {
     emit ocrIndexReplaced();
 }
 
-void FlowLibrary::applyText(const std::string& folder, const OCRIndex::Derived& derived) {
+void FlowLibrary::applyText(const std::string& folder, const OCRIndex::Derived& read) {
+    // A screen blurred while the pass read it: its text read from the old picture never shows.
+    OCRIndex::Derived derived = read;
+    if (picturesChanged_.contains(folder)) {
+        const auto flowFolder = store_.flowURL(folder);
+        std::erase_if(derived.text, [&](const auto& entry) {
+            const auto readAt = derived.stills.find(entry.first);
+            return readAt == derived.stills.end() || !readAt->second ||
+                   modificationTime(flowFolder / entry.first) != *readAt->second;
+        });
+    }
     // Most flows read again are as they were: nothing to rebuild, nobody to tell.
     const auto text = ocrIndex_.find(folder);
     const auto media = mediaIndex_.find(folder);

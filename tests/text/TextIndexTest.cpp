@@ -7,6 +7,7 @@
 #include "text/OCRSidecar.h"
 #include "text/ScreenOCR.h"
 #include "text/SearchCache.h"
+#include "text/SearchFold.h"
 
 #include <QCoreApplication>
 #include <QSemaphore>
@@ -193,6 +194,40 @@ TEST_F(TextIndexTest, RequestsDuringAPassMakeExactlyOneMore) {
     EXPECT_FALSE(library.isIndexingText());
     EXPECT_EQ(library.ocrIndex().at(folder).at("01.png"), "hello");
     EXPECT_EQ(library.mediaIndex().at(folder), (MediaCounts{2, 1}));
+}
+
+// A screen blurred while a pass reads it: what the pass read of the old picture is never
+// searchable, even before another pass reads the new one.
+TEST_F(TextIndexTest, AScreenBlurredWhileAPassReadsItIsNotSearchable) {
+    FlowLibrary library{FlowStore(dir / "library")};
+    library.open();
+    QSemaphore entered;
+    QSemaphore release;
+    std::atomic<bool> first = true;
+    library.setRecognizerFactory([&] {
+        return OCRIndex::Recognizer(
+            [&](const fs::path& file) -> std::optional<std::vector<TextLine>> {
+                if (first.exchange(false)) {
+                    entered.release();
+                    release.acquire();
+                }
+                const bool secret = file.filename() == "01.png";
+                return std::vector<TextLine>{
+                    {secret ? "Secret Balance" : "Other", {0.1, 0.2, 0.3, 0.05}, std::nullopt}};
+            });
+    });
+    library.refreshOCRIndex();
+    entered.acquire(); // the pass reads the first picture as it is now
+    const std::vector<RedactShape> zone{{"z", RedactShape::Kind::rect, {0, 0.15, 1, 0.2}}};
+    ASSERT_TRUE(library.saveEdits(folder, "01.png", zone, defaultStyle(RedactPreset::light), {}));
+    release.release();
+    library.waitForTextRecognition();
+    EXPECT_TRUE(library.textSearchIndex().hits(SearchFold::fold("secret"), folder).empty());
+    EXPECT_FALSE(library.ocrIndex().at(folder).contains("01.png"));
+    EXPECT_EQ(library.ocrIndex().at(folder).at("02.png"), "other") << "the rest is searchable";
+    EXPECT_EQ(runCli({"search", "secret"}, library.root().string()).out.find("01.png"),
+              std::string::npos)
+        << "nor does the command line's search cache hold it";
 }
 
 // A pass that finds a flow as it was touches nothing: no rebuilt search, no redrawn gallery.
