@@ -124,16 +124,9 @@ void FlowStore::bakeScreen(std::string_view folderName, const std::string& filen
         dropIntent(intent);
         throw;
     }
-    std::set<std::string> kept;
-    for (const auto& [patch, png] : bake.patches)
-        kept.insert(patch.file);
     try {
         ops_.folderRemover(flowDir / previous);
-        for (const auto& old :
-             current.screen(filename)->patches.value_or(std::vector<RedactPatch>{}))
-            if (!kept.contains(old.file) && ScreenFiles::isPatchOf(old.file, filename) &&
-                LibraryLayout::isSafeFileName(old.file) && FileOps::exists(flowDir / old.file))
-                ops_.folderRemover(flowDir / old.file);
+        removePatchesOf(folder, filename);
     } catch (const std::exception&) {
         return; // saved; the note stays and opening the library tidies up
     }
