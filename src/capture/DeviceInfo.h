@@ -4,8 +4,9 @@
 
 namespace varnel {
 
-// A capture source: a camera-type device ("/dev/v4l/by-id/…", a serial, a PipeWire node) or
-// an emulator window ("window:" + its X window id). Identity is the id alone.
+// A capture source: a camera-type device ("/dev/v4l/by-id/…", a serial, a PipeWire node), an
+// Android device ("adb:" + serial) or a window ("window:" + its X window id). Identity is the id
+// alone.
 struct DeviceInfo {
     std::string id;
     std::string name;

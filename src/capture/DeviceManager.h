@@ -45,7 +45,7 @@ struct DeviceSources {
     AdbAddress adb = AdbAddress::current();
 };
 
-// The list of capture sources (cameras, Android devices, then emulator windows) and the
+// The list of capture sources (cameras, Android devices, then windows) and the
 // selection among them, kept across connects, disconnects and restarts. Main thread only.
 class DeviceManager : public QObject {
     Q_OBJECT

@@ -47,7 +47,7 @@ std::vector<SimulatorWindow> select(const std::vector<X11Window>& windows) {
         if (window.title.find("Remote") != std::string::npos)
             continue;
         out.push_back(SimulatorWindow{
-            DeviceInfo{deviceID(window.id), "Simulator — " + window.title, true}, window});
+            DeviceInfo{deviceID(window.id), "Window — " + window.title, true}, window});
     }
     return out;
 }

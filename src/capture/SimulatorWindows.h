@@ -18,7 +18,8 @@ struct X11Window {
     int height = 0;
 };
 
-// A window that may be captured, with the id and name the source list shows.
+// A window that may be captured, with the id and name the source list shows ("Window — " and
+// its title: a mirroring tool's window is no simulator).
 struct SimulatorWindow {
     DeviceInfo device;
     X11Window window;

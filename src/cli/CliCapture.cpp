@@ -147,7 +147,7 @@ int capture(Invocation& inv, FlowStore& store, std::ostream& out, std::ostream& 
             release();
         }
     } catch (const CaptureError& e) {
-        throw LibraryError(std::string(device.isWindow ? "Couldn’t start Simulator capture: "
+        throw LibraryError(std::string(device.isWindow ? "Couldn’t capture the window: "
                                                        : "Couldn’t switch device: ") +
                            e.what());
     }

@@ -9,6 +9,7 @@
 #include "ui/FinishCaptureDialog.h"
 #include "ui/LivePreview.h"
 #include "ui/Messages.h"
+#include "ui/SecondaryWindows.h"
 
 #include <QBoxLayout>
 #include <QCheckBox>
@@ -19,6 +20,7 @@
 #include <QLabel>
 #include <QListWidget>
 #include <QMenu>
+#include <QMessageBox>
 #include <QPushButton>
 #include <QShortcut>
 #include <QtConcurrent>
@@ -46,6 +48,14 @@ QIcon stagedIcon(const std::filesystem::path& file) {
     return QIcon(QPixmap::fromImage(image));
 }
 
+// What the picker shows: what kind of source it is, then its name. Android devices and windows
+// are named so already; the rest are V4L2 and PipeWire devices.
+QString sourceLabel(const DeviceInfo& device) {
+    if (device.isWindow || AdbSources::isAdbID(device.id))
+        return qs(device.name);
+    return CaptureWindow::tr("Camera — %1").arg(qs(device.name));
+}
+
 } // namespace
 
 CaptureWindow::CaptureWindow(FlowLibrary& library, AppSettings& settings, DeviceManager& devices,
@@ -56,6 +66,7 @@ CaptureWindow::CaptureWindow(FlowLibrary& library, AppSettings& settings, Device
       }) {
     setWindowTitle(tr("New Capture"));
     buildLayout();
+    behaveAsSecondaryWindow(this);
 
     connect(&devices_, &DeviceManager::devicesChanged, this, &CaptureWindow::rebuildSources);
     connect(&devices_, &DeviceManager::selectionChanged, this, [this] {
@@ -93,7 +104,7 @@ CaptureWindow::~CaptureWindow() {
 void CaptureWindow::buildLayout() {
     sources_ = new QComboBox(this);
     sources_->setMinimumWidth(260);
-    refresh_ = new QPushButton(tr("Refresh"), this);
+    refresh_ = new QPushButton(tr("R&efresh"), this);
     target_ = new QLabel(this);
     target_->setVisible(false);
     preview_ = new LivePreview(this);
@@ -103,8 +114,8 @@ void CaptureWindow::buildLayout() {
     record_ = new QPushButton(tr("Record Clip"), this);
     record_->setCheckable(true);
     record_->setToolTip(tr("Start or stop recording a clip (R)"));
-    finish_ = new QPushButton(tr("Finish…"), this);
-    discard_ = new QPushButton(tr("Discard"), this);
+    finish_ = new QPushButton(tr("&Finish…"), this);
+    discard_ = new QPushButton(tr("&Discard"), this);
     strip_ = new QListWidget(this);
     strip_->setViewMode(QListView::IconMode);
     strip_->setFlow(QListView::LeftToRight);
@@ -118,16 +129,20 @@ void CaptureWindow::buildLayout() {
     // Room for a problem and the screen count under it, without the layout jumping.
     status_->setMinimumHeight(2 * status_->fontMetrics().lineSpacing() + 4);
 
-    includeWindows_ = new QCheckBox(tr("Include emulator windows"), this);
+    includeWindows_ = new QCheckBox(tr("Include &windows"), this);
     includeWindows_->setChecked(settings_.includeSimulator());
-    includeWindows_->setToolTip(
-        tr("List the windows of the iOS Simulator, the Android Emulator, scrcpy and AirPlay "
-           "receivers as sources."));
-    connect(includeWindows_, &QCheckBox::toggled, this,
-            [this](bool on) { settings_.setIncludeSimulator(on); });
+    includeWindows_->setToolTip(tr("List the windows of the Android Emulator and of mirroring "
+                                   "tools (scrcpy, AirPlay receivers) as sources."));
+    connect(includeWindows_, &QCheckBox::toggled, this, [this](bool on) {
+        settings_.setIncludeSimulator(on);
+        if (!devices_.selectedInfo())
+            showNoSource(); // the hint names what is left to do
+    });
 
     auto* top = new QHBoxLayout;
-    top->addWidget(new QLabel(tr("Source:"), this));
+    auto* sourceLabel = new QLabel(tr("&Source:"), this);
+    sourceLabel->setBuddy(sources_);
+    top->addWidget(sourceLabel);
     top->addWidget(sources_, 1);
     top->addWidget(refresh_);
     top->addWidget(includeWindows_);
@@ -194,9 +209,9 @@ void CaptureWindow::rebuildSources() {
     const QSignalBlocker blocker(sources_);
     sources_->clear();
     for (const auto& device : devices_.devices())
-        sources_->addItem(qs(device.name), qs(device.id));
+        sources_->addItem(sourceLabel(device), qs(device.id));
     if (devices_.devices().empty()) {
-        sources_->addItem(tr("No device"));
+        sources_->addItem(tr("No source found"));
         sources_->setEnabled(false);
         return;
     }
@@ -210,7 +225,7 @@ void CaptureWindow::userPicked(int index) {
     if (id.empty() || id == devices_.selectedID())
         return;
     if (session_.isRecording()) {
-        showStatus(tr("Stop the flow to switch camera"));
+        showStatus(tr("Finish or discard the session to switch sources."));
         rebuildSources(); // back to the source in use
         return;
     }
@@ -262,8 +277,8 @@ void CaptureWindow::startSelectedSource() {
                                       .arg(qs(selected->name)));
             return;
         }
-        preview_->showMessage(selected->isWindow ? tr("Couldn't start Simulator capture:")
-                                                 : tr("Couldn't switch device:"),
+        preview_->showMessage(selected->isWindow ? tr("Couldn’t capture the window")
+                                                 : tr("Couldn’t start the source"),
                               QString::fromUtf8(error.what()));
     }
     sessionChanged();
@@ -288,12 +303,17 @@ void CaptureWindow::showNoSource() {
         sessionChanged();
         return;
     }
-    // The title stays; on Linux the ways to a phone's screen are these.
+    // The ways to a phone's screen on Linux: adb, a V4L2 device, or a window on the X server.
+    const QString windows = settings_.includeSimulator()
+                                ? tr("open a mirroring window (scrcpy, the Android Emulator)")
+                                : tr("open a mirroring window (scrcpy, the Android Emulator) and "
+                                     "tick “Include windows”");
     preview_->showMessage(
-        tr("No iPhone detected"),
-        tr("Connect an Android phone with USB debugging on (Settings ▸ Developer options), start "
-           "an Android emulator, plug in a camera-type device, or tick “Include emulator "
-           "windows” to capture an emulator's window; then refresh."));
+        tr("No phone, emulator or window found"),
+        tr("Connect an Android phone by USB with USB debugging on (Settings ▸ System ▸ Developer "
+           "options), start an Android emulator, or %1. Cameras and capture devices (V4L2) are "
+           "listed too. Then click Refresh.")
+            .arg(windows));
     sessionChanged();
 }
 
@@ -304,7 +324,7 @@ bool CaptureWindow::ensureSession() {
         session_.start(appendTarget_);
         return true;
     } catch (const std::exception& e) {
-        showError(this, tr("Couldn't start session: ") + QString::fromUtf8(e.what()), {});
+        showError(this, tr("Couldn’t start the session"), QString::fromUtf8(e.what()));
         return false;
     }
 }
@@ -403,10 +423,8 @@ void CaptureWindow::finish() {
         saved = session_.stop(answer->application, answer->name, answer->category, deviceName);
     } catch (const std::exception& e) {
         library_.reload();
-        showError(this,
-                  appending ? tr("Couldn't add screens: ") + QString::fromUtf8(e.what())
-                            : tr("Couldn't save the flow: ") + QString::fromUtf8(e.what()),
-                  {});
+        showError(this, appending ? tr("Couldn’t add the screens") : tr("Couldn’t save the flow"),
+                  QString::fromUtf8(e.what()));
         return;
     }
     if (!saved) {
@@ -464,19 +482,50 @@ void CaptureWindow::removeStaged(const std::string& filename) {
 void CaptureWindow::closeEvent(QCloseEvent* event) {
     // A clip being recorded counts: it would be lost as well.
     const bool recordingClip = service_.isRecordingVideo() || session_.isRecordingVideo();
-    if (session_.isRecording() && (session_.screenCount() > 0 || recordingClip) &&
-        !askToDiscard(recordingClip ? tr("Close and discard the clip being recorded?")
-                                    : tr("Close and discard the captured screens?"),
-                      tr("Finish… saves them as a flow."))) {
-        event->ignore();
-        return;
+    if (session_.isRecording() && (session_.screenCount() > 0 || recordingClip)) {
+        const CloseAnswer answer = askBeforeClosing(recordingClip);
+        if (answer == CloseAnswer::finish) {
+            finish();
+            if (session_.isRecording()) { // the save was cancelled or failed
+                event->ignore();
+                return;
+            }
+        } else if (answer != CloseAnswer::discard) {
+            event->ignore();
+            return;
+        }
     }
     if (service_.isRecordingVideo())
         service_.stopRecording();
     session_.cancel();
     service_.stop();
     runningSource_.reset();
+    preview_->setRecording(false);
     event->accept();
+}
+
+CaptureWindow::CloseAnswer CaptureWindow::askBeforeClosing(bool recordingClip) {
+    // A clip still being written can't be saved yet: it is kept only by stopping it first.
+    const QString text = recordingClip ? tr("A clip is being recorded")
+                         : session_.screenCount() == 1
+                             ? tr("1 captured screen is not saved")
+                             : tr("%1 captured screens are not saved").arg(session_.screenCount());
+    QMessageBox box(QMessageBox::Warning, tr("Unsaved Screens"), text, QMessageBox::NoButton, this);
+    box.setInformativeText(recordingClip
+                               ? tr("Closing the window discards the clip and the session. Stop "
+                                    "the clip first to keep it.")
+                               : tr("Finish… saves them as a flow; closing without it discards "
+                                    "them."));
+    QPushButton* finish =
+        recordingClip ? nullptr : box.addButton(tr("&Finish…"), QMessageBox::AcceptRole);
+    QPushButton* discard = box.addButton(tr("&Discard"), QMessageBox::DestructiveRole);
+    QPushButton* cancel = box.addButton(QMessageBox::Cancel);
+    box.setDefaultButton(finish ? finish : cancel);
+    box.setEscapeButton(cancel);
+    box.exec();
+    if (finish && box.clickedButton() == finish)
+        return CloseAnswer::finish;
+    return box.clickedButton() == discard ? CloseAnswer::discard : CloseAnswer::cancel;
 }
 
 void CaptureWindow::showEvent(QShowEvent* event) {
@@ -491,6 +540,7 @@ void CaptureWindow::sessionChanged() {
     record_->setEnabled(service_.isRunning() || clip);
     record_->setChecked(clip);
     record_->setText(clip ? tr("Stop Clip") : tr("Record Clip"));
+    preview_->setRecording(clip);
     finish_->setEnabled(running && !clip);
     discard_->setEnabled(running);
 

@@ -68,6 +68,9 @@ public:
     // Asks before captured screens are thrown away; set by tests to skip the dialog.
     std::function<bool(const QString& question)> confirmDiscard;
 
+    // What closing the window with screens not yet saved does.
+    enum class CloseAnswer { finish, discard, cancel };
+
 signals:
     // A flow was saved or extended; its folder name.
     void flowSaved(const QString& folderName);
@@ -91,6 +94,7 @@ private:
     void clipEnded();
     void clipFailed(const QString& reason, bool kept);
     bool askToDiscard(const QString& question, const QString& details);
+    CloseAnswer askBeforeClosing(bool recordingClip);
     void showStatus(const QString& text);
     // A failure stays in the status line until the next capture succeeds.
     void showProblem(const QString& text);

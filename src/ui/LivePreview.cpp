@@ -5,12 +5,44 @@
 
 namespace varnel {
 
-LivePreview::LivePreview(QWidget* parent) : QWidget(parent) {
+LivePreview::LivePreview(QWidget* parent)
+    : QWidget(parent), clock([] { return std::chrono::steady_clock::now(); }) {
     setMinimumSize(240, 320);
     setAttribute(Qt::WA_OpaquePaintEvent);
     badge_.setSingleShot(true);
     badge_.setInterval(700);
     connect(&badge_, &QTimer::timeout, this, qOverload<>(&QWidget::update));
+    // A window source sends no frame while nothing on it moves: the time goes on regardless.
+    recordingTick_.setInterval(1000);
+    connect(&recordingTick_, &QTimer::timeout, this, &LivePreview::tick);
+}
+
+void LivePreview::setRecording(bool recording) {
+    if (recording == isRecording())
+        return;
+    if (recording) {
+        recordingSince_ = clock();
+        recordingTick_.start();
+    } else {
+        recordingSince_.reset();
+        recordingTick_.stop();
+    }
+    update();
+}
+
+QString LivePreview::recordedTime() const {
+    if (!recordingSince_)
+        return {};
+    const auto seconds =
+        std::chrono::duration_cast<std::chrono::seconds>(clock() - *recordingSince_).count();
+    const auto whole = std::max<std::int64_t>(0, seconds);
+    return QStringLiteral("%1:%2")
+        .arg(whole / 60, 2, 10, QLatin1Char('0'))
+        .arg(whole % 60, 2, 10, QLatin1Char('0'));
+}
+
+void LivePreview::tick() {
+    update();
 }
 
 void LivePreview::showFrame(const VideoFrame& frame) {
@@ -74,10 +106,13 @@ void LivePreview::paintEvent(QPaintEvent*) {
         painter.setPen(QColor(160, 160, 170));
         const QRect lower(rect().adjusted(24, height() / 2 + 10, -24, 0));
         painter.drawText(lower, Qt::AlignHCenter | Qt::AlignTop | Qt::TextWordWrap, hint_);
+        paintRecording(painter, rect());
         return;
     }
-    if (picture_.isNull())
+    if (picture_.isNull()) {
+        paintRecording(painter, rect());
         return;
+    }
     painter.setRenderHint(QPainter::SmoothPixmapTransform);
     const QRect target = pictureRect();
     painter.drawImage(target, picture_);
@@ -96,6 +131,31 @@ void LivePreview::paintEvent(QPaintEvent*) {
         painter.setPen(Qt::white);
         painter.drawText(pill, Qt::AlignCenter, text);
     }
+    paintRecording(painter, target);
+}
+
+void LivePreview::paintRecording(QPainter& painter, const QRect& area) {
+    if (!recordingSince_)
+        return;
+    painter.save();
+    painter.setRenderHint(QPainter::Antialiasing);
+    QFont bold = font();
+    bold.setBold(true);
+    painter.setFont(bold);
+    const QFontMetrics metrics = painter.fontMetrics();
+    const QString label = QStringLiteral("REC  ") + recordedTime();
+    const int dot = metrics.height() * 3 / 5;
+    const QSize size(dot + 8 + metrics.horizontalAdvance(label) + 24, metrics.height() + 12);
+    const QRect pill(area.topLeft() + QPoint(12, 12), size);
+    QPainterPath path;
+    path.addRoundedRect(pill, pill.height() / 2.0, pill.height() / 2.0);
+    painter.fillPath(path, QColor(0, 0, 0, 170));
+    painter.setPen(Qt::NoPen);
+    painter.setBrush(QColor(235, 40, 40));
+    painter.drawEllipse(QRect(pill.left() + 12, pill.center().y() - dot / 2, dot, dot));
+    painter.setPen(Qt::white);
+    painter.drawText(pill.adjusted(12 + dot + 8, 0, 0, 0), Qt::AlignLeft | Qt::AlignVCenter, label);
+    painter.restore();
 }
 
 } // namespace varnel

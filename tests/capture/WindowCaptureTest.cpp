@@ -168,9 +168,9 @@ TEST(WindowListTest, OnlyTitledEmulatorWindowsWithoutRemoteAreOffered) {
     for (const auto& window : offered)
         names.push_back(window.device.id + " " + window.device.name);
     EXPECT_EQ(names, (std::vector<std::string>{
-                         "window:1 Simulator — iPhone 15",
-                         "window:5 Simulator — Android Emulator - Pixel_7:5554",
-                         "window:6 Simulator — Pixel 8",
+                         "window:1 Window — iPhone 15",
+                         "window:5 Window — Android Emulator - Pixel_7:5554",
+                         "window:6 Window — Pixel 8",
                      }));
     EXPECT_TRUE(offered.at(0).device.isWindow);
 }
@@ -199,7 +199,7 @@ TEST_F(WindowDevices, IncludeSimulatorAddsAndRemovesWindowsAndThePickIsNotRememb
     manager.waitForWindowRefresh();
     ASSERT_EQ(manager.devices().size(), 1u);
     EXPECT_EQ(manager.devices()[0].id, id);
-    EXPECT_EQ(manager.devices()[0].name, "Simulator — iPad Air");
+    EXPECT_EQ(manager.devices()[0].name, "Window — iPad Air");
     EXPECT_EQ(manager.selectedID(), id);
     manager.select(id);
     EXPECT_EQ(settings.preferredDeviceID(), std::nullopt) << "windows are never remembered";

@@ -9,6 +9,7 @@
 #include "support/TestCamera.h"
 #include "support/TestLibrary.h"
 #include "support/XServer.h"
+#include "ui/FinishCaptureDialog.h"
 #include "ui/GalleryView.h"
 #include "ui/LivePreview.h"
 #include "ui/MainWindow.h"
@@ -18,10 +19,13 @@
 #include <QCheckBox>
 #include <QComboBox>
 #include <QLabel>
+#include <QLineEdit>
 #include <QListWidget>
+#include <QMessageBox>
 #include <QPushButton>
 #include <QSettings>
 #include <QTest>
+#include <QTimer>
 
 #include <gtest/gtest.h>
 #include <xcb/xcb.h>
@@ -30,8 +34,50 @@
 
 using namespace varnel;
 using namespace varnel::test;
+using namespace std::chrono_literals;
 
 namespace {
+
+// Hands the next modal window of type T to `answer` once it is up (it runs inside the window's
+// own event loop).
+template <typename T> void whenModal(QObject* owner, std::function<void(T*)> answer) {
+    auto* poll = new QTimer(owner);
+    QObject::connect(poll, &QTimer::timeout, [poll, answer] {
+        auto* modal = qobject_cast<T*>(QApplication::activeModalWidget());
+        if (!modal)
+            return;
+        poll->stop();
+        poll->deleteLater();
+        answer(modal);
+    });
+    poll->start(10);
+}
+
+QAbstractButton* buttonOf(QMessageBox* box, const QString& text) {
+    for (QAbstractButton* button : box->buttons())
+        if (button->text().remove(QLatin1Char('&')) == text)
+            return button;
+    return nullptr;
+}
+
+QStringList buttonTexts(QMessageBox* box) {
+    QStringList texts;
+    for (QAbstractButton* button : box->buttons())
+        texts << button->text().remove(QLatin1Char('&'));
+    texts.sort();
+    return texts;
+}
+
+// Pixels of the REC mark's red within `area` of the image.
+int redPixels(const QImage& image, const QRect& area) {
+    int count = 0;
+    for (int y = area.top(); y <= area.bottom(); ++y)
+        for (int x = area.left(); x <= area.right(); ++x) {
+            const QColor c = image.pixelColor(x, y);
+            count += c.red() > 200 && c.green() < 80 && c.blue() < 80;
+        }
+    return count;
+}
 
 class CaptureWindowTest : public ::testing::Test {
 protected:
@@ -65,7 +111,7 @@ protected:
 
 TEST_F(CaptureWindowTest, CapturesStillsAndAClipAndSavesThemAsAFlow) {
     auto window = openWith({"varnel-test-ui", "Test Phone", 180, 360, 30, "ball"});
-    EXPECT_EQ(window->sourcePicker()->currentText(), "Test Phone");
+    EXPECT_EQ(window->sourcePicker()->currentText(), "Camera — Test Phone");
     EXPECT_TRUE(window->preview().messageTitle().isEmpty());
 
     ASSERT_TRUE(window->captureStill());
@@ -123,7 +169,7 @@ TEST_F(CaptureWindowTest, SayWhenThereIsNothingToSaveAndRefuseToSwitchMidSession
     ASSERT_GE(other, 0);
     window->sourcePicker()->setCurrentIndex(other);
     emit window->sourcePicker()->activated(other);
-    EXPECT_EQ(window->statusLabel()->text(), "Stop the flow to switch camera");
+    EXPECT_EQ(window->statusLabel()->text(), "Finish or discard the session to switch sources.");
     EXPECT_EQ(devices->selectedID(), "varnel-test-a");
     EXPECT_EQ(window->sourcePicker()->currentData().toString(), "varnel-test-a");
 
@@ -196,22 +242,34 @@ TEST_F(CaptureWindowTest, AnAndroidPhoneIsListedShownAndCapturedByItsScreenshots
     EXPECT_TRUE(window.preview().messageDetails().contains("tap Allow"));
 }
 
-TEST_F(CaptureWindowTest, WithoutASourceTheWindowSaysHowToConnectOne) {
+TEST_F(CaptureWindowTest, WithoutASourceTheWindowSaysWhatToConnectOnLinux) {
     devices = std::make_unique<DeviceManager>(
         settings,
         DeviceSources{[] { return std::vector<DeviceInfo>{}; }, {}, {}, {}, {}, [](auto) {}, {}});
     CaptureWindow window(library, settings, *devices);
     window.show();
-    EXPECT_EQ(window.preview().messageTitle(), "No iPhone detected");
-    // What works on Linux, not what can't.
-    for (const char* way : {"Android phone with USB debugging", "Android emulator",
-                            "camera-type device", "“Include emulator windows”"})
-        EXPECT_TRUE(window.preview().messageDetails().contains(QString::fromUtf8(way))) << way;
-    EXPECT_FALSE(window.preview().messageDetails().contains("Trust This Computer"));
-    EXPECT_EQ(window.sourcePicker()->currentText(), "No device");
+    const QString title = window.preview().messageTitle();
+    EXPECT_EQ(title, "No phone, emulator or window found");
+    const QString details = window.preview().messageDetails();
+    // What works on Linux, and how; nothing that has no way in.
+    for (const char* way :
+         {"Android phone by USB with USB debugging on", "Android emulator", "mirroring window",
+          "scrcpy", "tick “Include windows”", "V4L2", "Refresh"})
+        EXPECT_TRUE(details.contains(QString::fromUtf8(way))) << way;
+    for (const char* absent : {"iPhone", "Simulator", "Trust This Computer"}) {
+        EXPECT_FALSE(title.contains(absent)) << absent;
+        EXPECT_FALSE(details.contains(absent)) << absent;
+    }
+    EXPECT_EQ(window.sourcePicker()->currentText(), "No source found");
     EXPECT_FALSE(window.sourcePicker()->isEnabled());
     EXPECT_FALSE(window.captureStill());
     EXPECT_FALSE(window.session().isRecording()) << "no source, no session";
+
+    // With windows listed already, what is left is to open one.
+    window.includeWindowsBox()->setChecked(true);
+    EXPECT_FALSE(window.preview().messageDetails().contains("tick"));
+    EXPECT_TRUE(window.preview().messageDetails().contains("open a mirroring window"));
+    EXPECT_FALSE(window.includeWindowsBox()->toolTip().contains("Simulator"));
 }
 
 // A camera this user may not open is not listed at all: the window says what is wrong.
@@ -275,33 +333,110 @@ TEST_F(CaptureWindowTest, AFullDiskEndsTheClipVisiblyAndStillsSayWhy) {
     window.discard();
 }
 
-// Closing the window would throw a clip away as surely as stills: it asks first.
-TEST_F(CaptureWindowTest, ClosingAsksBeforeAClipIsThrownAway) {
+// Closing the window would throw captured screens away: it offers to finish (save them as a
+// flow), to discard them, or to stay; a clip still being recorded can only be discarded or kept.
+TEST_F(CaptureWindowTest, ClosingWithUnsavedScreensOffersFinishDiscardOrCancel) {
     auto window = openWith({"varnel-test-close", "Phone", 120, 240, 30, "ball"});
-    QStringList asked;
-    bool answer = false;
-    window->confirmDiscard = [&](const QString& question) {
-        asked << question;
-        return answer;
+    QString text;
+    QStringList buttons;
+    auto answer = [&](const QString& button) {
+        whenModal<QMessageBox>(window.get(), [&, button](QMessageBox* box) {
+            text = box->text();
+            buttons = buttonTexts(box);
+            if (QAbstractButton* chosen = buttonOf(box, button))
+                chosen->click();
+        });
     };
     window->toggleClip();
     ASSERT_TRUE(window->service().isRecordingVideo());
+    answer("Cancel");
     EXPECT_FALSE(window->close()) << "kept open when the user says no";
-    EXPECT_EQ(asked, QStringList{"Close and discard the clip being recorded?"});
+    EXPECT_EQ(text, "A clip is being recorded");
+    EXPECT_EQ(buttons, (QStringList{"Cancel", "Discard"}))
+        << "a clip still recording can't be saved";
     EXPECT_TRUE(window->service().isRecordingVideo()) << "the recording goes on";
 
     ASSERT_TRUE(waitUntil([&] { return window->service().recordingCounts().appended >= 3; }));
     window->toggleClip();
     ASSERT_TRUE(waitUntil([&] { return window->session().screenCount() == 1; }));
+    ASSERT_TRUE(window->captureStill());
+    answer("Cancel");
     EXPECT_FALSE(window->close());
-    EXPECT_EQ(asked.size(), 2);
-    EXPECT_EQ(asked.last(), "Close and discard the captured screens?")
-        << "a session of one clip is asked about like stills";
+    EXPECT_EQ(text, "2 captured screens are not saved");
+    EXPECT_EQ(buttons, (QStringList{"Cancel", "Discard", "Finish…"}));
     EXPECT_TRUE(window->session().isRecording());
 
-    answer = true;
-    EXPECT_TRUE(window->close());
+    // Finish… opens the save sheet; cancelling it keeps the window and the session.
+    whenModal<QMessageBox>(window.get(), [&](QMessageBox* box) {
+        EXPECT_EQ(box->defaultButton(), buttonOf(box, "Finish…")) << "Enter saves";
+        whenModal<FinishCaptureDialog>(window.get(),
+                                       [](FinishCaptureDialog* sheet) { sheet->reject(); });
+        buttonOf(box, "Finish…")->click();
+    });
+    EXPECT_FALSE(window->close());
+    EXPECT_TRUE(window->session().isRecording());
+    EXPECT_EQ(window->session().screenCount(), 2);
+
+    QString saved;
+    QObject::connect(window.get(), &CaptureWindow::flowSaved,
+                     [&](const QString& folder) { saved = folder; });
+    whenModal<QMessageBox>(window.get(), [&](QMessageBox* box) {
+        whenModal<FinishCaptureDialog>(window.get(), [](FinishCaptureDialog* sheet) {
+            sheet->nameField()->setText("Closing time");
+            sheet->accept();
+        });
+        buttonOf(box, "Finish…")->click();
+    });
+    EXPECT_TRUE(window->close()) << "saved, the window closes";
+    EXPECT_EQ(saved, "acme/onboarding/closing-time");
+    EXPECT_EQ(sample.store.meta("acme/onboarding/closing-time").screens.size(), 2u);
     EXPECT_FALSE(window->session().isRecording());
+}
+
+TEST_F(CaptureWindowTest, ClosingCanDiscardTheSession) {
+    auto window = openWith({"varnel-test-discard", "Phone", 120, 240, 30, "ball"});
+    const auto flows = library.summaries().size();
+    ASSERT_TRUE(window->captureStill());
+    const auto staged = window->session().stagedThumbnails();
+    ASSERT_EQ(staged.size(), 1u);
+    QString text;
+    whenModal<QMessageBox>(window.get(), [&](QMessageBox* box) {
+        text = box->text();
+        buttonOf(box, "Discard")->click();
+    });
+    EXPECT_TRUE(window->close());
+    EXPECT_EQ(text, "1 captured screen is not saved");
+    EXPECT_FALSE(window->session().isRecording());
+    EXPECT_FALSE(std::filesystem::exists(staged.front())) << "the staged still is gone";
+    EXPECT_EQ(library.summaries().size(), flows) << "nothing was saved";
+}
+
+// A red REC mark and the time recorded (mm:ss) sit on the live picture while a clip records.
+TEST_F(CaptureWindowTest, WhileAClipRecordsThePictureShowsRecAndTheTime) {
+    auto window = openWith({"varnel-test-rec", "Phone", 180, 360, 30, "ball"});
+    LivePreview& preview = window->preview();
+    auto now = std::chrono::steady_clock::time_point() + 1h;
+    preview.clock = [&] { return now; };
+    const QRect corner(preview.pictureRect().topLeft(), QSize(140, 60));
+    EXPECT_EQ(redPixels(preview.grab().toImage(), corner), 0);
+    EXPECT_TRUE(preview.recordedTime().isEmpty());
+
+    window->toggleClip();
+    ASSERT_TRUE(window->service().isRecordingVideo());
+    EXPECT_TRUE(preview.isRecording());
+    EXPECT_EQ(preview.recordedTime(), "00:00");
+    EXPECT_GT(redPixels(preview.grab().toImage(), corner), 20) << "the red dot";
+    now += 65s;
+    EXPECT_EQ(preview.recordedTime(), "01:05");
+    now += 10min;
+    EXPECT_EQ(preview.recordedTime(), "11:05");
+
+    window->toggleClip();
+    ASSERT_TRUE(waitUntil([&] { return !preview.isRecording(); })) << "the mark goes with the clip";
+    EXPECT_EQ(redPixels(preview.grab().toImage(), corner), 0);
+    window->confirmDiscard = [](const QString&) { return true; };
+    ASSERT_TRUE(waitUntil([&] { return !window->session().isRecordingVideo(); }));
+    window->discard();
 }
 
 // An emulator window that is minimized gives no picture: the window says so instead of taking
@@ -346,6 +481,7 @@ TEST_F(CaptureWindowTest, AMinimizedEmulatorWindowSaysSoInsteadOfTakingStaleStil
     ASSERT_TRUE(waitUntil([&] { return !capture.service().latestFrame().isNull(); }));
     EXPECT_TRUE(capture.captureStill());
     capture.confirmDiscard = [](const QString&) { return true; };
+    capture.discard();
     capture.close();
     xcb_disconnect(x);
 }
