@@ -90,7 +90,7 @@ void AppSettings::read() {
     shutterSoundName_ = readString("shutterSoundName", "Shutter");
     if (store_->contains("shutterVolume"))
         shutterVolume_ = store_->value("shutterVolume").toDouble();
-    appearance_ = matchEnum(readString("appearance", ""), kAppearances, Appearance::dark);
+    appearance_ = matchEnum(readString("appearance", ""), kAppearances, Appearance::system);
     accent_ = matchEnum(readString("accent", ""), kAccents, Accent::blue);
     captureView_ =
         readString("captureView", "") == "panel" ? CaptureView::panel : CaptureView::centered;

@@ -118,7 +118,7 @@ private:
     bool shutterSoundEnabled_ = true;
     std::string shutterSoundName_ = "Shutter";
     double shutterVolume_ = 1.0;
-    Appearance appearance_ = Appearance::dark;
+    Appearance appearance_ = Appearance::system;
     Accent accent_ = Accent::blue;
     CaptureView captureView_ = CaptureView::centered;
     bool includeSimulator_ = false;

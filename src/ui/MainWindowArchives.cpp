@@ -67,7 +67,7 @@ void MainWindow::exportArchive(bool withoutOriginals) {
                 watcher->deleteLater();
                 const QString problem = watcher->result();
                 if (problem == tr("Nothing to export"))
-                    QMessageBox::information(this, problem, problem);
+                    QMessageBox::information(this, tr("Export Application"), problem);
                 else if (!problem.isEmpty())
                     showError(this, title, problem);
                 else

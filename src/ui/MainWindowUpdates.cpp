@@ -33,7 +33,7 @@ void MainWindow::showUpdateCheck(const UpdateCheckResult& result, bool userAsked
     case UpdateCheckResult::Outcome::upToDate:
         updateAvailable_->hide();
         if (userAsked) {
-            QMessageBox box(QMessageBox::Information, tr("You're up to date"),
+            QMessageBox box(QMessageBox::Information, tr("Check for Updates"),
                             tr("You're up to date"), QMessageBox::Ok, this);
             box.setObjectName("upToDate");
             box.setInformativeText(
@@ -50,7 +50,7 @@ void MainWindow::showUpdateCheck(const UpdateCheckResult& result, bool userAsked
 }
 
 void MainWindow::showNewRelease(const Release& release) {
-    QMessageBox box(QMessageBox::Information, tr("Varnel %1 is available").arg(qs(release.version)),
+    QMessageBox box(QMessageBox::Information, tr("Update Available"),
                     tr("Varnel %1 is available").arg(qs(release.version)), QMessageBox::NoButton,
                     this);
     box.setObjectName("newRelease");

@@ -9,14 +9,16 @@
 namespace varnel {
 
 void showError(QWidget* parent, const QString& title, const QString& description) {
-    QMessageBox box(QMessageBox::Warning, title, title, QMessageBox::Ok, parent);
+    // The window's title names the kind of message; what happened is said once, in the text.
+    QMessageBox box(QMessageBox::Warning, QObject::tr("Error"), title, QMessageBox::Ok, parent);
     box.setInformativeText(description);
     box.exec();
 }
 
 bool confirmDestructive(QWidget* parent, const QString& question, const QString& details,
                         const QString& action) {
-    QMessageBox confirm(QMessageBox::Warning, question, question, QMessageBox::Cancel, parent);
+    QMessageBox confirm(QMessageBox::Warning, QObject::tr("Confirm %1").arg(action), question,
+                        QMessageBox::Cancel, parent);
     confirm.setInformativeText(details);
     QPushButton* go = confirm.addButton(action, QMessageBox::DestructiveRole);
     confirm.setDefaultButton(QMessageBox::Cancel);

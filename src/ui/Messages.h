@@ -24,10 +24,11 @@ QStringList qsList(const std::vector<std::string>& items);
 // QStringListModel, so that the list can be changed later.
 QCompleter* suggestionCompleter(const QStringList& items, QObject* parent);
 
-// A warning with a short title and the error's description below it.
+// A warning titled "Error" that says `title`, with the error's description below it.
 void showError(QWidget* parent, const QString& title, const QString& description);
 
-// Asks before something that can't be undone; Cancel is the default answer.
+// Asks before something that can't be undone, in a window titled "Confirm <action>"; Cancel is
+// the default answer.
 bool confirmDestructive(QWidget* parent, const QString& question, const QString& details,
                         const QString& action);
 

@@ -2,6 +2,7 @@
 #include "text/ApertiumEngine.h"
 #include "text/Languages.h"
 #include "ui/FigmaSettingsPane.h"
+#include "ui/SecondaryWindows.h"
 
 #include "editing/ImageRedactor.h"
 
@@ -96,6 +97,7 @@ SettingsWindow::SettingsWindow(AppSettings& settings, QWidget* parent, FigmaServ
     auto* layout = new QVBoxLayout(this);
     layout->addWidget(tabs_);
     resize(560, 420);
+    behaveAsSecondaryWindow(this);
 
     const auto remembered =
         std::find(std::begin(kTabs), std::end(kTabs), settings_.settingsSelectedTab());

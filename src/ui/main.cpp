@@ -10,7 +10,6 @@
 #include <QCommandLineParser>
 #include <QIcon>
 #include <QMessageBox>
-#include <QScreen>
 #include <QTimer>
 
 #include <string_view>
@@ -67,6 +66,7 @@ int main(int argc, char** argv) {
     const QString archive = parser.positionalArguments().value(0);
 
     varnel::AppSettings settings;
+    varnel::DesktopColorScheme desktopScheme(settings);
     varnel::applyAppearance(settings.appearance(), settings.accent());
     const std::filesystem::path root = parser.isSet(libraryOption)
                                            ? parser.value(libraryOption).toStdString()
@@ -125,11 +125,6 @@ int main(int argc, char** argv) {
                          library.setRoot(next);
                          showTitle(next);
                      });
-    if (const QScreen* screen = QGuiApplication::primaryScreen()) {
-        const QSize available = screen->availableSize();
-        window.resize(std::min(1400, available.width() * 9 / 10),
-                      std::min(960, available.height() * 9 / 10));
-    }
     window.show();
 
     auto comeForward = [&window] {

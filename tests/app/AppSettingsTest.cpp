@@ -30,7 +30,7 @@ TEST_F(AppSettingsTest, FreshInstallGetsTheDefaults) {
     EXPECT_TRUE(settings.shutterSoundEnabled());
     EXPECT_EQ(settings.shutterSoundName(), "Shutter");
     EXPECT_EQ(settings.shutterVolume(), 1.0);
-    EXPECT_EQ(settings.appearance(), Appearance::dark);
+    EXPECT_EQ(settings.appearance(), Appearance::system) << "the desktop's light or dark";
     EXPECT_EQ(settings.accent(), Accent::blue);
     EXPECT_EQ(settings.captureView(), CaptureView::centered);
     EXPECT_FALSE(settings.includeSimulator());
@@ -53,7 +53,7 @@ TEST_F(AppSettingsTest, UnknownOrMiscasedEnumerationsFallBack) {
     preset("redactPreset", "DARK");
     preset("mediaFilter", "image");
     AppSettings settings(store());
-    EXPECT_EQ(settings.appearance(), Appearance::dark);
+    EXPECT_EQ(settings.appearance(), Appearance::system);
     EXPECT_EQ(settings.accent(), Accent::blue);
     EXPECT_EQ(settings.captureView(), CaptureView::centered);
     EXPECT_EQ(settings.redactPreset(), RedactPreset::light);
