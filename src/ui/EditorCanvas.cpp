@@ -645,6 +645,9 @@ void EditorCanvas::keyPressEvent(QKeyEvent* event) {
     case Qt::Key_Escape:
         if (draft_) {
             closeDraft();
+        } else if (state_.selection().empty() && !state_.patchSelection() && !patchRegion_) {
+            event->ignore(); // nothing to let go of: the window closes
+            return;
         } else {
             state_.selection().clear();
             state_.patchSelection().reset();

@@ -255,6 +255,8 @@ void GalleryView::paintBand(QPainter& painter, std::size_t row, const QRect& exp
         painter.setPen(Qt::NoPen);
         painter.setBrush(fill);
         painter.drawRoundedRect(header.adjusted(-10, 2, 10, -2), 8, 8);
+        if (hasFocus())
+            paintFocusRing(painter, QRectF(header).adjusted(-10, 2, 10, -2), 8);
     }
     painter.setPen(palette().color(QPalette::WindowText));
     painter.setFont(scaled(font(), 1.2, QFont::DemiBold));
@@ -343,11 +345,8 @@ void GalleryView::paintTile(QPainter& painter, const QRect& tile, const ScreenID
     painter.setPen(QPen(edge, selected ? 3 : 1));
     painter.setBrush(Qt::NoBrush);
     painter.drawRoundedRect(QRectF(tile).adjusted(0.5, 0.5, -0.5, -0.5), 8, 8);
-    if (current_ == screen && hasFocus()) {
-        QColor focus = palette().color(QPalette::Highlight).lighter(140);
-        painter.setPen(QPen(focus, 1, Qt::DotLine));
-        painter.drawRoundedRect(QRectF(tile).adjusted(-3.5, -3.5, 3.5, 3.5), 10, 10);
-    }
+    if (current_ == screen && hasFocus())
+        paintFocusRing(painter, QRectF(tile).adjusted(-5, -5, 5, 5), 12);
 
     const QRect captionRect(tile.left(), tile.bottom() + 4, tile.width(), metrics_.caption - 4);
     painter.setPen(selected ? palette().color(QPalette::WindowText) : muted(palette()));
@@ -355,6 +354,15 @@ void GalleryView::paintTile(QPainter& painter, const QRect& tile, const ScreenID
     painter.drawText(captionRect, Qt::AlignHCenter | Qt::AlignTop,
                      painter.fontMetrics().elidedText(caption(ref, number), Qt::ElideRight,
                                                       captionRect.width()));
+}
+
+void GalleryView::paintFocusRing(QPainter& painter, const QRectF& area, double radius) {
+    // The accent, solid and apart from the selection's edge, as GNOME and KDE draw keyboard focus.
+    painter.save();
+    painter.setPen(QPen(palette().color(QPalette::Highlight), 2));
+    painter.setBrush(Qt::NoBrush);
+    painter.drawRoundedRect(area, radius, radius);
+    painter.restore();
 }
 
 std::optional<GalleryView::Hit> GalleryView::hitAt(QPoint point) const {

@@ -119,6 +119,8 @@ private:
     QRect toViewport(QRect contentRect) const;
     void paintHeading(QPainter& painter, std::size_t row);
     void paintBand(QPainter& painter, std::size_t row, const QRect& exposed);
+    // The keyboard focus ring around the current screen or flow, drawn while the view has focus.
+    void paintFocusRing(QPainter& painter, const QRectF& area, double radius);
     void paintTile(QPainter& painter, const QRect& tile, const ScreenID& screen,
                    const ScreenRef& ref, std::size_t number);
     void paintEmpty(QPainter& painter);

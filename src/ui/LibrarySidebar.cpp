@@ -7,6 +7,7 @@
 #include <QDropEvent>
 #include <QHeaderView>
 #include <QMimeData>
+#include <QPainter>
 
 #include <map>
 
@@ -102,6 +103,32 @@ void LibrarySidebar::itemPicked(QTreeWidgetItem* item) {
         return;
     selected_ = app;
     emit applicationSelected(app ? qs(*app) : QString());
+}
+
+void LibrarySidebar::drawRow(QPainter* painter, const QStyleOptionViewItem& option,
+                             const QModelIndex& index) const {
+    QTreeWidget::drawRow(painter, option, index);
+    if (!hasFocus() || index != currentIndex())
+        return;
+    // On the selection's fill the accent would vanish: the ring takes the fill's text colour.
+    const bool selected = selectionModel() && selectionModel()->isSelected(index);
+    painter->save();
+    painter->setRenderHint(QPainter::Antialiasing);
+    painter->setPen(
+        QPen(palette().color(selected ? QPalette::HighlightedText : QPalette::Highlight), 2));
+    painter->setBrush(Qt::NoBrush);
+    painter->drawRoundedRect(QRectF(option.rect).adjusted(2, 2, -2, -2), 4, 4);
+    painter->restore();
+}
+
+void LibrarySidebar::focusInEvent(QFocusEvent* event) {
+    QTreeWidget::focusInEvent(event);
+    viewport()->update();
+}
+
+void LibrarySidebar::focusOutEvent(QFocusEvent* event) {
+    QTreeWidget::focusOutEvent(event);
+    viewport()->update();
 }
 
 QTreeWidgetItem* LibrarySidebar::categoryItemAt(QPoint point) const {

@@ -41,6 +41,11 @@ signals:
     void categoryMoved(const QString& category, const QString& before);
 
 protected:
+    // A focus ring on the current row while the list has the keyboard focus.
+    void drawRow(QPainter* painter, const QStyleOptionViewItem& option,
+                 const QModelIndex& index) const override;
+    void focusInEvent(QFocusEvent* event) override;
+    void focusOutEvent(QFocusEvent* event) override;
     void dragEnterEvent(QDragEnterEvent* event) override;
     void dragMoveEvent(QDragMoveEvent* event) override;
     void dropEvent(QDropEvent* event) override;

@@ -23,11 +23,14 @@
 #include "ui/LibrarySidebar.h"
 #include "ui/Messages.h"
 #include "ui/ScreenPreview.h"
+#include "ui/SecondaryWindows.h"
 #include "ui/SettingsWindow.h"
+#include "ui/ShortcutsWindow.h"
 
 #include <QAction>
 #include <QActionGroup>
 #include <QApplication>
+#include <QCloseEvent>
 #include <QComboBox>
 #include <QDir>
 #include <QLabel>
@@ -36,6 +39,7 @@
 #include <QMenuBar>
 #include <QMessageBox>
 #include <QPushButton>
+#include <QScreen>
 #include <QScrollBar>
 #include <QSlider>
 #include <QSplitter>
@@ -105,7 +109,7 @@ MainWindow::MainWindow(FlowLibrary& library, AppSettings& settings, QWidget* par
     });
     if (!settings_.captureHotkey().empty())
         registerHotkey();
-    auto* splitter = new QSplitter(this);
+    auto* splitter = splitter_ = new QSplitter(this);
     splitter->addWidget(sidebar_);
     auto* galleryColumn = new QWidget(splitter);
     auto* column = new QVBoxLayout(galleryColumn);
@@ -172,6 +176,10 @@ MainWindow::MainWindow(FlowLibrary& library, AppSettings& settings, QWidget* par
     gallery_->setThumbnailHeight(static_cast<int>(settings_.thumbnailHeight()));
 
     buildMenus();
+    assignMnemonics(menuBar());
+    restoreWindowState();
+    // Quit ends the run without closing the window first.
+    connect(qApp, &QCoreApplication::aboutToQuit, this, &MainWindow::rememberWindowState);
 
     connect(sizeSlider_, &QSlider::valueChanged, this, &MainWindow::setThumbnailHeight);
     connect(&settings_, &AppSettings::changed, this, [this](const QString& key) {
@@ -302,10 +310,35 @@ void MainWindow::registerHotkey() {
 }
 
 QAction* MainWindow::action(const QString& text) const {
+    // Access keys are given to the menus' commands after they are made.
     for (QAction* candidate : findChildren<QAction*>())
-        if (candidate->text() == text)
+        if (withoutMnemonic(candidate->text()) == withoutMnemonic(text))
             return candidate;
     return nullptr;
+}
+
+void MainWindow::restoreWindowState() {
+    QSettings& store = settings_.store();
+    if (!restoreGeometry(store.value(QStringLiteral("mainWindow/geometry")).toByteArray())) {
+        if (const QScreen* screen = QGuiApplication::primaryScreen()) {
+            const QSize available = screen->availableSize();
+            resize(std::min(1400, available.width() * 9 / 10),
+                   std::min(960, available.height() * 9 / 10));
+        }
+    }
+    splitter_->restoreState(store.value(QStringLiteral("mainWindow/splitter")).toByteArray());
+}
+
+void MainWindow::rememberWindowState() {
+    QSettings& store = settings_.store();
+    store.setValue(QStringLiteral("mainWindow/geometry"), saveGeometry());
+    store.setValue(QStringLiteral("mainWindow/splitter"), splitter_->saveState());
+    store.sync();
+}
+
+void MainWindow::closeEvent(QCloseEvent* event) {
+    rememberWindowState();
+    QMainWindow::closeEvent(event);
 }
 
 void MainWindow::buildMenus() {
@@ -450,6 +483,18 @@ void MainWindow::buildMenus() {
                            tr("<b>Varnel %1</b><p>Collect and study the screens of mobile "
                               "apps.</p>")
                                .arg(qs(std::string(applicationVersion()))));
+    });
+    // Before About, as GNOME's and KDE's Help menus have it.
+    auto* shortcuts = new QAction(tr("Keyboard Shortcuts"), help);
+    shortcuts->setShortcut(QKeySequence(Qt::Key_F1));
+    help->insertAction(help->actions().constLast(), shortcuts);
+    connect(shortcuts, &QAction::triggered, this, [this] {
+        auto* window = findChild<ShortcutsWindow*>();
+        if (!window)
+            window = new ShortcutsWindow(menuBar(), this);
+        window->show();
+        window->raise();
+        window->activateWindow();
     });
 }
 

@@ -22,6 +22,7 @@ class QComboBox;
 class QLabel;
 class QLineEdit;
 class QSlider;
+class QSplitter;
 
 namespace varnel {
 
@@ -117,7 +118,13 @@ signals:
     // The user chose another library folder in the settings.
     void libraryFolderChosen(const QString& folder);
 
+protected:
+    void closeEvent(QCloseEvent* event) override;
+
 private:
+    // The window's size, place and splitter, kept between runs.
+    void restoreWindowState();
+    void rememberWindowState();
     void buildMenus();
     void refresh();
     void rebuildGallery();
@@ -150,6 +157,7 @@ private:
     std::filesystem::path shownRoot_;
     LibrarySidebar* sidebar_;
     GalleryView* gallery_;
+    QSplitter* splitter_ = nullptr;
     ScreenPreview* preview_ = nullptr;
     QLabel* status_;
     QPushButton* repairs_;

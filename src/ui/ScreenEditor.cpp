@@ -1,4 +1,5 @@
 #include "ui/ScreenEditor.h"
+#include "ui/SecondaryWindows.h"
 #include "ui/TranslationOverlay.h"
 
 #include "figma/FigmaServices.h"
@@ -67,6 +68,8 @@ ScreenEditor::ScreenEditor(FlowLibrary& library, AppSettings& settings, std::str
       threadPanel_(new ThreadPanel(this)), savedTimer_(new QTimer(this)) {
     setAttribute(Qt::WA_DeleteOnClose);
     resize(1100, 860);
+    // Its Close command carries Ctrl+W.
+    behaveAsSecondaryWindow(this, false);
     canvas_->setTranslationOverlay(translation_);
 
     auto* central = new QWidget(this);
@@ -83,6 +86,7 @@ ScreenEditor::ScreenEditor(FlowLibrary& library, AppSettings& settings, std::str
     layout->addWidget(buildClipBar());
     setCentralWidget(central);
     buildMenus();
+    assignMnemonics(menuBar());
 
     saved_ = new QLabel(tr("Saved"), this);
     saved_->setStyleSheet("QLabel { color: white; background: #34a853; border-radius: 4px; "
@@ -268,7 +272,11 @@ void ScreenEditor::buildMenus() {
     screen->addAction(tr("Revert…"), this, &ScreenEditor::revert)
         ->setStatusTip(tr("Discard all edits and restore the original"));
     screen->addSeparator();
-    screen->addAction(tr("Close"), this, &QWidget::close)->setShortcut(QKeySequence::Close);
+    QAction* close = screen->addAction(tr("Close"), this, &QWidget::close);
+    QList<QKeySequence> closeKeys = QKeySequence::keyBindings(QKeySequence::Close);
+    if (!closeKeys.contains(QKeySequence(Qt::CTRL | Qt::Key_W)))
+        closeKeys.prepend(QKeySequence(Qt::CTRL | Qt::Key_W));
+    close->setShortcuts(closeKeys);
 
     QMenu* edit = menuBar()->addMenu(tr("&Edit"));
     edit->addAction(tr("Undo"), this, &ScreenEditor::undo)->setShortcut(QKeySequence::Undo);
@@ -303,7 +311,7 @@ void ScreenEditor::buildMenus() {
 QAction* ScreenEditor::action(const QString& text) const {
     for (QAction* menu : menuBar()->actions())
         for (QAction* action : menu->menu()->actions())
-            if (action->text() == text)
+            if (withoutMnemonic(action->text()) == withoutMnemonic(text))
                 return action;
     return nullptr;
 }
@@ -451,9 +459,10 @@ bool ScreenEditor::settleBeforeLeaving(bool closing) {
 }
 
 ScreenEditor::LeaveAnswer ScreenEditor::askAboutLeaving(bool closing) {
-    QMessageBox box(QMessageBox::Warning, windowTitle(),
+    QMessageBox box(QMessageBox::Warning, tr("Unsaved Changes"),
                     tr("You have unsaved changes on this screen."), QMessageBox::NoButton, this);
-    QPushButton* save = box.addButton(closing ? tr("Save & Close") : tr("Save & Continue"),
+    // "&&" shows as "&": a single one would mark the next letter as the access key.
+    QPushButton* save = box.addButton(closing ? tr("Save && Close") : tr("Save && Continue"),
                                       QMessageBox::AcceptRole);
     QPushButton* discard = box.addButton(tr("Discard changes"), QMessageBox::DestructiveRole);
     QPushButton* cancel = box.addButton(tr("Cancel"), QMessageBox::RejectRole);
@@ -699,7 +708,7 @@ void ScreenEditor::save() {
                 const QString reason =
                     problem ? QString::fromStdString(problem->reason) + "\n\n" : QString();
                 auto* alert =
-                    new QMessageBox(QMessageBox::Warning, tr("The video couldn't be saved."),
+                    new QMessageBox(QMessageBox::Warning, tr("Clip Not Saved"),
                                     tr("The video couldn't be saved."), QMessageBox::Ok, self);
                 const QString clip =
                     problem && problem->clipChanged

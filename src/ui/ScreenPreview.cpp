@@ -6,6 +6,7 @@
 #include "model/FlowLibrary.h"
 #include "thumbnails/ThumbnailCache.h"
 #include "ui/GalleryView.h"
+#include "ui/SecondaryWindows.h"
 
 #include <QFutureWatcher>
 #include <QImageReader>
@@ -53,6 +54,7 @@ ScreenPreview::ScreenPreview(FlowLibrary& library, ThumbnailCache& thumbnails, G
     dark.setColor(QPalette::WindowText, QColor(235, 235, 238));
     setPalette(dark);
     setAutoFillBackground(true);
+    behaveAsSecondaryWindow(this);
 }
 
 void ScreenPreview::setShowsText(bool shows) {

@@ -9,6 +9,7 @@
 #include "support/MediaProbe.h"
 #include "support/TestLibrary.h"
 #include "ui/EditorCanvas.h"
+#include "ui/SecondaryWindows.h"
 #include "ui/ThreadPanel.h"
 #include "ui/TranslationOverlay.h"
 
@@ -115,6 +116,63 @@ protected:
     std::vector<bool> questions;
     ScreenEditor::LeaveAnswer answer = ScreenEditor::LeaveAnswer::cancel;
 };
+
+// Esc lets go of a selection first, then closes the window; Ctrl+W closes it too. Either way
+// unsaved changes are asked about, with buttons that read "Save & Close" and "Save & Continue".
+TEST_F(ScreenEditorTest, EscAndCtrlWCloseAfterAskingAboutUnsavedChanges) {
+    open();
+    drawZone(EditorMode::rectangle, 0.1, 0.1, 0.9, 0.4);
+    editor->setLeaveQuestion({}); // the real question
+    QStringList buttons;
+    QString title;
+    auto cancelNextQuestion = [&] {
+        auto* poll = new QTimer(editor);
+        QObject::connect(poll, &QTimer::timeout, [&, poll] {
+            auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
+            if (!box)
+                return;
+            poll->stop();
+            title = box->windowTitle();
+            buttons.clear();
+            for (QAbstractButton* button : box->buttons()) {
+                EXPECT_TRUE(QKeySequence::mnemonic(button->text()).isEmpty() ||
+                            !button->text().contains(" & "))
+                    << "no access key on the space after a lone &";
+                buttons << withoutMnemonic(button->text());
+            }
+            box->reject();
+        });
+        poll->start(10);
+    };
+
+    canvas().setFocus();
+    editor->state().selection().insert(editor->state().shapes().front().id);
+    QTest::keyClick(&canvas(), Qt::Key_Escape);
+    EXPECT_TRUE(editor->isVisible()) << "the first Esc lets go of the selection";
+    EXPECT_TRUE(buttons.isEmpty());
+
+    cancelNextQuestion();
+    QTest::keyClick(&canvas(), Qt::Key_Escape);
+    EXPECT_TRUE(buttons.contains("Save & Close")) << buttons.join(", ").toStdString();
+    EXPECT_EQ(title, "Unsaved Changes");
+    EXPECT_TRUE(editor->isVisible()) << "cancelled, it stays";
+
+    cancelNextQuestion();
+    editor->action("Next Screen")->trigger();
+    EXPECT_TRUE(buttons.contains("Save & Continue")) << buttons.join(", ").toStdString();
+
+    editor->activateWindow();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(editor));
+    cancelNextQuestion();
+    buttons.clear();
+    QTest::keyClick(editor, Qt::Key_W, Qt::ControlModifier);
+    EXPECT_TRUE(buttons.contains("Save & Close")) << "Ctrl+W asks the same";
+    EXPECT_TRUE(editor->isVisible());
+
+    editor->setLeaveQuestion([](bool) { return ScreenEditor::LeaveAnswer::discard; });
+    QTest::keyClick(&canvas(), Qt::Key_Escape);
+    EXPECT_TRUE(!editor || !editor->isVisible()) << "discarded, it closes";
+}
 
 } // namespace
 
