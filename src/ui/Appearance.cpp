@@ -1,6 +1,7 @@
 #include "ui/Appearance.h"
 
 #include <QApplication>
+#include <QDBusError>
 #include <QDBusMessage>
 #include <QDBusPendingCallWatcher>
 #include <QDBusPendingReply>
@@ -25,6 +26,8 @@ constexpr const char* kPortalPath = "/org/freedesktop/portal/desktop";
 constexpr const char* kPortalSettings = "org.freedesktop.portal.Settings";
 constexpr const char* kAppearanceGroup = "org.freedesktop.appearance";
 constexpr const char* kColorSchemeKey = "color-scheme";
+// SLOT() of the handler, spelt as QtDBus matches it (no spaces).
+constexpr const char* kChangedSlot = "1portalSettingChanged(QDBusMessage)";
 
 ColorScheme lastRead = ColorScheme::unknown;
 
@@ -161,12 +164,15 @@ void applyAppearance(Appearance appearance, Accent accent) {
         palette = system && !isDark(platformPalette) ? platformPalette : base->standardPalette();
     else
         palette = platformPalette;
-    QApplication::setStyle(new VarnelStyle(base));
     palette.setColor(QPalette::Highlight, accentColor(accent));
     if (scheme != ColorScheme::unknown) {
         palette.setColor(QPalette::HighlightedText, Qt::white);
         palette.setColor(QPalette::Link, accentColor(accent));
     }
+    // The palette goes first as well: widgets with a style sheet take the application's palette
+    // of the moment the style changes, and keep it.
+    QApplication::setPalette(palette);
+    QApplication::setStyle(new VarnelStyle(base));
     QApplication::setPalette(palette);
 }
 
@@ -192,15 +198,17 @@ DesktopColorScheme::DesktopColorScheme(AppSettings& settings, const QDBusConnect
     lastRead = scheme_;
     if (!bus_.isConnected())
         return;
-    bus_.connect(kPortalService, kPortalPath, kPortalSettings, "SettingChanged", this,
-                 SLOT(portalSettingChanged(QString, QString, QDBusVariant)));
+    if (!bus_.connect(kPortalService, kPortalPath, kPortalSettings, "SettingChanged", this,
+                      kChangedSlot))
+        qWarning("Not following the desktop's colour scheme: %s",
+                 qPrintable(bus_.lastError().message()));
     readPortal();
 }
 
 DesktopColorScheme::~DesktopColorScheme() {
     if (bus_.isConnected())
         bus_.disconnect(kPortalService, kPortalPath, kPortalSettings, "SettingChanged", this,
-                        SLOT(portalSettingChanged(QString, QString, QDBusVariant)));
+                        kChangedSlot);
 }
 
 ColorScheme DesktopColorScheme::current() {
@@ -225,11 +233,12 @@ void DesktopColorScheme::readPortal() {
             });
 }
 
-void DesktopColorScheme::portalSettingChanged(const QString& group, const QString& key,
-                                              const QDBusVariant& value) {
-    if (group != QLatin1String(kAppearanceGroup) || key != QLatin1String(kColorSchemeKey))
+void DesktopColorScheme::portalSettingChanged(const QDBusMessage& message) {
+    const QVariantList arguments = message.arguments();
+    if (arguments.size() < 3 || arguments[0].toString() != QLatin1String(kAppearanceGroup) ||
+        arguments[1].toString() != QLatin1String(kColorSchemeKey))
         return;
-    const ColorScheme scheme = fromPortal(value.variant());
+    const ColorScheme scheme = fromPortal(arguments[2]);
     take(scheme == ColorScheme::unknown ? fromDesktopFiles() : scheme);
 }
 

@@ -6,7 +6,7 @@
 #include <QDBusConnection>
 #include <QObject>
 
-class QDBusVariant;
+class QDBusMessage;
 class QPalette;
 
 namespace varnel {
@@ -40,11 +40,12 @@ public:
     // What the newest DesktopColorScheme read; unknown before there is one.
     static ColorScheme current();
 
+    // The portal's SettingChanged signal (a slot, for QtDBus to call).
+public slots:
+    void portalSettingChanged(const QDBusMessage& message);
+
 signals:
     void changed(ColorScheme scheme);
-
-private slots:
-    void portalSettingChanged(const QString& group, const QString& key, const QDBusVariant& value);
 
 private:
     void readPortal();

@@ -8,6 +8,7 @@
 #include <QHeaderView>
 #include <QMimeData>
 #include <QPainter>
+#include <QStyledItemDelegate>
 
 #include <map>
 
@@ -16,6 +17,17 @@ namespace varnel {
 namespace {
 
 constexpr const char* kCategoryMimeType = "application/x-varnel-category";
+
+// Rows with room around their text. A style sheet would do it too, but a widget with a style
+// sheet keeps the palette it had when the style last changed: after a switch of appearance the
+// list stayed in the old colours until a restart.
+class RoomyRows : public QStyledItemDelegate {
+public:
+    using QStyledItemDelegate::QStyledItemDelegate;
+    QSize sizeHint(const QStyleOptionViewItem& option, const QModelIndex& index) const override {
+        return QStyledItemDelegate::sizeHint(option, index) + QSize(8, 10);
+    }
+};
 
 } // namespace
 
@@ -31,7 +43,10 @@ LibrarySidebar::LibrarySidebar(QWidget* parent) : QTreeWidget(parent) {
     setDragDropMode(QAbstractItemView::InternalMove);
     setSelectionMode(QAbstractItemView::SingleSelection);
     setMinimumWidth(180);
-    setStyleSheet("QTreeView { padding-top: 8px; } QTreeView::item { padding: 5px 4px; }");
+    setItemDelegate(new RoomyRows(this));
+    setViewportMargins(0, 8, 0, 0);
+    setBackgroundRole(QPalette::Base); // the margin above the rows is the list's colour
+    setAutoFillBackground(true);
     connect(this, &QTreeWidget::itemClicked, this,
             [this](QTreeWidgetItem* item) { itemPicked(item); });
     connect(this, &QTreeWidget::currentItemChanged, this, [this](QTreeWidgetItem* item) {
@@ -117,7 +132,7 @@ void LibrarySidebar::drawRow(QPainter* painter, const QStyleOptionViewItem& opti
     painter->setPen(
         QPen(palette().color(selected ? QPalette::HighlightedText : QPalette::Highlight), 2));
     painter->setBrush(Qt::NoBrush);
-    painter->drawRoundedRect(QRectF(option.rect).adjusted(2, 2, -2, -2), 4, 4);
+    painter->drawRoundedRect(QRectF(option.rect).adjusted(3, 3, -3, -3), 4, 4);
     painter->restore();
 }
 

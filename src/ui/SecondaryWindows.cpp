@@ -138,7 +138,7 @@ void fitAndCentre(QWidget* window) {
     const QSize fitted = window->size().boundedTo(free.size() - margin);
     if (fitted != window->size())
         window->resize(fitted.expandedTo(window->minimumSize()));
-    QRect placed(QPoint(), window->size() + margin);
+    QRect placed(QPoint(), window->size() + frame);
     placed.moveCenter(parent && parent->isVisible() ? parent->frameGeometry().center()
                                                     : free.center());
     placed.moveLeft(std::clamp(placed.left(), free.left(),

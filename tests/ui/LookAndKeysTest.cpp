@@ -17,6 +17,7 @@
 #include <QAction>
 #include <QApplication>
 #include <QCheckBox>
+#include <QComboBox>
 #include <QDBusConnection>
 #include <QDBusMessage>
 #include <QDBusVariant>
@@ -190,7 +191,7 @@ TEST_F(AppearanceTest, SystemFollowsTheDesktopsLightOrDarkAndItsChanges) {
     ASSERT_TRUE(waitUntil([&] { return desktop.scheme() == ColorScheme::light; }, 10));
     QApplication::processEvents();
     EXPECT_TRUE(isDark(QApplication::palette()));
-    portalSide.unregisterVirtualObject("/org/freedesktop/portal/desktop");
+    portalSide.unregisterObject("/org/freedesktop/portal/desktop");
 }
 
 TEST_F(AppearanceTest, WithoutThePortalGtksSettingsTell) {
@@ -253,9 +254,10 @@ protected:
         return std::make_unique<AppSettings>(std::make_unique<QSettings>(
             QString::fromStdString((dir / "settings.ini").string()), QSettings::IniFormat));
     }
+    // The offscreen platform has no window manager to make a window active.
     bool activate(QWidget* widget) {
-        widget->activateWindow();
-        return QTest::qWaitForWindowActive(widget);
+        QApplication::setActiveWindow(widget);
+        return QApplication::activeWindow() == widget;
     }
 
     TempDir dir;
