@@ -4,6 +4,8 @@
 #include "library/FlowStore.h"
 #include "library/Uuid.h"
 #include "model/FlowLibrary.h"
+#include "model/LibraryChanges.h"
+#include "model/LibraryHistory.h"
 
 #include <benchmark/benchmark.h>
 
@@ -22,6 +24,7 @@ constexpr int kRenumberScreens = 300;
 struct GeneratedLibrary {
     fs::path root;
     std::string renumberFolder = "bench/big/three-hundred";
+    std::string fiftyFolder = "bench/big/fifty";
 
     GeneratedLibrary() {
         root = fs::temp_directory_path() / ("varnel-bench-" + newUUIDString());
@@ -45,6 +48,12 @@ struct GeneratedLibrary {
         big.name = "Three hundred";
         addScreens(big, renumberFolder, kRenumberScreens);
         index.flows.push_back(big.summary(renumberFolder));
+        FlowMeta fifty;
+        fifty.id = newUUIDString();
+        fifty.application = "Bench";
+        fifty.name = "Fifty";
+        addScreens(fifty, fiftyFolder, 50);
+        index.flows.push_back(fifty.summary(fiftyFolder));
         FileOps::writeAtomically(root / "index.json", encodeLibraryJson(index.toJson()));
     }
 
@@ -132,6 +141,22 @@ void BM_Renumber300ScreenFlow(benchmark::State& state) {
     }
 }
 BENCHMARK(BM_Renumber300ScreenFlow)->Unit(benchmark::kMillisecond);
+
+// Edit ▸ Undo of deleting a flow of 50 screens, in the window's model of a library of 10,000
+// flows: the flow comes back from the trash and the model reloads.
+void BM_UndoDeleteOfFlowOf50Screens(benchmark::State& state) {
+    FlowLibrary model{FlowStore(library().root)};
+    LibraryHistory history(model);
+    history.record(LibraryChanges::deleteFlows(model, {library().fiftyFolder}, "Delete Flow"));
+    for (auto _ : state) {
+        history.undo();
+        state.PauseTiming();
+        history.redo();
+        state.ResumeTiming();
+    }
+    history.undo();
+}
+BENCHMARK(BM_UndoDeleteOfFlowOf50Screens)->Unit(benchmark::kMillisecond);
 
 } // namespace
 

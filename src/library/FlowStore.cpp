@@ -421,4 +421,12 @@ void FlowStore::moveCategory(const std::string& name, const std::optional<std::s
     writeIndex(snapshot.index);
 }
 
+void FlowStore::setCategoryOrder(const std::vector<std::string>& order) {
+    auto snapshot = indexSnapshot();
+    snapshot.index.categories.clear();
+    for (const auto& category : order)
+        snapshot.index.categories.push_back({category});
+    writeIndex(snapshot.index);
+}
+
 } // namespace varnel

@@ -6,6 +6,7 @@
 #include "library/FlowSummary.h"
 #include "library/JsonCoding.h"
 #include "library/LibraryIndex.h"
+#include "library/TrashEntry.h"
 #include "thumbnails/ThumbEdits.h"
 
 #include <cstdint>
@@ -182,6 +183,8 @@ public:
     void renameCategory(const std::string& name, const std::string& newName);
     // Moves a category before another in the user's order, or to the end.
     void moveCategory(const std::string& name, const std::optional<std::string>& before);
+    // Puts back an order of categories as it was listed.
+    void setCategoryOrder(const std::vector<std::string>& order);
 
     // Copies PNG or MOV files into a flow as new screens, numbered after the highest in use.
     std::vector<std::string> addScreens(std::string_view folderName,
@@ -206,6 +209,34 @@ public:
                                            const AppendOptions& options);
     // The name of a capture folder of this library; none for any other folder.
     std::optional<std::string> stagingName(const fs::path& folder) const;
+
+    // The trash: what is deleted into it can be put back until it is emptied. Each change goes
+    // through the journal: after an interruption, the deletion or the restore is whole or undone.
+    // Moves flows into one trash entry and drops them from the index; returns the entry's id.
+    std::string trashFlows(const std::vector<std::string>& folderNames, bool hidden = false);
+    // Puts an entry's flows back at their folders and places in the user's order (beside a flow
+    // that took a folder meanwhile); returns their folder names.
+    std::vector<std::string> restoreFlows(const std::string& entryId);
+    struct TrashedScreens {
+        std::string entry;
+        ThumbEdits edits;
+    };
+    TrashedScreens trashScreens(std::string_view folderName,
+                                const std::vector<std::string>& filenames, bool hidden = false);
+    // Puts screens back at their places in their flow, wherever that flow moved since.
+    struct RestoredScreens {
+        std::string folderName;
+        std::vector<std::string> filenames; // their names now, in the flow's order
+        ThumbEdits edits;
+    };
+    RestoredScreens restoreScreens(const std::string& entryId);
+    // Readable entries, newest first.
+    std::vector<TrashEntry> trashEntries() const;
+    TrashEntry trashEntry(const std::string& entryId) const;
+    void purgeTrash(const std::string& entryId);
+    // Removes entries deleted before `cutoff`, and folders of the trash without an entry;
+    // returns how many entries went.
+    std::size_t purgeTrashBefore(Date cutoff);
 
     // Repairs what interrupted changes left: each flow ends as its old or its new version,
     // complete and listed; set-aside data goes back or, once its change was written, goes;
@@ -250,6 +281,16 @@ private:
                       RecoveryReport& report);
     void rollForward(const Json& transfer);
     void settleScreenQuarantine(const Json& entry, RecoveryReport& report);
+    fs::path trashURL(std::string_view entryId) const;
+    ThumbEdits removeScreens(std::string_view folderName, const std::vector<std::string>& requested,
+                             TrashEntry* trash);
+    void removeTrashFolder(const fs::path& folder);
+    void dropTrashRecord(const fs::path& folder, const TrashEntry& entry, UndoLog& undo);
+    void removeTrashLeftover(const fs::path& folder) noexcept;
+    void rewriteTrashRecord(const fs::path& folder, const Json& entry);
+    void settleTrashedFlows(const Json& intent, RecoveryReport& report);
+    void settleRestoredFlows(const Json& plan, RecoveryReport& report);
+    void settleRestoredScreens(const Json& plan, RecoveryReport& report);
     void putBackOriginal(const std::string& folderName, const std::string& filename);
     void settleRevert(const Json& entry, RecoveryReport& report);
     void settleBake(const Json& entry, RecoveryReport& report);

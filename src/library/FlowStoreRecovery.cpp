@@ -454,6 +454,108 @@ void FlowStore::replayIntent(const fs::path& file, std::map<std::string, Settle>
         settleConsumedCapture(intent, report);
     if (intent.contains("bake"))
         settleBake(intent["bake"], report);
+    if (intent.contains("trashFlows"))
+        settleTrashedFlows(intent, report);
+    if (intent.contains("restoreFlows"))
+        settleRestoredFlows(intent["restoreFlows"], report);
+    if (intent.contains("restoreScreens"))
+        settleRestoredScreens(intent["restoreScreens"], report);
+}
+
+// Flows moved into the trash are deleted once the index no longer lists them; before that,
+// they go back to their folders.
+void FlowStore::settleTrashedFlows(const Json& intent, RecoveryReport& report) {
+    const fs::path trashDir = trashURL(intent.at("trashFlows").get<std::string>());
+    if (!FileOps::exists(trashDir))
+        return;
+    std::optional<TrashEntry> entry;
+    try {
+        entry = trashEntry(trashDir.filename().string());
+    } catch (const std::exception&) {
+        // Cut short before its record was written: no flow had moved yet.
+        removeOwnFolder(trashDir);
+        return;
+    }
+    const LibraryIndex index = readIndex();
+    const bool written = std::none_of(entry->flows.begin(), entry->flows.end(), [&](const auto& f) {
+        return index.findId(f.summary.id) != nullptr;
+    });
+    if (written)
+        return;
+    for (const auto& flow : entry->flows) {
+        const fs::path folder = flowURL(flow.folderName);
+        if (!FileOps::exists(trashDir / flow.slot) || FileOps::exists(folder))
+            continue;
+        createParents(fs::path(flow.folderName).parent_path().generic_string());
+        ops_.folderMover(trashDir / flow.slot, folder);
+    }
+    removeOwnFolder(trashDir, TrashEntry::kFile);
+    report.repairs.push_back("Put back " + entry->description() +
+                             ", whose deletion was interrupted.");
+}
+
+void FlowStore::rewriteTrashRecord(const fs::path& folder, const Json& entry) {
+    if (FileOps::exists(folder / TrashEntry::kFile))
+        return;
+    // Checked as any entry read from disk before it is offered again.
+    TrashEntry::fromJson(entry);
+    ops_.indexWriter(folder / TrashEntry::kFile, encodeLibraryJson(entry));
+}
+
+// Flows taken out of the trash are back once the index lists them; before that, they return
+// to the trash.
+void FlowStore::settleRestoredFlows(const Json& plan, RecoveryReport& report) {
+    const fs::path trashDir = trashURL(plan.at("trash").get<std::string>());
+    const LibraryIndex index = readIndex();
+    bool written = false;
+    for (const auto& move : plan.at("moves"))
+        written |= index.findId(move.at(2).get<std::string>()) != nullptr;
+    if (written) {
+        removeTrashLeftover(trashDir);
+        return;
+    }
+    if (!FileOps::isDirectory(trashDir))
+        return;
+    rewriteTrashRecord(trashDir, plan.at("entry"));
+    for (const auto& move : plan.at("moves")) {
+        const std::string slot = move.at(0).get<std::string>();
+        LibraryLayout::validateFileName(slot);
+        const fs::path folder = flowURL(move.at(1).get<std::string>());
+        if (FileOps::exists(folder) && !FileOps::exists(trashDir / slot)) {
+            ops_.folderMover(folder, trashDir / slot);
+            pruneEmptyParents(move.at(1).get<std::string>());
+            report.repairs.push_back("Left the flow at “" + move.at(1).get<std::string>() +
+                                     "” in the trash: taking it out was interrupted.");
+        }
+    }
+}
+
+// Screens taken out of the trash are back once their flow's list changed; before that, their
+// files return to the trash.
+void FlowStore::settleRestoredScreens(const Json& plan, RecoveryReport& report) {
+    const std::string folderName = plan.at("folder").get<std::string>();
+    const fs::path trashDir = trashURL(plan.at("trash").get<std::string>());
+    const fs::path flowDir = flowURL(folderName);
+    const auto current = readableMeta(flowDir);
+    if (!current)
+        return;
+    if (filenamesOf(*current) != stringsAt(plan, "before")) {
+        removeTrashLeftover(trashDir);
+        return;
+    }
+    if (!FileOps::isDirectory(trashDir))
+        return;
+    rewriteTrashRecord(trashDir, plan.at("entry"));
+    for (const auto& move : plan.at("moves")) {
+        const std::string from = move.at(0).get<std::string>();
+        const std::string to = move.at(1).get<std::string>();
+        LibraryLayout::validateFileName(from);
+        LibraryLayout::validateFileName(to);
+        if (FileOps::exists(flowDir / to) && !FileOps::exists(trashDir / from))
+            ops_.folderMover(flowDir / to, trashDir / from);
+    }
+    report.repairs.push_back("Left deleted screens of “" + folderName +
+                             "” in the trash: putting them back was interrupted.");
 }
 
 // A still's bake is done once its record is the planned one; before that, the picture as it
@@ -535,23 +637,36 @@ void FlowStore::settleRevert(const Json& entry, RecoveryReport& report) {
 // was written: with the screens still listed they go back, without them they go.
 void FlowStore::settleScreenQuarantine(const Json& entry, RecoveryReport& report) {
     const std::string folderName = entry.at("folder").get<std::string>();
-    const std::string leaf = entry.at("path").get<std::string>();
     LibraryLayout::validateFolderName(folderName);
-    if (!leaf.starts_with(LibraryLayout::kQuarantinePrefix) || leaf.find('/') != std::string::npos)
-        throw UnsafeNameError(leaf, "it is not a quarantine of this library");
     const fs::path flowDir = flowURL(folderName);
-    const fs::path quarantine = flowDir.parent_path() / leaf;
+    // Screens deleted into the trash were set aside in their entry, which stays.
+    const bool trash = entry.contains("trash");
+    fs::path quarantine;
+    if (trash) {
+        quarantine = trashURL(entry.at("trash").get<std::string>());
+    } else {
+        const std::string leaf = entry.at("path").get<std::string>();
+        if (!leaf.starts_with(LibraryLayout::kQuarantinePrefix) ||
+            leaf.find('/') != std::string::npos)
+            throw UnsafeNameError(leaf, "it is not a quarantine of this library");
+        quarantine = flowDir.parent_path() / leaf;
+    }
     if (!FileOps::exists(quarantine))
         return;
     const auto meta = readableMeta(flowDir);
     const auto listed = meta ? filenamesOf(*meta) : std::vector<std::string>{};
+    // Once written, the deletion's flow may be renumbered before the note goes: kept either way.
+    if (trash && meta && listed != stringsAt(entry, "before"))
+        return;
     if (meta && listed == stringsAt(entry, "before")) {
         for (const auto& name : FileOps::list(quarantine)) {
+            if ((trash && name == TrashEntry::kFile) || LibraryLayout::isWriteLeftover(name))
+                continue;
             LibraryLayout::validateFileName(name);
             if (!FileOps::exists(flowDir / name))
                 ops_.folderMover(quarantine / name, flowDir / name);
         }
-        removeOwnFolder(quarantine);
+        removeOwnFolder(quarantine, trash ? TrashEntry::kFile : std::string_view());
         report.repairs.push_back("Put back the screens of “" + folderName +
                                  "” whose deletion was interrupted.");
     } else if (meta && listed == stringsAt(entry, "after")) {

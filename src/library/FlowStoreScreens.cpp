@@ -86,6 +86,29 @@ std::vector<std::string> postedIds(const FlowMeta& meta, const ScreenRef& ref) {
     return ids;
 }
 
+// A screen coming back keeps its pins' comments that its flow still queues for deletion; a
+// pin whose comment is gone from Figma is posted anew.
+void restorePublished(FlowMeta& meta, ScreenRef& ref) {
+    if (!ref.comments)
+        return;
+    auto& queue = meta.figmaPendingDeletes;
+    for (auto& pin : *ref.comments) {
+        if (!meta.isPostedToLinkedFile(pin))
+            continue;
+        const auto queued = queue ? std::find(queue->begin(), queue->end(), *pin.postedId)
+                                  : std::vector<std::string>::iterator();
+        if (queue && queued != queue->end()) {
+            queue->erase(queued);
+            continue;
+        }
+        pin.postedId.reset();
+        pin.postedSignature.reset();
+        pin.postedFileKey.reset();
+    }
+    if (queue && queue->empty())
+        queue.reset();
+}
+
 } // namespace
 
 ThumbEdits FlowStore::renumberScreens(std::string_view folderName) {
@@ -324,6 +347,23 @@ ThumbEdits FlowStore::deleteScreen(std::string_view folderName, const std::strin
 
 ThumbEdits FlowStore::deleteScreens(std::string_view folderName,
                                     const std::vector<std::string>& requested) {
+    return removeScreens(folderName, requested, nullptr);
+}
+
+FlowStore::TrashedScreens FlowStore::trashScreens(std::string_view folderName,
+                                                  const std::vector<std::string>& requested,
+                                                  bool hidden) {
+    TrashEntry entry;
+    entry.id = newUUIDString();
+    entry.deletedAt = Date::now();
+    entry.hidden = hidden;
+    ThumbEdits edits = removeScreens(folderName, requested, &entry);
+    return {entry.id, std::move(edits)};
+}
+
+// Without `trash`, the files are removed; with it, they are kept in that trash entry.
+ThumbEdits FlowStore::removeScreens(std::string_view folderName,
+                                    const std::vector<std::string>& requested, TrashEntry* trash) {
     const fs::path flowDir = flowURL(folderName);
     indexSnapshot();
     FlowMeta m = meta(folderName);
@@ -343,6 +383,14 @@ ThumbEdits FlowStore::deleteScreens(std::string_view folderName,
         ids.insert(ids.end(), pinIds.begin(), pinIds.end());
     }
     const std::vector<std::string> before = filenames(m.screens);
+    if (trash) {
+        trash->flowId = m.id;
+        trash->folderName = std::string(folderName);
+        trash->flowName = m.name;
+        for (std::size_t i = 0; i < m.screens.size(); ++i)
+            if (std::find(names.begin(), names.end(), m.screens[i].filename) != names.end())
+                trash->screens.push_back({m.screens[i], i});
+    }
     m.queuePendingDeletes(ids);
     std::erase_if(m.screens, [&](const ScreenRef& s) {
         return std::find(names.begin(), names.end(), s.filename) != names.end();
@@ -350,21 +398,30 @@ ThumbEdits FlowStore::deleteScreens(std::string_view folderName,
 
     // Beside the flow, where deleted flows go too. The intent says which list of screens
     // means the deletion was written, so that a crash either puts the files back or ends it.
+    // A trash entry is a quarantine that stays once the deletion is written.
     const fs::path quarantine =
-        flowDir.parent_path() / (std::string(LibraryLayout::kQuarantinePrefix) + newUUIDString());
+        trash ? trashURL(trash->id)
+              : flowDir.parent_path() /
+                    (std::string(LibraryLayout::kQuarantinePrefix) + newUUIDString());
     const std::string folder(folderName);
-    const fs::path intent = beginIntent(Json{{"operation", "deleteScreens"},
-                                             {"flows", {folder}},
-                                             {"quarantine",
-                                              {{"folder", folder},
-                                               {"path", quarantine.filename().string()},
-                                               {"before", before},
-                                               {"after", filenames(m.screens)}}}});
+    Json plan{{"folder", folder}, {"before", before}, {"after", filenames(m.screens)}};
+    if (trash)
+        plan["trash"] = trash->id;
+    else
+        plan["path"] = quarantine.filename().string();
+    const fs::path intent = beginIntent(
+        Json{{"operation", "deleteScreens"}, {"flows", {folder}}, {"quarantine", plan}});
     UndoLog undo;
     try {
         markRenumberingOwed(folderName, undo);
-        ops_.directoryCreator(quarantine, false);
-        undo.add([this, quarantine] { removeOwnFolder(quarantine); });
+        if (trash) {
+            ops_.directoryCreator(quarantine, true);
+            undo.add([this, quarantine] { removeTrashFolder(quarantine); });
+            ops_.indexWriter(quarantine / TrashEntry::kFile, encodeLibraryJson(trash->toJson()));
+        } else {
+            ops_.directoryCreator(quarantine, false);
+            undo.add([this, quarantine] { removeOwnFolder(quarantine); });
+        }
         for (const auto& file : files) {
             if (!FileOps::exists(flowDir / file) || FileOps::exists(quarantine / file))
                 continue;
@@ -382,7 +439,8 @@ ThumbEdits FlowStore::deleteScreens(std::string_view folderName,
 
     std::optional<std::string> cleanupError;
     try {
-        removeQuarantine(quarantine);
+        if (!trash)
+            removeQuarantine(quarantine);
     } catch (const std::exception& e) {
         cleanupError = e.what();
     }
@@ -730,6 +788,107 @@ std::optional<std::string> FlowStore::stagingName(const fs::path& folder) const 
         !LibraryLayout::isSafeFileName(name))
         return std::nullopt;
     return name;
+}
+
+} // namespace varnel
+
+namespace varnel {
+
+FlowStore::RestoredScreens FlowStore::restoreScreens(const std::string& entryId) {
+    const TrashEntry entry = trashEntry(entryId);
+    if (entry.holdsFlows())
+        throw LibraryError("The trash entry " + entryId + " holds flows, not screens.");
+    const auto snapshot = indexSnapshot();
+    const FlowSummary* flow = snapshot.index.findId(entry.flowId);
+    if (!flow)
+        throw LibraryError("The flow “" + entry.flowName +
+                           "” these screens were deleted from is no longer in the library.");
+    const std::string folder = flow->folderName;
+    const fs::path flowDir = flowURL(folder);
+    const fs::path trashDir = trashURL(entryId);
+    FlowMeta m = meta(folder);
+    const auto before = filenames(m.screens);
+
+    auto screens = entry.screens;
+    std::stable_sort(screens.begin(), screens.end(),
+                     [](const auto& a, const auto& b) { return a.position < b.position; });
+    auto claimed = listedNames(flowDir);
+    std::vector<RenumberMove> moves;
+    std::vector<std::string> restored;
+    for (const auto& screen : screens) {
+        ScreenRef ref = screen.ref;
+        const std::string& name = ref.filename;
+        if (!FileOps::exists(trashDir / name))
+            throw LibraryError("The file of a deleted screen of “" + entry.flowName +
+                               "” is no longer in the trash.");
+        const std::string newName =
+            ScreenFiles::claimScreenName(claimed, ScreenFiles::extension(name));
+        claimed.insert(ScreenFiles::originalFilename(newName));
+        moves.push_back({name, newName});
+        moves.push_back(
+            {ScreenFiles::originalFilename(name), ScreenFiles::originalFilename(newName)});
+        if (ref.patches) {
+            for (auto& patch : *ref.patches) {
+                if (!LibraryLayout::isSafeFileName(patch.file))
+                    continue;
+                std::string newPatch = ScreenFiles::patchRenamed(patch.file, newName);
+                if (!claimed.insert(newPatch).second) {
+                    newPatch = ScreenFiles::newPatchName(newName);
+                    claimed.insert(newPatch);
+                }
+                moves.push_back({patch.file, newPatch});
+                patch.file = newPatch;
+            }
+        }
+        // Their comments in Figma were queued for deletion with them: while still queued, they
+        // stay; once deleted there, the pins are posted anew.
+        restorePublished(m, ref);
+        ref.filename = newName;
+        restored.push_back(newName);
+        const auto at = std::min(screen.position, m.screens.size());
+        m.screens.insert(m.screens.begin() + static_cast<std::ptrdiff_t>(at), std::move(ref));
+    }
+
+    Json planned = Json::array();
+    for (const auto& move : moves)
+        planned.push_back(Json::array({move.from, move.to}));
+    const fs::path intent = beginIntent(Json{{"operation", "restoreScreens"},
+                                             {"flows", {folder}},
+                                             {"restoreScreens",
+                                              {{"folder", folder},
+                                               {"trash", entryId},
+                                               {"moves", planned},
+                                               {"before", before},
+                                               {"entry", entry.toJson()}}}});
+    UndoLog undo;
+    try {
+        markRenumberingOwed(folder, undo);
+        for (const auto& move : moves) {
+            if (!FileOps::exists(trashDir / move.from))
+                continue;
+            ops_.folderMover(trashDir / move.from, flowDir / move.to);
+            undo.add([this, trashDir, flowDir, move] {
+                ops_.folderMover(flowDir / move.to, trashDir / move.from);
+            });
+        }
+        dropTrashRecord(trashDir, entry, undo);
+        writeMeta(folder, m);
+    } catch (const std::exception& e) {
+        undo.undoOrThrow("put back screens of “" + folder + "”", trashDir.string(), e);
+        dropIntent(intent);
+        throw;
+    }
+    RestoredScreens result{folder, {}, commitScreenList(folder, m)};
+    for (const auto& name : restored) {
+        std::string now = name;
+        for (const auto& [from, to] : result.edits.renames)
+            if (from.folder == folder && from.filename == name)
+                now = to.filename;
+        result.filenames.push_back(now);
+    }
+    removeTrashLeftover(trashDir);
+    endIntent(intent);
+    return result;
 }
 
 } // namespace varnel

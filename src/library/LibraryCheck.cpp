@@ -122,6 +122,27 @@ void checkUnlisted(const FlowStore& store, const std::set<std::string>& listed,
     }
 }
 
+// What the trash offers must be there to put back, and not be in the library already.
+void checkTrash(const FlowStore& store, const LibraryIndex& index,
+                std::vector<std::string>& problems) {
+    for (const auto& entry : store.trashEntries()) {
+        const fs::path folder = store.root() / TrashEntry::kFolder / entry.id;
+        auto problem = [&](const std::string& text) {
+            problems.push_back("the trash entry " + entry.id + ": " + text);
+        };
+        for (const auto& flow : entry.flows) {
+            if (index.findId(flow.summary.id))
+                problem("the flow “" + flow.summary.name + "” is in the library too");
+            if (!FileOps::exists(folder / flow.slot / LibraryLayout::kMetaFile))
+                problem("the files of the flow “" + flow.summary.name + "” are missing");
+        }
+        for (const auto& screen : entry.screens) {
+            if (!FileOps::exists(folder / screen.ref.filename))
+                problem("the file “" + screen.ref.filename + "” is missing");
+        }
+    }
+}
+
 } // namespace
 
 std::vector<std::string> checkLibrary(const FlowStore& store) {
@@ -143,6 +164,7 @@ std::vector<std::string> checkLibrary(const FlowStore& store) {
         checkFlow(store, summary, problems);
     }
     checkUnlisted(store, folders, problems);
+    checkTrash(store, index, problems);
 
     const RecoveryReport leftovers = store.inspectLeftovers();
     problems.insert(problems.end(), leftovers.problems.begin(), leftovers.problems.end());

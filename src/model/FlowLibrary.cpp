@@ -34,6 +34,13 @@ FlowLibrary::~FlowLibrary() {
 
 void FlowLibrary::open() {
     recoveryReport_ = readOnly_ ? RecoveryReport{} : store_.recover();
+    if (!readOnly_) {
+        try {
+            store_.purgeTrashBefore(Date{Date::now().seconds - TrashEntry::kKeptSeconds});
+        } catch (const std::exception& e) {
+            qWarning("The trash couldn’t be emptied of old items: %s", e.what());
+        }
+    }
     for (const auto& problem : recoveryReport_.problems)
         qWarning("%s", problem.c_str());
     reload();
@@ -211,6 +218,10 @@ void FlowLibrary::moveCategory(const std::string& name, const std::optional<std:
     mutate([&] { store_.moveCategory(name, before); });
 }
 
+void FlowLibrary::setCategoryOrder(const std::vector<std::string>& order) {
+    mutate([&] { store_.setCategoryOrder(order); });
+}
+
 void FlowLibrary::renameCategory(const std::string& name, const std::string& newName) {
     // Each of the category's flows takes a new folder name, also when a later one fails.
     const std::vector<FlowSummary> before = summaries_;
@@ -298,14 +309,74 @@ ThumbEdits FlowLibrary::reorderScreens(const std::string& folderName,
 
 ThumbEdits FlowLibrary::moveScreens(const std::string& sourceFolder,
                                     const std::vector<std::string>& filenames,
-                                    const std::string& targetFolder, std::size_t insertionIndex) {
+                                    const std::string& targetFolder, std::size_t insertionIndex,
+                                    std::optional<std::string>* emptiedFlow) {
     return screensChanged(mutate([&] {
         ThumbEdits edits =
             store_.moveScreens(sourceFolder, filenames, targetFolder, insertionIndex);
-        if (sourceFolder != targetFolder)
+        if (sourceFolder == targetFolder)
+            return edits;
+        if (!emptiedFlow) {
             store_.deleteFlowIfEmpty(sourceFolder);
+        } else if (const FlowMeta left = store_.meta(sourceFolder);
+                   left.screens.empty() && !left.preserves()) {
+            *emptiedFlow = store_.trashFlows({sourceFolder}, true);
+        }
         return edits;
     }));
+}
+
+std::string FlowLibrary::trashFlows(const std::vector<std::string>& folderNames, bool hidden) {
+    for (const auto& folder : folderNames)
+        requireNoClipSave(folder);
+    return mutate([&] { return store_.trashFlows(folderNames, hidden); });
+}
+
+std::vector<std::string> FlowLibrary::restoreFlows(const std::string& entry) {
+    return mutate([&] { return store_.restoreFlows(entry); });
+}
+
+FlowLibrary::TrashedScreens FlowLibrary::trashScreens(const std::string& folderName,
+                                                      const std::vector<std::string>& filenames,
+                                                      bool hidden) {
+    requireNoClipSave(folderName, filenames);
+    const FlowMeta& flow = meta(folderName);
+    std::set<std::string> all;
+    for (const auto& screen : flow.screens)
+        all.insert(screen.filename);
+    const bool whole = !flow.preserves() && std::all_of(all.begin(), all.end(), [&](auto& name) {
+        return std::find(filenames.begin(), filenames.end(), name) != filenames.end();
+    });
+    if (whole)
+        return {trashFlows({folderName}, hidden), true};
+    TrashedScreens trashed;
+    screensChanged(mutate([&] {
+        auto result = store_.trashScreens(folderName, filenames, hidden);
+        trashed.entry = result.entry;
+        return result.edits;
+    }));
+    return trashed;
+}
+
+FlowStore::RestoredScreens FlowLibrary::restoreScreens(const std::string& entry) {
+    FlowStore::RestoredScreens restored;
+    screensChanged(mutate([&] {
+        restored = store_.restoreScreens(entry);
+        return restored.edits;
+    }));
+    return restored;
+}
+
+void FlowLibrary::purgeTrash(const std::string& entry) {
+    mutate([&] { store_.purgeTrash(entry); });
+}
+
+void FlowLibrary::emptyTrash() {
+    mutate([&] {
+        for (const auto& entry : store_.trashEntries())
+            if (!entry.hidden)
+                store_.purgeTrash(entry.id);
+    });
 }
 
 ThumbEdits FlowLibrary::duplicateScreens(const std::string& folderName,

@@ -75,14 +75,34 @@ public:
                          const std::optional<std::string>& application,
                          const std::optional<std::string>& categoryL1);
     void moveCategory(const std::string& name, const std::optional<std::string>& before);
+    void setCategoryOrder(const std::vector<std::string>& order);
     void renameCategory(const std::string& name, const std::string& newName);
 
     ThumbEdits deleteScreens(const std::string& folderName,
                              const std::vector<std::string>& filenames);
+
+    // The trash. What the window deletes goes there, for undo and to be put back later.
+    std::string trashFlows(const std::vector<std::string>& folderNames, bool hidden = false);
+    std::vector<std::string> restoreFlows(const std::string& entry);
+    // The flow goes with its screens when none would be left and it isn't kept when empty.
+    struct TrashedScreens {
+        std::string entry;
+        bool flowWent = false;
+    };
+    TrashedScreens trashScreens(const std::string& folderName,
+                                const std::vector<std::string>& filenames, bool hidden = false);
+    FlowStore::RestoredScreens restoreScreens(const std::string& entry);
+    std::vector<TrashEntry> trashEntries() const { return store_.trashEntries(); }
+    void purgeTrash(const std::string& entry);
+    // Empties the trash of what is listed (what undo keeps stays until it is dropped).
+    void emptyTrash();
     ThumbEdits reorderScreens(const std::string& folderName, const std::vector<std::string>& order);
+    // A source flow left empty goes; into the trash, hidden, when `emptiedFlow` asks for its
+    // entry.
     ThumbEdits moveScreens(const std::string& sourceFolder,
                            const std::vector<std::string>& filenames,
-                           const std::string& targetFolder, std::size_t insertionIndex);
+                           const std::string& targetFolder, std::size_t insertionIndex,
+                           std::optional<std::string>* emptiedFlow = nullptr);
     ThumbEdits duplicateScreens(const std::string& folderName,
                                 const std::vector<std::string>& filenames);
     void renameScreen(const std::string& folderName, const std::string& filename,

@@ -528,6 +528,40 @@ bool GalleryView::stepCurrent(int delta) {
     }
 }
 
+bool GalleryView::stepLine(int direction) {
+    const auto index = current_ ? currentIndex() : std::nullopt;
+    const auto row = current_ ? content_.rowOfFlow(current_->folder) : std::nullopt;
+    if (!index || !row)
+        return stepCurrent(direction);
+    const std::size_t perLine = std::max(1, layout_.perLine());
+    const auto* screens = screensOf(current_->folder);
+    const std::size_t size = screens ? screens->size() : 0;
+    const std::size_t column = *index % perLine;
+    // Within the band: the line above or below, or the last screen of a shorter last line.
+    if (direction > 0 && *index / perLine < (size - 1) / perLine) {
+        selectScreen({current_->folder, (*screens)[std::min(*index + perLine, size - 1)].filename});
+        return true;
+    }
+    if (direction < 0 && *index >= perLine) {
+        selectScreen({current_->folder, (*screens)[*index - perLine].filename});
+        return true;
+    }
+    // Into the next or previous band with screens, on its nearest line, in the same column.
+    for (std::size_t r = *row; direction > 0 ? r + 1 < content_.rows.size() : r > 0;) {
+        r = direction > 0 ? r + 1 : r - 1;
+        if (content_.rows[r].kind != GalleryRow::Kind::flow)
+            continue;
+        const std::string& folder = content_.flows[content_.rows[r].flow].folderName;
+        const auto* next = screensOf(folder);
+        if (!next || next->empty())
+            continue;
+        const std::size_t lineStart = direction > 0 ? 0 : (next->size() - 1) / perLine * perLine;
+        selectScreen({folder, (*next)[std::min(lineStart + column, next->size() - 1)].filename});
+        return true;
+    }
+    return false;
+}
+
 void GalleryView::ensureVisible(const QRect& contentRect) {
     const int top = offset();
     const int height = viewport()->height();
@@ -591,12 +625,25 @@ void GalleryView::mousePressEvent(QMouseEvent* event) {
         setCurrent(*screen);
         return;
     }
-    if (!selection_.contains(*screen))
+    // A press inside a selection may start dragging all of it; released without a drag, the
+    // click picks that screen alone, as a file manager does.
+    if (!selection_.contains(*screen)) {
         selectScreen(*screen);
-    else
+    } else {
         setCurrent(*screen);
+        if (selection_.size() > 1)
+            clickedInSelection_ = *screen;
+    }
     pressPosition_ = event->position().toPoint();
     dragReady_ = true;
+}
+
+void GalleryView::mouseReleaseEvent(QMouseEvent* event) {
+    QAbstractScrollArea::mouseReleaseEvent(event);
+    const auto clicked = std::exchange(clickedInSelection_, std::nullopt);
+    if (clicked && dragReady_ && event->button() == Qt::LeftButton && selection_.contains(*clicked))
+        selectScreen(*clicked);
+    dragReady_ = false;
 }
 
 QMimeData* GalleryView::mimeDataFor(const std::vector<ScreenID>& screens) const {
@@ -621,6 +668,7 @@ void GalleryView::mouseMoveEvent(QMouseEvent* event) {
             QApplication::startDragDistance())
         return;
     dragReady_ = false;
+    clickedInSelection_.reset();
     std::vector<ScreenID> dragged;
     for (const auto& screen : selectedScreens())
         if (current_ && screen.folder == current_->folder)
@@ -646,7 +694,6 @@ void GalleryView::mouseDoubleClickEvent(QMouseEvent* event) {
 }
 
 void GalleryView::keyPressEvent(QKeyEvent* event) {
-    const int line = layout_.perLine();
     switch (event->key()) {
     case Qt::Key_Right:
         stepCurrent(1);
@@ -655,10 +702,10 @@ void GalleryView::keyPressEvent(QKeyEvent* event) {
         stepCurrent(-1);
         return;
     case Qt::Key_Down:
-        stepCurrent(line);
+        stepLine(1);
         return;
     case Qt::Key_Up:
-        stepCurrent(-line);
+        stepLine(-1);
         return;
     case Qt::Key_Space:
         if (current_)

@@ -69,6 +69,8 @@ public:
     void selectAllInFlow();
     // Moves the current screen through the gallery's order; false at either end.
     bool stepCurrent(int delta);
+    // Moves the current screen to the line above or below as shown, across flows.
+    bool stepLine(int direction);
 
     void scrollToFlow(const std::string& folder);
     void scrollToCategory(const std::string& application, const std::string& category);
@@ -105,6 +107,7 @@ protected:
     void resizeEvent(QResizeEvent* event) override;
     void mousePressEvent(QMouseEvent* event) override;
     void mouseMoveEvent(QMouseEvent* event) override;
+    void mouseReleaseEvent(QMouseEvent* event) override;
     void mouseDoubleClickEvent(QMouseEvent* event) override;
     void keyPressEvent(QKeyEvent* event) override;
     void contextMenuEvent(QContextMenuEvent* event) override;
@@ -147,6 +150,7 @@ private:
     std::optional<ScreenID> anchor_; // where a shift-click range starts
     QPoint pressPosition_;
     bool dragReady_ = false;
+    std::optional<ScreenID> clickedInSelection_;
     std::optional<DropTarget> dropTarget_;
     QTimer autoScrollTimer_;
     int autoScroll_ = 0; // pixels a tick while a drag is held near an edge

@@ -7,10 +7,12 @@
 #include <QDropEvent>
 #include <QHeaderView>
 #include <QMimeData>
+#include <QMouseEvent>
 #include <QPainter>
 #include <QStyledItemDelegate>
 
 #include <map>
+#include <utility>
 
 namespace varnel {
 
@@ -50,15 +52,36 @@ LibrarySidebar::LibrarySidebar(QWidget* parent) : QTreeWidget(parent) {
     connect(this, &QTreeWidget::itemClicked, this,
             [this](QTreeWidgetItem* item) { itemPicked(item); });
     connect(this, &QTreeWidget::currentItemChanged, this, [this](QTreeWidgetItem* item) {
-        if (!rebuilding_ && item)
-            itemPicked(item);
+        if (rebuilding_ || !item)
+            return;
+        // Picking an application rebuilds the rows under the pointer: not while the click that
+        // picked it is still under way, or its release lands on whatever row moved there.
+        if (pressing_) {
+            pendingPick_ = item;
+            return;
+        }
+        itemPicked(item);
     });
+}
+
+void LibrarySidebar::mousePressEvent(QMouseEvent* event) {
+    pressing_ = true;
+    pendingPick_ = nullptr;
+    QTreeWidget::mousePressEvent(event);
+}
+
+void LibrarySidebar::mouseReleaseEvent(QMouseEvent* event) {
+    QTreeWidget::mouseReleaseEvent(event);
+    pressing_ = false;
+    if (QTreeWidgetItem* item = std::exchange(pendingPick_, nullptr))
+        itemPicked(item);
 }
 
 void LibrarySidebar::setLibrary(const std::vector<FlowSummary>& summaries,
                                 const std::vector<std::string>& categoryOrder,
                                 const std::optional<std::string>& selected) {
     rebuilding_ = true;
+    pendingPick_ = nullptr;
     clear();
     std::map<std::string, std::vector<FlowSummary>> byApplication;
     for (const auto& flow : summaries)

@@ -45,6 +45,8 @@ protected:
     void drawRow(QPainter* painter, const QStyleOptionViewItem& option,
                  const QModelIndex& index) const override;
     void focusInEvent(QFocusEvent* event) override;
+    void mousePressEvent(QMouseEvent* event) override;
+    void mouseReleaseEvent(QMouseEvent* event) override;
     void focusOutEvent(QFocusEvent* event) override;
     void dragEnterEvent(QDragEnterEvent* event) override;
     void dragMoveEvent(QDragMoveEvent* event) override;
@@ -58,6 +60,8 @@ private:
 
     std::optional<std::string> selected_;
     bool rebuilding_ = false;
+    bool pressing_ = false;
+    QTreeWidgetItem* pendingPick_ = nullptr; // picked by a click not yet released
 };
 
 } // namespace varnel

@@ -12,6 +12,8 @@
 #include "capture/GlobalHotkey.h"
 #include "figma/FigmaServices.h"
 #include "model/FlowLibrary.h"
+#include "model/LibraryChanges.h"
+#include "model/LibraryHistory.h"
 #include "text/ApertiumEngine.h"
 #include "text/Languages.h"
 #include "text/LibreTranslateEngine.h"
@@ -33,6 +35,8 @@
 #include <QCloseEvent>
 #include <QComboBox>
 #include <QDir>
+#include <QHBoxLayout>
+#include <QKeyEvent>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMenu>
@@ -125,6 +129,18 @@ MainWindow::MainWindow(FlowLibrary& library, AppSettings& settings, QWidget* par
     column->addWidget(readOnlyBanner_);
     clipSaveBanner_ = new ClipSaveBanner(galleryColumn);
     column->addWidget(clipSaveBanner_);
+    searchScope_ = new QWidget(galleryColumn);
+    searchScope_->setObjectName("searchScope");
+    auto* scopeRow = new QHBoxLayout(searchScope_);
+    scopeRow->setContentsMargins(12, 6, 12, 6);
+    searchScopeText_ = new QLabel(searchScope_);
+    searchScopeText_->setObjectName("searchScopeText");
+    scopeRow->addWidget(searchScopeText_, 1);
+    searchEverywhere_ = new QPushButton(tr("Search All Applications"), searchScope_);
+    searchEverywhere_->setObjectName("searchEverywhere");
+    scopeRow->addWidget(searchEverywhere_);
+    searchScope_->hide();
+    column->addWidget(searchScope_);
     column->addWidget(gallery_, 1);
     figmaBar_ = new FigmaFlowBar(library_, *figma_, galleryColumn);
     column->addWidget(figmaBar_);
@@ -160,6 +176,25 @@ MainWindow::MainWindow(FlowLibrary& library, AppSettings& settings, QWidget* par
     sizeSlider_->setValue(static_cast<int>(settings_.thumbnailHeight()));
     toolbar->addWidget(sizeSlider_);
     statusBar()->addWidget(status_, 1);
+    undoButton_ = new QPushButton(tr("Undo"), this);
+    undoButton_->setObjectName("statusUndo");
+    undoButton_->setFlat(true);
+    undoButton_->hide();
+    statusBar()->addWidget(undoButton_);
+    connect(undoButton_, &QPushButton::clicked, this, &MainWindow::undo);
+    // A message about a change fades after a while, as a desktop notification does.
+    transientFade_.setSingleShot(true);
+    transientFade_.setInterval(std::chrono::seconds(8));
+    connect(&transientFade_, &QTimer::timeout, this, [this] {
+        transientStatus_.clear();
+        undoButton_->hide();
+        showStatus();
+    });
+    history_ = new LibraryHistory(library_, this);
+    connect(history_, &LibraryHistory::changed, this, &MainWindow::updateUndoActions);
+    // What undo keeps belongs to the library it was made in.
+    connect(&library_, &FlowLibrary::aboutToSwitchRoot, history_, &LibraryHistory::clear);
+    repairs_->setObjectName("repairs");
     repairs_->setFlat(true);
     repairs_->setToolTip(tr("What Varnel repaired when it opened this library"));
     statusBar()->addPermanentWidget(repairs_);
@@ -204,6 +239,11 @@ MainWindow::MainWindow(FlowLibrary& library, AppSettings& settings, QWidget* par
                 editScreen();
             });
     connect(search_, &QLineEdit::textChanged, this, &MainWindow::rebuildGallery);
+    search_->installEventFilter(this);
+    connect(searchEverywhere_, &QPushButton::clicked, this, [this] {
+        settings_.setSelectedApp(std::nullopt);
+        refresh();
+    });
     connect(media_, &QComboBox::currentIndexChanged, this, [this](int index) {
         settings_.setMediaFilter(static_cast<MediaFilter>(index));
         rebuildGallery();
@@ -236,10 +276,10 @@ MainWindow::MainWindow(FlowLibrary& library, AppSettings& settings, QWidget* par
     connect(sidebar_, &LibrarySidebar::categoryMoved, this,
             [this](const QString& category, const QString& before) {
                 attempt(tr("Couldn’t move the category"), [&] {
-                    library_.moveCategory(category.toStdString(),
-                                          before.isEmpty()
-                                              ? std::nullopt
-                                              : std::optional<std::string>(before.toStdString()));
+                    recorded(LibraryChanges::moveCategory(
+                        library_, category.toStdString(),
+                        before.isEmpty() ? std::nullopt
+                                         : std::optional<std::string>(before.toStdString())));
                 });
             });
     connect(gallery_, &GalleryView::selectionChanged, this, &MainWindow::updateActions);
@@ -342,19 +382,16 @@ void MainWindow::closeEvent(QCloseEvent* event) {
 }
 
 void MainWindow::buildMenus() {
-    // Commands of parts still to come are listed, disabled, so that the menus keep their shape.
-    auto later = [](QAction* action) {
-        action->setEnabled(false);
-        action->setToolTip(tr("Not available yet"));
-        return action;
-    };
-
     QMenu* file = menuBar()->addMenu(tr("&File"));
     QAction* newCapture = file->addAction(tr("New Capture…"), this, &MainWindow::newCapture);
     newCapture->setShortcut(QKeySequence::New);
     addScreensAction_ =
         file->addAction(tr("Add Screens to Flow…"), this, &MainWindow::addScreensToFlow);
     addScreensAction_->setShortcut(QKeySequence(tr("Ctrl+Shift+N")));
+    file->addSeparator();
+    QAction* trash = file->addAction(tr("Trash…"), this, &MainWindow::showTrash);
+    trash->setObjectName("showTrash");
+    trash->setStatusTip(tr("Deleted flows and screens, to put back or delete for good"));
     file->addSeparator();
     QAction* importApp =
         file->addAction(tr("Import Application…"), this, &MainWindow::importApplication);
@@ -367,7 +404,7 @@ void MainWindow::buildMenus() {
     exportSharedAction_->setStatusTip(tr("A copy to share: the screens as edited, without their "
                                          "untouched copies or the text of hidden areas"));
     deleteApplicationAction_ =
-        file->addAction(tr("Delete Application…"), this, &MainWindow::deleteApplication);
+        file->addAction(tr("Delete Application"), this, &MainWindow::deleteApplication);
     file->addSeparator();
     exportFigmaAction_ =
         file->addAction(tr("Export for Figma…"), this, &MainWindow::exportForFigma);
@@ -380,14 +417,24 @@ void MainWindow::buildMenus() {
     file->addAction(tr("Quit"), qApp, &QApplication::quit)->setShortcut(QKeySequence::Quit);
 
     QMenu* edit = menuBar()->addMenu(tr("&Edit"));
-    later(edit->addAction(tr("Undo")))->setShortcut(QKeySequence::Undo);
-    later(edit->addAction(tr("Redo")))->setShortcut(QKeySequence::Redo);
+    undoAction_ = edit->addAction(tr("Undo"), this, &MainWindow::undo);
+    undoAction_->setObjectName("undo");
+    undoAction_->setShortcut(QKeySequence::Undo);
+    redoAction_ = edit->addAction(tr("Redo"), this, &MainWindow::redo);
+    redoAction_->setObjectName("redo");
+    redoAction_->setShortcuts({QKeySequence(tr("Ctrl+Shift+Z")), QKeySequence(tr("Ctrl+Y"))});
+    edit->addSeparator();
+    QAction* find = edit->addAction(tr("Find"), this, [this] {
+        search_->setFocus(Qt::ShortcutFocusReason);
+        search_->selectAll();
+    });
+    find->setShortcut(QKeySequence::Find);
     edit->addSeparator();
     renameScreenAction_ = edit->addAction(tr("Rename Screen…"), this, &MainWindow::renameScreen);
     renameScreenAction_->setShortcut(QKeySequence(Qt::Key_F2));
     duplicateAction_ = edit->addAction(tr("Duplicate"), this, &MainWindow::duplicateScreens);
     duplicateAction_->setShortcut(QKeySequence(tr("Ctrl+D")));
-    deleteAction_ = edit->addAction(tr("Delete…"), this, &MainWindow::deleteSelection);
+    deleteAction_ = edit->addAction(tr("Delete"), this, &MainWindow::deleteSelection);
     deleteAction_->setShortcut(QKeySequence::Delete);
     edit->addSeparator();
     selectAllAction_ =
@@ -407,7 +454,7 @@ void MainWindow::buildMenus() {
         flow->addAction(tr("Show in File Manager"), this, &MainWindow::showFlowInFileManager);
     revealAction_->setShortcut(QKeySequence(tr("Ctrl+Shift+R")));
     flow->addSeparator();
-    deleteFlowAction_ = flow->addAction(tr("Delete Flow…"), this, &MainWindow::deleteFlow);
+    deleteFlowAction_ = flow->addAction(tr("Delete Flow"), this, &MainWindow::deleteFlow);
     deleteFlowAction_->setShortcut(QKeySequence(tr("Ctrl+Shift+Del")));
     flow->addSeparator();
     publishFigmaAction_ = flow->addAction(tr("Sync with Figma"), this, &MainWindow::publishToFigma);
@@ -477,7 +524,7 @@ void MainWindow::buildMenus() {
         newCapture,         addScreensAction_,   importApp,         deleteApplicationAction_,
         exportFigmaAction_, renameScreenAction_, duplicateAction_,  deleteAction_,
         editScreenAction_,  revertAction_,       renameFlowAction_, categorizeAction_,
-        deleteFlowAction_,  publishFigmaAction_};
+        deleteFlowAction_,  publishFigmaAction_, undoAction_,       redoAction_};
     help->addAction(tr("About Varnel"), this, [this] {
         QMessageBox::about(this, tr("About Varnel"),
                            tr("<b>Varnel %1</b><p>Collect and study the screens of mobile "
@@ -572,6 +619,7 @@ void MainWindow::rebuildGallery() {
     search.setQuery(search_->text().toStdString());
     search.setMedia(media);
     if (search.query().empty() && media == MediaFilter::all) {
+        searchScope_->hide();
         gallery_->setEmptyText(tr("No flows yet"),
                                tr("Capture screens from a phone or an emulator, or bring in an "
                                   "application with File ▸ Import Application…"));
@@ -596,9 +644,39 @@ void MainWindow::rebuildGallery() {
                                ? tr("No flow has screens of this kind.")
                                : tr("No flow name, category or text on a screen holds “%1”.")
                                      .arg(search_->text().trimmed()));
+    // What the search found where it looks: the selected application, or everywhere.
+    const auto& app = sidebar_->selectedApplication();
+    std::size_t flows = 0, screens = 0;
+    for (const auto& flow : shown) {
+        if (app && flow.application.value_or("") != *app)
+            continue;
+        ++flows;
+        screens += static_cast<std::size_t>(std::max<std::int64_t>(0, flow.screenCount));
+    }
     gallery_->setScreenFilter(std::move(filter));
-    gallery_->setContent(
-        GalleryContent::make(shown, library_.categoryOrder(), sidebar_->selectedApplication()));
+    gallery_->setContent(GalleryContent::make(shown, library_.categoryOrder(), app));
+    showSearchScope(screens, flows);
+}
+
+void MainWindow::showSearchScope(std::size_t screens, std::size_t flows) {
+    const QString found =
+        flows == 0 ? tr("Nothing found")
+                   : (screens == 1 ? tr("1 screen") : tr("%1 screens").arg(screens)) + " " +
+                         (flows == 1 ? tr("in 1 flow") : tr("in %1 flows").arg(flows));
+    const auto& app = sidebar_->selectedApplication();
+    searchScopeText_->setText(app ? tr("%1 in %2").arg(found, qs(*app))
+                                  : tr("%1 in all applications").arg(found));
+    searchEverywhere_->setVisible(app.has_value());
+    searchScope_->show();
+}
+
+bool MainWindow::eventFilter(QObject* watched, QEvent* event) {
+    if (watched == search_ && event->type() == QEvent::KeyPress &&
+        static_cast<QKeyEvent*>(event)->key() == Qt::Key_Escape && !search_->text().isEmpty()) {
+        search_->clear();
+        return true;
+    }
+    return QMainWindow::eventFilter(watched, event);
 }
 
 void MainWindow::showStatus() {
@@ -606,13 +684,29 @@ void MainWindow::showStatus() {
         status_->setText(transientStatus_);
         return;
     }
-    const auto flows = library_.summaries().size();
+    // What is selected, then what is shown: the selected application's flows or all of them.
+    const auto& app = sidebar_->selectedApplication();
+    std::size_t flows = 0;
     std::int64_t screens = 0;
-    for (const auto& flow : library_.summaries())
+    for (const auto& flow : library_.summaries()) {
+        if (app && flow.application.value_or("") != *app)
+            continue;
+        ++flows;
         screens += flow.screenCount;
-    QString text = (flows == 1 ? tr("1 flow") : tr("%1 flows").arg(flows)) + ", " +
-                   (screens == 1 ? tr("1 screen") : tr("%1 screens").arg(screens)) + " — " +
-                   homeShort(qs(library_.root().string()));
+    }
+    QString text;
+    const auto selected = gallery_->selectedScreens().size();
+    if (selected > 0)
+        text = (selected == 1 ? tr("1 screen selected") : tr("%1 screens selected").arg(selected)) +
+               " — ";
+    else if (const auto& flow = gallery_->currentFlow())
+        for (const auto& summary : library_.summaries())
+            if (summary.folderName == *flow)
+                text = tr("“%1” selected").arg(qs(summary.name)) + " — ";
+    text += (app ? qs(*app) + ": " : tr("All applications: ")) +
+            (flows == 1 ? tr("1 flow") : tr("%1 flows").arg(flows)) + ", " +
+            (screens == 1 ? tr("1 screen") : tr("%1 screens").arg(screens)) + " — " +
+            homeShort(qs(library_.root().string()));
     if (textRemaining_ > 0)
         text += textRemaining_ == 1 ? tr(" — reading the text of 1 screen")
                                     : tr(" — reading the text of %1 screens").arg(textRemaining_);
@@ -659,10 +753,14 @@ void MainWindow::showRepairs() {
 
 void MainWindow::showTransient(const QString& message) {
     transientStatus_ = message;
+    undoButton_->hide();
+    transientFade_.start();
     showStatus();
 }
 
 void MainWindow::updateActions() {
+    if (transientStatus_.isEmpty())
+        showStatus(); // the selection is part of it
     const bool screen = gallery_->currentScreen().has_value();
     const bool flow = gallery_->currentFlow().has_value();
     const bool application = selectedApplication().has_value();

@@ -35,6 +35,8 @@ class FigmaServices;
 class FlowLibrary;
 class GlobalHotkey;
 class GalleryView;
+class LibraryChange;
+class LibraryHistory;
 class LibrarySidebar;
 class ScreenEditor;
 class ScreenPreview;
@@ -101,6 +103,11 @@ public:
     void revertToOriginal();
     void duplicateScreens();
     void deleteSelection();
+    // Edit ▸ Undo and Redo of the library's changes, and the trash they keep deleted items in.
+    LibraryHistory& history() const { return *history_; }
+    void undo();
+    void redo();
+    void showTrash();
     // Flows.
     void renameFlow();
     void categorizeFlow();
@@ -120,6 +127,8 @@ signals:
 
 protected:
     void closeEvent(QCloseEvent* event) override;
+    // Esc in the search field clears it.
+    bool eventFilter(QObject* watched, QEvent* event) override;
 
 private:
     // The window's size, place and splitter, kept between runs.
@@ -136,6 +145,12 @@ private:
     void showRepairs();
     // A message in the status bar until the library changes again.
     void showTransient(const QString& message);
+    // A change made: kept for undo, its message shown with a way back.
+    void recorded(std::unique_ptr<LibraryChange> change, const QString& message = {});
+    void selectTouched(const LibraryChange& change);
+    void updateUndoActions();
+    // Above the gallery while searching: where the search looks and what it found.
+    void showSearchScope(std::size_t screens, std::size_t flows);
     void exportArchive(bool withoutOriginals);
     void importInspected(const std::string& zipFile);
     void showUpdateCheck(const UpdateCheckResult& result, bool userAsked);
@@ -146,8 +161,9 @@ private:
     // Runs a library change; its error is shown under `title`. False when it failed.
     bool attempt(const QString& title, const std::function<void()>& change);
     // Puts screens that were appended to a flow at `index` instead.
-    void placeAppended(const std::string& folder, const std::vector<std::string>& added,
-                       std::size_t index);
+    std::vector<std::string> placeAppended(const std::string& folder,
+                                           const std::vector<std::string>& added,
+                                           std::size_t index);
     void openCapture(const std::optional<std::string>& appendTo);
     void registerHotkey();
 
@@ -171,6 +187,14 @@ private:
     QComboBox* media_ = nullptr;
     int textRemaining_ = 0;
     QString transientStatus_;
+    QTimer transientFade_;
+    LibraryHistory* history_ = nullptr;
+    QAction* undoAction_ = nullptr;
+    QAction* redoAction_ = nullptr;
+    QPushButton* undoButton_ = nullptr;
+    QWidget* searchScope_ = nullptr;
+    QLabel* searchScopeText_ = nullptr;
+    QPushButton* searchEverywhere_ = nullptr;
 
     QAction* exportAction_ = nullptr;
     QAction* exportSharedAction_ = nullptr;

@@ -1,5 +1,6 @@
 #include "archive/AppArchive.h"
 #include "model/FlowLibrary.h"
+#include "model/LibraryChanges.h"
 #include "ui/MainWindow.h"
 #include "ui/Messages.h"
 
@@ -164,16 +165,19 @@ void MainWindow::deleteApplication() {
     const auto application = selectedApplication();
     if (!application)
         return;
-    const auto flows =
-        AppArchive::flowsOf(LibraryIndex{library_.summaries(), {}}, *application).size();
-    const QString details =
-        (flows == 1 ? tr("Its flow and all its screens are deleted.")
-                    : tr("Its %1 flows and all their screens are deleted.").arg(flows)) +
-        " " + tr("This can’t be undone.");
-    if (!confirmDestructive(this, tr("Delete “%1”?").arg(qs(*application)), details, tr("Delete")))
+    // Into the trash with every flow, and undoable.
+    std::vector<std::string> folders;
+    for (const auto& flow :
+         AppArchive::flowsOf(LibraryIndex{library_.summaries(), {}}, *application))
+        folders.push_back(flow.folderName);
+    if (folders.empty())
         return;
     try {
-        library_.deleteApplication(*application);
+        recorded(
+            LibraryChanges::deleteFlows(library_, folders, "Delete Application"),
+            folders.size() == 1
+                ? tr("Deleted “%1” and its flow").arg(qs(*application))
+                : tr("Deleted “%1” and its %2 flows").arg(qs(*application)).arg(folders.size()));
     } catch (const std::exception& e) {
         showError(this, tr("Couldn’t delete “%1”").arg(qs(*application)), qs(e.what()));
     }

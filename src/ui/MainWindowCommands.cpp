@@ -1,7 +1,10 @@
 #include "model/FlowLibrary.h"
+#include "model/LibraryChanges.h"
+#include "model/LibraryHistory.h"
 #include "ui/CategorizeDialog.h"
 #include "ui/GalleryView.h"
 #include "ui/MainWindow.h"
+#include "ui/TrashWindow.h"
 
 #include "app/AppSettings.h"
 #include "figma/FigmaPlugin.h"
@@ -33,6 +36,81 @@ bool MainWindow::attempt(const QString& title, const std::function<void()>& chan
         showError(this, title, qs(e.what()));
         return false;
     }
+}
+
+void MainWindow::recorded(std::unique_ptr<LibraryChange> change, const QString& message) {
+    const LibraryChange& kept = *change;
+    history_->record(std::move(change));
+    selectTouched(kept);
+    if (message.isEmpty())
+        return;
+    showTransient(message);
+    undoButton_->setToolTip(tr("Undo %1").arg(qs(kept.name())));
+    undoButton_->show();
+}
+
+void MainWindow::selectTouched(const LibraryChange& change) {
+    if (!change.touched().empty()) {
+        gallery_->selectScreens(change.touched());
+        gallery_->scrollToFlow(change.touched().front().folder);
+        gallery_->selectScreens(change.touched());
+    } else if (const auto& flow = change.touchedFlow()) {
+        gallery_->scrollToFlow(*flow);
+    }
+}
+
+void MainWindow::undo() {
+    if (!history_->canUndo())
+        return;
+    const QString name = qs(history_->undoName());
+    try {
+        const LibraryChange& undone = history_->undo();
+        selectTouched(undone);
+        showTransient(tr("Undid “%1”").arg(name));
+    } catch (const std::exception& e) {
+        showError(this, tr("Couldn’t undo “%1”").arg(name), qs(e.what()));
+    }
+}
+
+void MainWindow::redo() {
+    if (!history_->canRedo())
+        return;
+    const QString name = qs(history_->redoName());
+    try {
+        const LibraryChange& redone = history_->redo();
+        selectTouched(redone);
+        showTransient(tr("Redid “%1”").arg(name));
+    } catch (const std::exception& e) {
+        showError(this, tr("Couldn’t redo “%1”").arg(name), qs(e.what()));
+    }
+}
+
+void MainWindow::updateUndoActions() {
+    const bool writable = !library_.readOnlyReason();
+    undoAction_->setEnabled(writable && history_->canUndo());
+    undoAction_->setText(history_->canUndo() ? tr("Undo %1").arg(qs(history_->undoName()))
+                                             : tr("Undo"));
+    redoAction_->setEnabled(writable && history_->canRedo());
+    redoAction_->setText(history_->canRedo() ? tr("Redo %1").arg(qs(history_->redoName()))
+                                             : tr("Redo"));
+    if (!history_->canUndo())
+        undoButton_->hide();
+}
+
+void MainWindow::showTrash() {
+    auto* window = findChild<TrashWindow*>();
+    if (!window) {
+        window = new TrashWindow(library_, this);
+        connect(window, &TrashWindow::putBack, this, [this](const TrashEntry& entry) {
+            attempt(tr("Couldn’t put it back"), [&] {
+                recorded(LibraryChanges::putBack(library_, entry),
+                         tr("Put back %1").arg(qs(entry.description())));
+            });
+        });
+    }
+    window->show();
+    window->raise();
+    window->activateWindow();
 }
 
 std::vector<std::string> MainWindow::selectedInCurrentFlow() const {
@@ -105,8 +183,11 @@ void MainWindow::renameScreen() {
                               QLineEdit::Normal, name, &ok);
     if (!ok)
         return;
+    if (chosen.trimmed() == name.trimmed())
+        return;
     if (attempt(tr("Couldn’t rename the screen"), [&] {
-            library_.renameScreen(current->folder, current->filename, chosen.toStdString());
+            recorded(LibraryChanges::renameScreen(library_, current->folder, current->filename,
+                                                  chosen.toStdString()));
         }))
         gallery_->selectScreen(*current);
 }
@@ -157,8 +238,13 @@ void MainWindow::duplicateScreens() {
     if (!current)
         return;
     const auto names = selectedInCurrentFlow();
-    attempt(tr("Couldn’t duplicate the screens"),
-            [&] { library_.duplicateScreens(current->folder, names); });
+    attempt(tr("Couldn’t duplicate the screens"), [&] {
+        const auto copies =
+            LibraryChanges::copiesMade(library_.duplicateScreens(current->folder, names));
+        recorded(LibraryChanges::addedScreens(library_, current->folder, copies,
+                                              copies.size() == 1 ? "Duplicate Screen"
+                                                                 : "Duplicate Screens"));
+    });
 }
 
 void MainWindow::deleteSelection() {
@@ -167,18 +253,13 @@ void MainWindow::deleteSelection() {
         deleteFlow();
         return;
     }
+    // Into the trash, and undoable: no question first, as a file manager does.
     const auto names = selectedInCurrentFlow();
-    const QString question =
-        names.size() == 1 ? tr("Delete this screen?") : tr("Delete %1 screens?").arg(names.size());
-    if (!confirmDestructive(this, question,
-                            tr("The screen files and their untouched originals are deleted. "
-                               "This can’t be undone."),
-                            tr("Delete")))
-        return;
-    if (attempt(tr("Couldn’t delete the screens"),
-                [&] { library_.deleteScreens(current->folder, names); }))
-        showTransient(names.size() == 1 ? tr("Deleted a screen")
-                                        : tr("Deleted %1 screens").arg(names.size()));
+    attempt(tr("Couldn’t delete the screens"), [&] {
+        recorded(LibraryChanges::deleteScreens(library_, current->folder, names),
+                 names.size() == 1 ? tr("Deleted a screen")
+                                   : tr("Deleted %1 screens").arg(names.size()));
+    });
 }
 
 void MainWindow::renameFlow() {
@@ -198,16 +279,25 @@ void MainWindow::renameFlow() {
                                .trimmed();
     if (!ok || chosen.isEmpty() || chosen == name)
         return;
-    std::string moved;
-    if (attempt(tr("Couldn’t rename the flow"),
-                [&] { moved = library_.renameFlow(*folder, chosen.toStdString()); }))
-        gallery_->scrollToFlow(moved);
+    attempt(tr("Couldn’t rename the flow"),
+            [&] { recorded(LibraryChanges::renameFlow(library_, *folder, chosen.toStdString())); });
 }
 
 void MainWindow::categorizeFlow() {
+    // The dialog saves by itself: what it changed is recorded from the flow before and after.
+    std::optional<FlowSummary> before;
+    for (const auto& flow : library_.summaries())
+        if (gallery_->currentFlow() && flow.folderName == *gallery_->currentFlow())
+            before = flow;
     CategorizeDialog dialog(library_, gallery_->currentFlow(), this);
-    if (dialog.exec() == QDialog::Accepted && dialog.savedFolder())
-        gallery_->scrollToFlow(*dialog.savedFolder());
+    if (dialog.exec() != QDialog::Accepted || !dialog.savedFolder())
+        return;
+    if (before)
+        attempt(tr("Couldn’t categorize the flow"), [&] {
+            recorded(LibraryChanges::refiled(library_, before->id, before->application,
+                                             before->categoryL1));
+        });
+    gallery_->scrollToFlow(*dialog.savedFolder());
 }
 
 void MainWindow::showFlowInFileManager() {
@@ -220,33 +310,33 @@ void MainWindow::deleteFlow() {
     if (!folder)
         return;
     QString name = qs(*folder);
-    std::size_t screens = 0;
-    try {
-        name = qs(library_.meta(*folder).name);
-        screens = library_.meta(*folder).screens.size();
-    } catch (const std::exception&) {
-    }
-    const QString details =
-        (screens == 1 ? tr("Its screen is deleted with it.")
-                      : tr("Its %1 screens are deleted with it.").arg(screens)) +
-        " " + tr("This can’t be undone.");
-    if (!confirmDestructive(this, tr("Delete the flow “%1”?").arg(name), details, tr("Delete")))
-        return;
-    if (attempt(tr("Couldn’t delete the flow"), [&] { library_.deleteFlow(*folder); }))
-        showTransient(tr("Deleted “%1”").arg(name));
+    for (const auto& flow : library_.summaries())
+        if (flow.folderName == *folder)
+            name = qs(flow.name);
+    attempt(tr("Couldn’t delete the flow"), [&] {
+        recorded(LibraryChanges::deleteFlows(library_, {*folder}, "Delete Flow"),
+                 tr("Deleted “%1”").arg(name));
+    });
 }
 
-void MainWindow::placeAppended(const std::string& folder, const std::vector<std::string>& added,
-                               std::size_t index) {
+std::vector<std::string> MainWindow::placeAppended(const std::string& folder,
+                                                   const std::vector<std::string>& added,
+                                                   std::size_t index) {
     std::vector<std::string> order;
     for (const auto& screen : library_.meta(folder).screens)
         if (std::find(added.begin(), added.end(), screen.filename) == added.end())
             order.push_back(screen.filename);
     index = std::min(index, order.size());
     if (index == order.size())
-        return; // appended is where they belong
+        return added; // appended is where they belong
     order.insert(order.begin() + static_cast<std::ptrdiff_t>(index), added.begin(), added.end());
     library_.reorderScreens(folder, order);
+    // Renumbered: they are the screens at their places now.
+    const auto& screens = library_.meta(folder).screens;
+    std::vector<std::string> placed;
+    for (std::size_t i = index; i < index + added.size() && i < screens.size(); ++i)
+        placed.push_back(screens[i].filename);
+    return placed;
 }
 
 void MainWindow::dropScreens(const std::string& sourceFolder, const std::vector<std::string>& files,
@@ -254,8 +344,13 @@ void MainWindow::dropScreens(const std::string& sourceFolder, const std::vector<
     if (files.empty())
         return;
     if (sourceFolder == targetFolder && copy) {
-        attempt(tr("Couldn’t copy the screens"),
-                [&] { library_.duplicateScreens(sourceFolder, files); });
+        attempt(tr("Couldn’t copy the screens"), [&] {
+            const auto copies =
+                LibraryChanges::copiesMade(library_.duplicateScreens(sourceFolder, files));
+            recorded(
+                LibraryChanges::addedScreens(library_, sourceFolder, copies,
+                                             copies.size() == 1 ? "Copy Screen" : "Copy Screens"));
+        });
         return;
     }
     if (sourceFolder == targetFolder) {
@@ -272,19 +367,28 @@ void MainWindow::dropScreens(const std::string& sourceFolder, const std::vector<
                 if (moved && i < index)
                     --at;
             }
+            at = std::min(at, kept.size());
             std::vector<std::string> order = kept;
-            order.insert(order.begin() + static_cast<std::ptrdiff_t>(std::min(at, kept.size())),
-                         dragged.begin(), dragged.end());
-            if (order != was)
-                library_.reorderScreens(sourceFolder, order);
+            order.insert(order.begin() + static_cast<std::ptrdiff_t>(at), dragged.begin(),
+                         dragged.end());
+            if (order == was)
+                return;
+            recorded(LibraryChanges::reorder(library_, sourceFolder, order));
+            // The selection follows the screens that were dragged, under their new names.
+            const auto& now = library_.meta(sourceFolder).screens;
+            std::vector<ScreenID> moved;
+            for (std::size_t i = at; i < at + dragged.size() && i < now.size(); ++i)
+                moved.push_back({sourceFolder, now[i].filename});
+            gallery_->selectScreens(moved);
         });
         return;
     }
     if (!copy) {
-        if (attempt(tr("Couldn’t move the screens"),
-                    [&] { library_.moveScreens(sourceFolder, files, targetFolder, index); }))
-            showTransient(files.size() == 1 ? tr("Moved a screen")
-                                            : tr("Moved %1 screens").arg(files.size()));
+        attempt(tr("Couldn’t move the screens"), [&] {
+            recorded(LibraryChanges::move(library_, sourceFolder, files, targetFolder, index),
+                     files.size() == 1 ? tr("Moved a screen")
+                                       : tr("Moved %1 screens").arg(files.size()));
+        });
         return;
     }
     std::vector<std::filesystem::path> paths;
@@ -305,11 +409,14 @@ void MainWindow::dropFiles(const std::vector<std::filesystem::path>& files,
     }
     if (screens.empty())
         return;
-    if (attempt(tr("Couldn’t add the screens"), [&] {
+    attempt(tr("Couldn’t add the screens"), [&] {
+        const auto added =
             placeAppended(targetFolder, library_.addScreens(targetFolder, screens), index);
-        }))
-        showTransient(screens.size() == 1 ? tr("Added a screen")
-                                          : tr("Added %1 screens").arg(screens.size()));
+        recorded(LibraryChanges::addedScreens(library_, targetFolder, added,
+                                              added.size() == 1 ? "Add Screen" : "Add Screens"),
+                 screens.size() == 1 ? tr("Added a screen")
+                                     : tr("Added %1 screens").arg(screens.size()));
+    });
 }
 
 // --- Figma ---

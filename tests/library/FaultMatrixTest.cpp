@@ -107,6 +107,30 @@ const std::vector<Operation>& operations() {
              meta.application = "Imported";
              s.adopt(meta, scratch / "payload");
          }},
+        {"trashFlow",
+         {},
+         nullptr,
+         [](FlowStore& s, const fs::path&) {
+             s.trashFlows({SampleLibrary::signUp, SampleLibrary::transfer});
+         }},
+        {"trashScreens",
+         {},
+         nullptr,
+         [](FlowStore& s, const fs::path&) {
+             s.trashScreens(SampleLibrary::signUp, {"01.png", "02.png"});
+         }},
+        {"restoreFlows",
+         {},
+         [](SampleLibrary& lib, const fs::path&) {
+             lib.store.trashFlows({SampleLibrary::signUp, SampleLibrary::logIn});
+         },
+         [](FlowStore& s, const fs::path&) { s.restoreFlows(s.trashEntries().front().id); }},
+        {"restoreScreens",
+         {},
+         [](SampleLibrary& lib, const fs::path&) {
+             lib.store.trashScreens(SampleLibrary::signUp, {"02.png", "03.mov"});
+         },
+         [](FlowStore& s, const fs::path&) { s.restoreScreens(s.trashEntries().front().id); }},
         {"recoverStagingFolder",
          {},
          [](SampleLibrary& lib, const fs::path&) {

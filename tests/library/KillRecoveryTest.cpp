@@ -102,6 +102,18 @@ LibraryState stateOf(const fs::path& root) {
         }
         state[summary.id] = flow;
     }
+    // What the trash offers to put back is part of the library: by what it says and the bytes
+    // of its files (entries get new ids from run to run).
+    for (const auto& entry : store.trashEntries()) {
+        FlowState trashed{"trash", "", entry.description(), {}};
+        const fs::path folder = root / TrashEntry::kFolder / entry.id;
+        for (const auto& file : fs::recursive_directory_iterator(folder))
+            if (file.is_regular_file() && file.path().filename() != TrashEntry::kFile)
+                trashed.screens.push_back(file.path().lexically_relative(folder).string() + ":" +
+                                          readFile(file.path()));
+        std::sort(trashed.screens.begin(), trashed.screens.end());
+        state["trash " + entry.description()] = trashed;
+    }
     return state;
 }
 
@@ -113,6 +125,14 @@ std::vector<std::string> hiddenLeftovers(const fs::path& root) {
          it.increment(ec)) {
         const std::string name = it->path().filename().string();
         if (name == ".thumbs" || name == ".varnel.lock") {
+            it.disable_recursion_pending();
+            continue;
+        }
+        if (name == TrashEntry::kFolder) {
+            // Its entries are the library's; a folder there without its record is a leftover.
+            for (const auto& entry : fs::directory_iterator(it->path()))
+                if (!fs::exists(entry.path() / TrashEntry::kFile))
+                    found.push_back(entry.path().lexically_relative(root).string());
             it.disable_recursion_pending();
             continue;
         }
@@ -537,6 +557,37 @@ TEST_F(KillRecoveryTest, FlowAndScreenChangesSurviveAKillAtEveryStep) {
                                 s.moveFlow(SampleLibrary::transfer, "Acme", "Payments");
                             },
                             false));
+    report("delete flows into the trash", killEverywhere(
+                                              base,
+                                              [&](FlowStore& s, const fs::path&) {
+                                                  s.trashFlows({signUp, logIn});
+                                              },
+                                              false));
+    report("delete screens into the trash", killEverywhere(
+                                                base,
+                                                [&](FlowStore& s, const fs::path&) {
+                                                    s.trashScreens(signUp, {"01.png", "03.mov"});
+                                                },
+                                                false));
+    const fs::path trashed = copyOf(base);
+    FlowStore(trashed).trashFlows({signUp, SampleLibrary::transfer});
+    FlowStore(trashed).trashScreens(logIn, {"02.png"});
+    report("put back flows from the trash", killEverywhere(
+                                                trashed,
+                                                [&](FlowStore& s, const fs::path&) {
+                                                    for (const auto& entry : s.trashEntries())
+                                                        if (entry.holdsFlows())
+                                                            s.restoreFlows(entry.id);
+                                                },
+                                                false));
+    report("put back screens from the trash", killEverywhere(
+                                                  trashed,
+                                                  [&](FlowStore& s, const fs::path&) {
+                                                      for (const auto& entry : s.trashEntries())
+                                                          if (!entry.holdsFlows())
+                                                              s.restoreScreens(entry.id);
+                                                  },
+                                                  false));
     sample.leaveGapInLogIn();
     report("renumber",
            killEverywhere(
@@ -609,6 +660,20 @@ TEST_F(KillRecoveryTest, RealProcessesSurviveAKillAtEverySystemCall) {
     report("blur (system calls)", killAtEveryCall("blur", base, oldOrNew("blur", false)));
     report("revert (system calls)", killAtEveryCall("revert", base, oldOrNew("revert", false)));
     report("move screens (system calls)", killAtEveryCall("move", base, oldOrNew("move", false)));
+    report("delete screens into the trash (system calls)",
+           killAtEveryCall("trash-screens", base, oldOrNew("trash-screens", false)));
+    {
+        const fs::path trashed = copyOf(base);
+        FlowStore(trashed).trashFlows({signUp});
+        const LibraryState deleted = stateOf(trashed);
+        const fs::path whole = copyOf(trashed);
+        runWhole("restore-flow", whole);
+        const LibraryState restored = stateOf(whole);
+        report("put back a flow from the trash (system calls)",
+               killAtEveryCall("restore-flow", trashed, [&](const fs::path& root, Figures& f) {
+                   survives(root, deleted, restored, false, f);
+               }));
+    }
 
     // Recovery itself, of a move killed half way, killed in turn at every call.
     const fs::path interrupted = copyOf(base);

@@ -66,6 +66,10 @@ bool run(const std::string& operation, const fs::path& root, const fs::path& arc
         store.renumberScreens(kLogIn);
     else if (operation == "move")
         store.moveScreens(kLogIn, {"01.png"}, kSignUp, 1);
+    else if (operation == "trash-screens")
+        store.trashScreens(kSignUp, {"01.png", "02.png"});
+    else if (operation == "restore-flow")
+        store.restoreFlows(store.trashEntries().front().id);
     else if (operation == "bake-clip-during-import")
         return bakeClipDuringImport(root, archive);
     else if (operation == "recover")

@@ -440,7 +440,7 @@ TEST_F(MainWindowTest, CategorizeSheetMovesAFlowAndStaysOpenOnFailure) {
 TEST_F(MainWindowTest, MenusNameEveryCommandAndDisableWhatIsNotBuiltYet) {
     for (const char* text :
          {"Import Application…", "Export Application…", "Export Application Without Originals…",
-          "Delete Application…", "Categorize Flow…", "Rename Flow…", "Delete Flow…",
+          "Delete Application", "Categorize Flow…", "Rename Flow…", "Delete Flow",
           "Show in File Manager", "Quick Look", "Settings…", "New Capture…",
           "Add Screens to Flow…"})
         EXPECT_TRUE(window->action(text)) << text;
@@ -483,7 +483,8 @@ TEST_F(MainWindowTest, DownloadFigmaPluginSavesTheShippedPluginAndSaysHowToAddIt
 TEST_F(MainWindowTest, StatusSumsUpTheLibraryAndSaysWhenItCantBeRead) {
     auto* status = window->statusBar()->findChild<QLabel*>();
     ASSERT_TRUE(status);
-    EXPECT_TRUE(status->text().startsWith("3 flows, 6 screens")) << status->text().toStdString();
+    EXPECT_TRUE(status->text().startsWith("All applications: 3 flows, 6 screens"))
+        << status->text().toStdString();
     writeFile(sample.root / "index.json", "{");
     library.reload();
     EXPECT_TRUE(status->text().startsWith("Couldn’t read the library"))
@@ -491,7 +492,7 @@ TEST_F(MainWindowTest, StatusSumsUpTheLibraryAndSaysWhenItCantBeRead) {
 }
 
 TEST_F(MainWindowTest, OpeningSaysWhatItRepairedAndListsTheFolders) {
-    auto* repairs = window->statusBar()->findChild<QPushButton*>();
+    auto* repairs = window->statusBar()->findChild<QPushButton*>("repairs");
     ASSERT_TRUE(repairs);
     EXPECT_FALSE(repairs->isVisible()) << "nothing to say about a sound library";
     // A deletion killed after it set the flow aside, before the index was written.
@@ -702,9 +703,9 @@ TEST_F(MainWindowTest, AReadOnlyLibraryIsBrowsedWithEveryChangeOff) {
     EXPECT_TRUE(banner->isVisible());
     EXPECT_TRUE(banner->text().contains("varnel-cli")) << banner->text().toStdString();
     for (const char* text :
-         {"New Capture…", "Add Screens to Flow…", "Import Application…", "Delete Application…",
-          "Rename Screen…", "Duplicate", "Delete…", "Edit Screen…", "Rename Flow…",
-          "Categorize Flow…", "Delete Flow…", "Export for Figma…", "Sync with Figma"}) {
+         {"New Capture…", "Add Screens to Flow…", "Import Application…", "Delete Application",
+          "Rename Screen…", "Duplicate", "Delete", "Edit Screen…", "Rename Flow…",
+          "Categorize Flow…", "Delete Flow", "Export for Figma…", "Sync with Figma"}) {
         ASSERT_TRUE(window->action(text)) << text;
         EXPECT_FALSE(window->action(text)->isEnabled()) << text;
     }

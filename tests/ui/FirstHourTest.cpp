@@ -1,0 +1,302 @@
+// What a new user does by hand in the window: picking applications and screens, moving
+// through them with the keyboard, deleting and taking it back, searching.
+#include "app/AppSettings.h"
+#include "library/ScreenFiles.h"
+#include "model/FlowLibrary.h"
+#include "model/LibraryHistory.h"
+#include "support/TestLibrary.h"
+#include "ui/GalleryView.h"
+#include "ui/LibrarySidebar.h"
+#include "ui/MainWindow.h"
+#include "ui/TrashWindow.h"
+
+#include <QAction>
+#include <QApplication>
+#include <QLabel>
+#include <QLineEdit>
+#include <QMessageBox>
+#include <QPushButton>
+#include <QScrollBar>
+#include <QSettings>
+#include <QStatusBar>
+#include <QTest>
+#include <QTimer>
+#include <QTreeWidget>
+
+#include <gtest/gtest.h>
+
+using namespace varnel;
+using namespace varnel::test;
+
+namespace {
+
+// Each flow with its screens' bytes, names and zones in order, and what the trash lists.
+std::string stateOf(FlowLibrary& library) {
+    std::string out;
+    for (const auto& category : library.categoryOrder())
+        out += "category " + category + "\n";
+    for (const auto& flow : library.summaries()) {
+        const FlowMeta& meta = library.meta(flow.folderName);
+        out += meta.application.value_or("-") + "/" + meta.categoryL1.value_or("-") + "/" +
+               meta.name + "\n";
+        for (const auto& screen : meta.screens)
+            out += "  " + readFile(library.root() / flow.folderName / screen.filename) + " " +
+                   screen.name.value_or("") + editsJson(screen).dump() + "\n";
+    }
+    for (const auto& entry : library.trashEntries())
+        if (!entry.hidden)
+            out += "trash " + entry.description() + "\n";
+    return out;
+}
+
+class FirstHourTest : public ::testing::Test {
+protected:
+    FirstHourTest() {
+        window->resize(1100, 800);
+        window->show();
+        QApplication::processEvents();
+    }
+    std::unique_ptr<AppSettings> makeSettings() {
+        return std::make_unique<AppSettings>(std::make_unique<QSettings>(
+            QString::fromStdString((dir / "settings.ini").string()), QSettings::IniFormat));
+    }
+    QPoint tileCenter(const std::string& folder, std::size_t index) {
+        GalleryView& gallery = window->gallery();
+        const auto row = gallery.content().rowOfFlow(folder);
+        EXPECT_TRUE(row);
+        return gallery.galleryLayout().tileRect(*row, index).center() -
+               QPoint(0, gallery.verticalScrollBar()->value());
+    }
+    void addScreens(const std::string& folder, int count) {
+        std::vector<fs::path> files;
+        for (int i = 0; i < count; ++i) {
+            files.push_back(dir / ("extra-" + std::to_string(i) + ".png"));
+            writeFile(files.back(), pngBytes(1179, 2556, folder + " extra " + std::to_string(i)));
+        }
+        library.addScreens(folder, files);
+    }
+    // Answers the next message box with the button of that text, keeping what it said.
+    void answerNextBox(const QString& button, QString* text) {
+        auto* poll = new QTimer(window.get());
+        QObject::connect(poll, &QTimer::timeout, [=] {
+            auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
+            if (!box)
+                return;
+            poll->stop();
+            poll->deleteLater();
+            *text = box->text() + "\n" + box->informativeText();
+            for (QAbstractButton* b : box->buttons())
+                if (b->text().remove(QLatin1Char('&')) == button)
+                    b->click();
+        });
+        poll->start(10);
+    }
+    QString status() const { return window->statusBar()->findChild<QLabel*>()->text(); }
+
+    TempDir dir;
+    SampleLibrary sample{dir / "Library"};
+    FlowLibrary library{FlowStore(sample.root)};
+    std::unique_ptr<AppSettings> settings = makeSettings();
+    std::unique_ptr<MainWindow> window = std::make_unique<MainWindow>(library, *settings);
+};
+
+} // namespace
+
+TEST_F(FirstHourTest, ClickingAnApplicationBelowAnExpandedOneSelectsThatApplication) {
+    LibrarySidebar& sidebar = window->sidebar();
+    auto rowOf = [&](const QString& text) {
+        for (int i = 0; i < sidebar.topLevelItemCount(); ++i)
+            if (sidebar.topLevelItem(i)->text(0) == text)
+                return sidebar.visualItemRect(sidebar.topLevelItem(i)).center();
+        ADD_FAILURE() << text.toStdString();
+        return QPoint();
+    };
+    QTest::mouseClick(sidebar.viewport(), Qt::LeftButton, {}, rowOf("Acme"));
+    ASSERT_EQ(sidebar.selectedApplication(), "Acme");
+    ASSERT_EQ(sidebar.topLevelItem(1)->childCount(), 1) << "Acme shows its category";
+
+    QTest::mouseClick(sidebar.viewport(), Qt::LeftButton, {}, rowOf("Bank"));
+    EXPECT_EQ(sidebar.selectedApplication(), "Bank");
+    ASSERT_TRUE(sidebar.currentItem());
+    EXPECT_EQ(sidebar.currentItem()->text(0), "Bank") << "the highlighted row is the one picked";
+    ASSERT_EQ(sidebar.selectedItems().size(), 1);
+    EXPECT_EQ(sidebar.selectedItems().front()->text(0), "Bank");
+    EXPECT_EQ(window->gallery().content().flows.size(), 1u);
+}
+
+TEST_F(FirstHourTest, APlainClickInsideASelectionPicksThatScreenAloneAndDeleteTakesOnlyIt) {
+    const std::string signUp = SampleLibrary::signUp;
+    GalleryView& gallery = window->gallery();
+    QTest::mouseClick(gallery.viewport(), Qt::LeftButton, {}, tileCenter(signUp, 0));
+    QTest::mouseClick(gallery.viewport(), Qt::LeftButton, Qt::ShiftModifier, tileCenter(signUp, 2));
+    ASSERT_EQ(gallery.selectedScreens().size(), 3u);
+    EXPECT_NE(status().indexOf("3 screens selected"), -1) << status().toStdString();
+
+    QTest::mouseClick(gallery.viewport(), Qt::LeftButton, {}, tileCenter(signUp, 1));
+    EXPECT_EQ(gallery.selectedScreens(), (std::vector<ScreenID>{{signUp, "02.png"}}));
+    EXPECT_NE(status().indexOf("1 screen selected"), -1) << status().toStdString();
+
+    const std::string before = stateOf(library);
+    window->action("Delete")->trigger();
+    EXPECT_EQ(library.meta(signUp).screens.size(), 2u) << "only the screen picked";
+    ASSERT_TRUE(window->findChild<QPushButton*>("statusUndo")->isVisible());
+    window->findChild<QPushButton*>("statusUndo")->click();
+    EXPECT_EQ(stateOf(library), before);
+    EXPECT_EQ(gallery.selectedScreens(), (std::vector<ScreenID>{{signUp, "02.png"}}))
+        << "what came back is selected";
+}
+
+TEST_F(FirstHourTest, UpAndDownMoveByTheLinesAsShownWithinAndBetweenFlows) {
+    const std::string signUp = SampleLibrary::signUp, logIn = SampleLibrary::logIn;
+    GalleryView& gallery = window->gallery();
+    const auto perLine = static_cast<std::size_t>(gallery.galleryLayout().perLine());
+    ASSERT_GE(perLine, 3u);
+    // Sign up: one full line and a short one of a single screen.
+    addScreens(signUp, static_cast<int>(perLine + 1 - 3));
+    addScreens(logIn, static_cast<int>(perLine + 2 - 2));
+    const auto screensIn = [&](const std::string& folder) { return library.meta(folder).screens; };
+    gallery.selectScreen({signUp, screensIn(signUp)[2].filename});
+    QTest::keyClick(&gallery, Qt::Key_Down);
+    EXPECT_EQ(gallery.currentScreen(), (ScreenID{signUp, screensIn(signUp)[perLine].filename}))
+        << "the short last line's only screen, not a screen of the next flow";
+    QTest::keyClick(&gallery, Qt::Key_Down);
+    EXPECT_EQ(gallery.currentScreen(), (ScreenID{logIn, screensIn(logIn)[0].filename}))
+        << "the next flow's first line, in the same column";
+    gallery.selectScreen({logIn, screensIn(logIn)[2].filename});
+    QTest::keyClick(&gallery, Qt::Key_Up);
+    EXPECT_EQ(gallery.currentScreen(), (ScreenID{signUp, screensIn(signUp)[perLine].filename}))
+        << "up goes to the previous flow's last line";
+    QTest::keyClick(&gallery, Qt::Key_Up);
+    EXPECT_EQ(gallery.currentScreen(), (ScreenID{signUp, screensIn(signUp)[0].filename}));
+}
+
+TEST_F(FirstHourTest, EveryChangeMadeInTheWindowIsUndoneAndRedone) {
+    const std::string signUp = SampleLibrary::signUp, logIn = SampleLibrary::logIn;
+    GalleryView& gallery = window->gallery();
+    writeFile(dir / "dropped.png", pngBytes(1179, 2556, "dropped"));
+    const std::vector<std::pair<std::string, std::function<void()>>> changes{
+        {"Delete 2 Screens",
+         [&] {
+             gallery.selectScreens({{signUp, "01.png"}, {signUp, "03.mov"}});
+             window->deleteSelection();
+         }},
+        {"Delete Flow",
+         [&] {
+             gallery.selectFlow(logIn);
+             window->deleteFlow();
+         }},
+        {"Delete Application",
+         [&] {
+             gallery.selectFlow(signUp);
+             window->deleteApplication();
+         }},
+        {"Duplicate Screen",
+         [&] {
+             gallery.selectScreen({signUp, "02.png"});
+             window->duplicateScreens();
+         }},
+        {"Reorder Screens", [&] { window->dropScreens(signUp, {"03.mov"}, signUp, 0, false); }},
+        {"Move 2 Screens",
+         [&] {
+             window->dropScreens(signUp, {"02.png", "01.png"}, logIn, 1, false);
+         }},
+        {"Copy Screen", [&] { window->dropScreens(signUp, {"01.png"}, signUp, 3, true); }},
+        {"Add Screen", [&] { window->dropFiles({dir / "dropped.png"}, logIn, 0); }},
+    };
+    for (const auto& [name, change] : changes) {
+        SCOPED_TRACE(name);
+        const std::string before = stateOf(library);
+        change();
+        const std::string after = stateOf(library);
+        ASSERT_NE(before, after);
+        QAction* undo = window->findChild<QAction*>("undo");
+        ASSERT_TRUE(undo->isEnabled());
+        EXPECT_EQ(undo->text().toStdString(), "Undo " + name);
+        undo->trigger();
+        EXPECT_EQ(stateOf(library), before);
+        QAction* redo = window->findChild<QAction*>("redo");
+        EXPECT_EQ(redo->text().toStdString(), "Redo " + name);
+        redo->trigger();
+        EXPECT_EQ(stateOf(library), after);
+        undo->trigger();
+        EXPECT_EQ(stateOf(library), before);
+    }
+    EXPECT_EQ(window->findChild<QAction*>("undo")->shortcut(), QKeySequence::Undo);
+    EXPECT_EQ(window->findChild<QAction*>("redo")->shortcut(), QKeySequence("Ctrl+Shift+Z"));
+}
+
+TEST_F(FirstHourTest, AMovedScreenStaysSelectedUnderItsNewName) {
+    const std::string signUp = SampleLibrary::signUp, logIn = SampleLibrary::logIn;
+    GalleryView& gallery = window->gallery();
+    window->dropScreens(signUp, {"03.mov"}, signUp, 0, false);
+    EXPECT_EQ(gallery.selectedScreens(), (std::vector<ScreenID>{{signUp, "01.mov"}}));
+    window->dropScreens(signUp, {"02.png", "03.png"}, logIn, 1, false);
+    EXPECT_EQ(gallery.selectedScreens(),
+              (std::vector<ScreenID>{{logIn, "02.png"}, {logIn, "03.png"}}));
+    EXPECT_EQ(readFile(sample.root / logIn / "02.png").substr(33), "sign-up-1");
+}
+
+TEST_F(FirstHourTest, AnUndoALaterChangeMadeImpossibleSaysWhy) {
+    GalleryView& gallery = window->gallery();
+    gallery.selectScreen({SampleLibrary::signUp, "01.png"});
+    window->deleteSelection();
+    library.deleteFlow(SampleLibrary::signUp); // outside the window's history
+    QString said;
+    answerNextBox("OK", &said);
+    window->undo();
+    EXPECT_NE(said.indexOf("Couldn’t undo “Delete Screen”"), -1) << said.toStdString();
+    EXPECT_NE(said.indexOf("no longer in the library"), -1) << said.toStdString();
+    EXPECT_FALSE(window->findChild<QAction*>("undo")->isEnabled());
+}
+
+TEST_F(FirstHourTest, TheTrashPutsBackWhatWasDeletedAndThatCanBeUndoneToo) {
+    GalleryView& gallery = window->gallery();
+    gallery.selectFlow(SampleLibrary::transfer);
+    window->deleteFlow();
+    window->history().clear(); // as after a restart
+    window->showTrash();
+    auto* trash = window->findChild<TrashWindow*>();
+    ASSERT_TRUE(trash);
+    ASSERT_EQ(trash->list().topLevelItemCount(), 1);
+    EXPECT_EQ(trash->list().topLevelItem(0)->text(0), "The flow “Transfer”");
+    EXPECT_EQ(trash->list().topLevelItem(0)->text(1), "Bank");
+    trash->list().topLevelItem(0)->setSelected(true);
+    trash->findChild<QPushButton*>()->parentWidget(); // the buttons exist
+    for (auto* button : trash->findChildren<QPushButton*>())
+        if (button->text().remove('&') == "Put Back")
+            button->click();
+    EXPECT_EQ(library.summaries().size(), 3u);
+    EXPECT_EQ(trash->list().topLevelItem(0)->text(0), "The trash is empty.");
+    EXPECT_EQ(gallery.currentFlow(), std::string(SampleLibrary::transfer));
+    window->undo();
+    EXPECT_EQ(library.summaries().size(), 2u);
+    EXPECT_EQ(trash->list().topLevelItemCount(), 1);
+}
+
+TEST_F(FirstHourTest, SearchSaysWhereItLooksAndWhatItFound) {
+    QLineEdit* search = window->searchField();
+    window->sidebar().setCurrentItem(window->sidebar().topLevelItem(2)); // Bank
+    ASSERT_EQ(window->sidebar().selectedApplication(), "Bank");
+    QTest::keyClick(window.get(), Qt::Key_F, Qt::ControlModifier);
+    EXPECT_TRUE(search->hasFocus());
+    QTest::keyClicks(search, "log");
+    auto* scope = window->findChild<QLabel*>("searchScopeText");
+    ASSERT_TRUE(scope->isVisible());
+    EXPECT_EQ(scope->text(), "Nothing found in Bank");
+    auto* everywhere = window->findChild<QPushButton*>("searchEverywhere");
+    ASSERT_TRUE(everywhere->isVisible());
+    everywhere->click();
+    EXPECT_FALSE(window->sidebar().selectedApplication());
+    EXPECT_EQ(scope->text(), "2 screens in 1 flow in all applications");
+    EXPECT_FALSE(everywhere->isVisible());
+    QTest::keyClick(search, Qt::Key_Escape);
+    EXPECT_TRUE(search->text().isEmpty());
+    EXPECT_FALSE(scope->isVisible());
+}
+
+int main(int argc, char** argv) {
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+    QApplication app(argc, argv);
+    ::testing::InitGoogleTest(&argc, argv);
+    return RUN_ALL_TESTS();
+}
