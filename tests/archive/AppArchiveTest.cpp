@@ -487,6 +487,8 @@ TEST_F(AppArchiveTest, NamesInEveryScriptRoundTrip) {
         source.addScreens(made.folderName, {dir / "shot.png"});
     }
     EXPECT_EQ(source.exportApplication(app, zipFile), flows.size());
+    EXPECT_TRUE(Zip::isSafeEntryName("QuillaneExport/카카오-épicerie/uncategorized/予約/01.png"));
+    EXPECT_FALSE(Zip::isSafeEntryName("QuillaneExport/予約/../../../x.png"));
 
     FlowLibrary target{FlowStore(dir / "Other")};
     auto inspection = target.inspectArchive(zipFile);

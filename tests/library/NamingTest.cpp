@@ -198,6 +198,21 @@ TEST(LibraryLayoutTest, FolderNamesMustStayInsideTheLibrary) {
     for (const char* bad : {"", "/etc/passwd", "acme/../..", "acme//x", "acme/./x", "..",
                             "acme/.inprogress", ".deleting-1/x", "acme/x/"})
         EXPECT_THROW(LibraryLayout::validateFolderName(bad), UnsafeNameError) << bad;
+
+    // A part may hold 255 bytes, however many characters they make.
+    std::string longest;
+    for (int i = 0; i < 85; ++i)
+        longest += "가";
+    EXPECT_NO_THROW(LibraryLayout::validateFolderName("acme/x/" + longest));
+    EXPECT_THROW(LibraryLayout::validateFolderName("acme/x/" + longest + "a"), UnsafeNameError);
+    EXPECT_THROW(LibraryLayout::validateFolderName("acme/가입\0하기"sv), UnsafeNameError);
+    EXPECT_THROW(LibraryLayout::validateFolderName("가입/../../x"), UnsafeNameError);
+    // Whatever the name, make() gives a part the store and the other file systems accept.
+    for (const char* name : {"가입하기", "..", ".", "/", "\x01\x7F", "-", "CON", "a/../b"}) {
+        const std::string slug = Slug::make(name);
+        EXPECT_NO_THROW(LibraryLayout::validateFolderName("acme/x/" + slug)) << name;
+        EXPECT_EQ(slug.find_first_of("/\\:*?\"<>|"), std::string::npos) << name;
+    }
 }
 
 TEST(LibraryLayoutTest, FileNamesArePlainFilesOfTheFlow) {
