@@ -15,6 +15,9 @@ blur zones that keep the untouched original, comment pins, export to Figma
 with two-way comment sync, and a command line, varnel-cli.")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
+# The first packaging of each version: Debian names a package's changelog changelog.Debian.gz
+# only when its version carries such a revision.
+set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION graphics)
 set(CPACK_DEBIAN_PACKAGE_HOMEPAGE https://varnel.app/)

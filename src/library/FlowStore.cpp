@@ -313,11 +313,21 @@ std::string FlowStore::saveMeta(std::string_view folderName, const FlowMeta& new
     std::string newFolderName(folderName);
     UndoLog undo;
     try {
-        if (parentPath != parentOf(folderName) || !leafFitsName(leafOf(folderName), nameSlug)) {
-            const auto created = createParents(parentPath);
+        // Only a changed name moves a folder: one named before names could hold every
+        // script ("Café" in "caf") stays where it is.
+        const std::string oldParent = parentOf(folderName);
+        const bool parentStays =
+            parentPath == oldParent ||
+            (!oldParent.empty() && oldMeta.application == newMeta.application &&
+             oldMeta.categoryL1 == newMeta.categoryL1);
+        const bool leafStays =
+            leafFitsName(leafOf(folderName), nameSlug) || oldMeta.name == newMeta.name;
+        if (!parentStays || !leafStays) {
+            const std::string parent = parentStays ? oldParent : parentPath;
+            const auto created = createParents(parent);
             undo.add([this, created] { removeCreatedParents(created); });
-            const std::string leaf = Slug::uniqueFolderName(nameSlug, entrySet(root_ / parentPath));
-            newFolderName = parentPath + "/" + leaf;
+            const std::string leaf = Slug::uniqueFolderName(nameSlug, entrySet(root_ / parent));
+            newFolderName = parent + "/" + leaf;
             ops_.folderMover(oldFolder, root_ / newFolderName);
             undo.add([this, oldFolder, newFolderName] {
                 ops_.folderMover(root_ / newFolderName, oldFolder);

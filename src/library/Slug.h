@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <optional>
 #include <set>
 #include <string>
@@ -7,7 +8,12 @@
 
 namespace varnel::Slug {
 
-// Lower-case ASCII letters and digits joined by single dashes; "untitled" when nothing is left.
+// The most bytes make() gives: a file name holds 255 on ext4 and most others, and folder
+// names get "-2" from uniqueFolderName and "-incomplete" from recovery appended.
+inline constexpr std::size_t kMaxBytes = 180;
+
+// The letters and digits of every script, lower case, NFC, joined by single dashes and cut
+// between characters to kMaxBytes of UTF-8; "untitled" when nothing is left.
 std::string make(std::string_view text);
 
 // `base`, or the first of base-2, base-3, … that is not in `existing`.

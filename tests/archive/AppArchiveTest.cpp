@@ -470,3 +470,45 @@ TEST_F(AppArchiveTest, AnArchiveWithTwoFlowsOfOneIdIsRefusedBeforeAnythingChange
     EXPECT_EQ(treeSnapshot(sample.root), before);
     extracted.cleanup();
 }
+
+// Folder names in any script go into the zip as UTF-8 and come back byte for byte.
+TEST_F(AppArchiveTest, NamesInEveryScriptRoundTrip) {
+    FlowLibrary source{FlowStore(sample.root)};
+    const std::string app = "카카오 ÉPICERIE";
+    const std::vector<std::pair<std::string, std::string>> flows = {
+        {"가입하기", "카카오-épicerie/uncategorized/가입하기"},
+        {"予約 🛎️", "카카오-épicerie/uncategorized/予約"},
+        {"Cafe\u0301 Noir", "카카오-épicerie/uncategorized/café-noir"},
+        {"تسجيل الدخول", "카카오-épicerie/uncategorized/تسجيل-الدخول"}};
+    writePicture(dir / "shot.png", 20, 40);
+    for (const auto& [name, folder] : flows) {
+        const FlowSummary made = source.createEmptyFlow(app, name, std::nullopt, Date{1});
+        EXPECT_EQ(made.folderName, folder);
+        source.addScreens(made.folderName, {dir / "shot.png"});
+    }
+    EXPECT_EQ(source.exportApplication(app, zipFile), flows.size());
+    EXPECT_TRUE(Zip::isSafeEntryName("QuillaneExport/카카오-épicerie/uncategorized/予約/01.png"));
+    EXPECT_FALSE(Zip::isSafeEntryName("QuillaneExport/予約/../../../x.png"));
+
+    FlowLibrary target{FlowStore(dir / "Other")};
+    auto inspection = target.inspectArchive(zipFile);
+    EXPECT_EQ(inspection.extracted.manifest.application, app);
+    const ImportResult result =
+        target.importArchive(inspection.extracted, ImportConflictResolution::replace);
+    EXPECT_TRUE(result.skipped.empty());
+    for (const auto& [name, folder] : flows) {
+        EXPECT_EQ(flowFiles(dir / "Other", folder), flowFiles(sample.root, folder)) << folder;
+        EXPECT_TRUE(fs::exists(dir / "Other" / folder / "01.png")) << folder;
+    }
+    EXPECT_TRUE(checkLibrary(target.store()).empty());
+
+    auto again = source.inspectArchive(zipFile);
+    const ImportResult copy =
+        source.importArchive(again.extracted, ImportConflictResolution::duplicate);
+    EXPECT_EQ(copy.application, app + " copy");
+    EXPECT_TRUE(copy.skipped.empty());
+    EXPECT_NE(std::find(copy.folders.begin(), copy.folders.end(),
+                        "카카오-épicerie-copy/uncategorized/가입하기"),
+              copy.folders.end());
+    EXPECT_TRUE(checkLibrary(source.store()).empty());
+}

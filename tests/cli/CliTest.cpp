@@ -54,6 +54,33 @@ TEST_F(CliTest, CreateAddListRenumberAndDelete) {
     EXPECT_EQ(cli({"list"}).out, "");
 }
 
+TEST_F(CliTest, NamesInEveryScriptAreShownAsTheyAre) {
+    Result made =
+        cli({"create-flow", "--app", "토스", "--name", "가입하기", "--category", "온보딩"});
+    ASSERT_EQ(made.code, cli::kSuccess) << made.err;
+    EXPECT_EQ(made.out, "토스/온보딩/가입하기\n");
+    Result japanese = cli({"--json", "create-flow", "--app", "토스", "--name", "予約"});
+    ASSERT_EQ(japanese.code, cli::kSuccess) << japanese.err;
+    EXPECT_NE(japanese.out.find("\"folderName\": \"토스/uncategorized/予約\""), std::string::npos)
+        << japanese.out;
+
+    writeFile(dir / "a.png", pngBytes(100, 200, "a"));
+    Result added = cli({"add-screens", "토스/온보딩/가입하기", (dir / "a.png").string()});
+    ASSERT_EQ(added.code, cli::kSuccess) << added.err;
+    EXPECT_EQ(cli({"list"}).out, "토스/온보딩/가입하기\t토스\t온보딩\t가입하기\t1 screen\n"
+                                 "토스/uncategorized/予約\t토스\t\t予約\t0 screens\n");
+    EXPECT_NE(cli({"--json", "list"}).out.find("\"name\": \"가입하기\""), std::string::npos);
+
+    Result exported = cli({"export-app", "토스", (dir / "토스.varnel.zip").string()});
+    ASSERT_EQ(exported.code, cli::kSuccess) << exported.err;
+    EXPECT_EQ(cli({"delete-flow", "토스/온보딩/가입하기"}).code, cli::kSuccess);
+    EXPECT_EQ(cli({"delete-flow", "토스/uncategorized/予約"}).code, cli::kSuccess);
+    Result imported = cli({"import-app", (dir / "토스.varnel.zip").string()});
+    ASSERT_EQ(imported.code, cli::kSuccess) << imported.err;
+    EXPECT_EQ(imported.out, "토스/온보딩/가입하기\n토스/uncategorized/予約\n");
+    EXPECT_EQ(cli({"check"}).code, cli::kSuccess);
+}
+
 TEST_F(CliTest, CheckReportsBrokenInvariantsWithItsOwnExitCode) {
     SampleLibrary sample(root);
     EXPECT_EQ(cli({"check"}).code, cli::kSuccess);

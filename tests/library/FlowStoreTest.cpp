@@ -323,3 +323,78 @@ TEST_F(FlowStoreTest, AddScreensNumbersAfterTheHighestAndTakesTheSizeOfTheFirstP
     EXPECT_EQ(store.readIndex().flows[0].screenCount, 2);
     EXPECT_TRUE(fs::exists(dir / "in/shot.PNG")) << "the user's files are copied, not moved";
 }
+
+TEST_F(FlowStoreTest, FlowsNamedInAnyScriptGetFoldersOfThoseNames) {
+    FlowStore store(root);
+    const FlowSummary made = store.createEmptyFlow("토스", "가입하기", std::nullopt, Date{1});
+    EXPECT_EQ(made.folderName, "토스/uncategorized/가입하기");
+    EXPECT_TRUE(fs::is_directory(root / "토스" / "uncategorized" / "가입하기"));
+    EXPECT_EQ(store.meta(made.folderName).name, "가입하기");
+
+    // Typed decomposed, the same name finds the same folder name.
+    const FlowSummary decomposed = store.createEmptyFlow(
+        "토스", "\u1100\u1161\u110B\u1175\u11B8\u1112\u1161\u1100\u1175", std::nullopt, Date{2});
+    EXPECT_EQ(decomposed.folderName, "토스/uncategorized/가입하기-2");
+
+    const FlowSummary japanese =
+        store.createEmptyFlow("ホテル", "予約 🛎️", "ΣΟΦΙΑΣ", Date{3});
+    EXPECT_EQ(japanese.folderName, "ホテル/σοφιας/予約");
+    writePicture(dir / "shot.png", 20, 40);
+    EXPECT_EQ(store.addScreens(japanese.folderName, {dir / "shot.png"}, Date{4}),
+              std::vector<std::string>{"01.png"});
+    EXPECT_TRUE(fs::exists(root / "ホテル" / "σοφιας" / "予約" / "01.png"));
+
+    const std::string renamed = store.renameFlow(japanese.folderName, "Регистрация");
+    EXPECT_EQ(renamed, "ホテル/σοφιας/регистрация");
+    EXPECT_TRUE(fs::exists(root / renamed / "01.png"));
+    const std::string moved = store.moveFlow(renamed, "متجر", "Ärger");
+    EXPECT_EQ(moved, "متجر/ärger/регистрация");
+    EXPECT_FALSE(fs::exists(root / "ホテル")) << "the emptied application folder is pruned";
+
+    FlowStore reopened(root);
+    EXPECT_TRUE(reopened.recover().problems.empty());
+    std::set<std::string> listed;
+    for (const auto& s : reopened.readIndex().flows)
+        listed.insert(s.folderName);
+    EXPECT_EQ(listed, (std::set<std::string>{made.folderName, decomposed.folderName, moved}));
+    EXPECT_TRUE(checkLibrary(reopened).empty());
+}
+
+// A library from before names could hold every script keeps its folders; only a changed name
+// moves one.
+TEST_F(FlowStoreTest, FoldersNamedBeforeStayUntilTheirNamesChange) {
+    FlowStore store(root);
+    const std::string folder = "caf/uncategorized/r-sum";
+    fs::create_directories(root / folder);
+    writePicture(root / folder / "01.png", 20, 40);
+    FlowMeta meta;
+    meta.id = "0F8FAD5B-D9CB-469F-A165-70867728950E";
+    meta.application = "Café";
+    meta.name = "Résumé";
+    meta.date = Date{1};
+    ScreenRef screen;
+    screen.filename = "01.png";
+    screen.capturedAt = Date{1};
+    meta.screens.push_back(screen);
+    meta.width = 20;
+    meta.height = 40;
+    store.writeMeta(folder, meta);
+    store.appendToIndex(meta.summary(folder));
+
+    EXPECT_TRUE(store.recover().problems.empty());
+    EXPECT_TRUE(checkLibrary(store).empty());
+    EXPECT_EQ(store.moveFlow(folder, "Café", std::nullopt), folder);
+    FlowMeta linked = store.meta(folder);
+    linked.figmaFileURL = "https://www.figma.com/design/KEY/Board";
+    EXPECT_EQ(store.saveMeta(folder, linked), folder);
+    EXPECT_EQ(store.renumberScreens(folder).renames.size(), 0u);
+    EXPECT_TRUE(fs::exists(root / folder / "01.png"));
+
+    const std::string renamed = store.renameFlow(folder, "Résumé 2");
+    EXPECT_EQ(renamed, "caf/uncategorized/résumé-2") << "its application keeps its folder";
+    const std::string moved = store.moveFlow(renamed, "Café", "Öl");
+    EXPECT_EQ(moved, "café/öl/résumé-2");
+    EXPECT_TRUE(fs::exists(root / moved / "01.png"));
+    EXPECT_FALSE(fs::exists(root / "caf"));
+    EXPECT_TRUE(checkLibrary(store).empty());
+}

@@ -10,7 +10,7 @@ fail() { echo "FAIL: $*" >&2; exit 1; }
 
 cpack --config "$build/CPackConfig.cmake" -B "$scratch/out" > "$scratch/cpack.log" 2>&1 ||
   { cat "$scratch/cpack.log"; fail "cpack"; }
-deb=$(ls "$scratch"/out/varnel_"$version"_*.deb)
+deb=$(ls "$scratch"/out/varnel_"$version"-1_*.deb)
 
 # Library dependencies computed from the binaries, the others listed.
 depends=$(dpkg-deb -f "$deb" Depends)
