@@ -318,9 +318,10 @@ std::vector<std::string> FlowLibrary::addScreens(const std::string& folderName,
     return mutate([&] { return store_.addScreens(folderName, files, Date::now()); });
 }
 
-std::vector<std::string> FlowLibrary::appendScreens(const std::string& folderName,
-                                                    const std::vector<FlowStore::NewScreen>& screens,
-                                                    const FlowStore::AppendOptions& options) {
+std::vector<std::string>
+FlowLibrary::appendScreens(const std::string& folderName,
+                           const std::vector<FlowStore::NewScreen>& screens,
+                           const FlowStore::AppendOptions& options) {
     return mutate([&] { return store_.appendScreens(folderName, screens, options); });
 }
 

@@ -65,8 +65,7 @@ Date modified(const fs::path& file) {
     if (error)
         return Date::now();
     const auto system = std::chrono::file_clock::to_sys(time);
-    return Date::fromUnixSeconds(
-        std::chrono::duration<double>(system.time_since_epoch()).count());
+    return Date::fromUnixSeconds(std::chrono::duration<double>(system.time_since_epoch()).count());
 }
 
 std::string readReason(const std::error_code& error) {
@@ -177,8 +176,7 @@ std::optional<std::string> convertJpeg(const fs::path& source, const std::string
 
 std::optional<std::string> convertHeic(const fs::path& source, const fs::path& destination) {
     heif_context* context = heif_context_alloc();
-    std::unique_ptr<heif_context, void (*)(heif_context*)> ownedContext(context,
-                                                                        heif_context_free);
+    std::unique_ptr<heif_context, void (*)(heif_context*)> ownedContext(context, heif_context_free);
     heif_error error = heif_context_read_from_file(context, source.c_str(), nullptr);
     if (error.code != heif_error_Ok)
         return std::string(kDamaged) + " (" + error.message + ")";
@@ -188,9 +186,8 @@ std::optional<std::string> convertHeic(const fs::path& source, const fs::path& d
         return std::string(kDamaged) + " (" + error.message + ")";
     std::unique_ptr<heif_image_handle, void (*)(const heif_image_handle*)> ownedHandle(
         handle, heif_image_handle_release);
-    if (auto problem =
-            oversizeProblem(displayName(source), heif_image_handle_get_width(handle),
-                            heif_image_handle_get_height(handle)))
+    if (auto problem = oversizeProblem(displayName(source), heif_image_handle_get_width(handle),
+                                       heif_image_handle_get_height(handle)))
         return "it is too large: " + *problem;
     // Decoding applies the file's rotation and mirroring.
     heif_image* image = nullptr;
@@ -198,11 +195,10 @@ std::optional<std::string> convertHeic(const fs::path& source, const fs::path& d
                               nullptr);
     if (error.code != heif_error_Ok)
         return "its picture can’t be decoded here (" + std::string(error.message) + ")";
-    std::unique_ptr<heif_image, void (*)(const heif_image*)> ownedImage(image,
-                                                                        heif_image_release);
+    std::unique_ptr<heif_image, void (*)(const heif_image*)> ownedImage(image, heif_image_release);
     int stride = 0;
-    const std::uint8_t* data = heif_image_get_plane_readonly(image, heif_channel_interleaved,
-                                                             &stride);
+    const std::uint8_t* data =
+        heif_image_get_plane_readonly(image, heif_channel_interleaved, &stride);
     const int width = heif_image_get_width(image, heif_channel_interleaved);
     const int height = heif_image_get_height(image, heif_channel_interleaved);
     if (!data || width <= 0 || height <= 0)
@@ -260,25 +256,24 @@ ClipProbe probeClip(const fs::path& file, const std::atomic<bool>* cancel) {
         GstElement* pipeline;
         std::string* codec;
     } context{pipeline.get(), &probe.videoCodec};
-    g_signal_connect(gst::child(pipeline.get(), "demux").get(), "pad-added",
-                     G_CALLBACK(+[](GstElement*, GstPad* pad, gpointer data) {
-                         auto* context = static_cast<Context*>(data);
-                         if (GstCaps* caps = gst_pad_query_caps(pad, nullptr)) {
-                             const char* name =
-                                 gst_structure_get_name(gst_caps_get_structure(caps, 0));
-                             if (name && std::string_view(name).starts_with("video/") &&
-                                 context->codec->empty())
-                                 *context->codec = name;
-                             gst_caps_unref(caps);
-                         }
-                         GstElement* sink = gst_element_factory_make("fakesink", nullptr);
-                         gst_bin_add(GST_BIN(context->pipeline), sink);
-                         gst_element_sync_state_with_parent(sink);
-                         GstPad* sinkPad = gst_element_get_static_pad(sink, "sink");
-                         gst_pad_link(pad, sinkPad);
-                         gst_object_unref(sinkPad);
-                     }),
-                     &context);
+    g_signal_connect(
+        gst::child(pipeline.get(), "demux").get(), "pad-added",
+        G_CALLBACK(+[](GstElement*, GstPad* pad, gpointer data) {
+            auto* context = static_cast<Context*>(data);
+            if (GstCaps* caps = gst_pad_query_caps(pad, nullptr)) {
+                const char* name = gst_structure_get_name(gst_caps_get_structure(caps, 0));
+                if (name && std::string_view(name).starts_with("video/") && context->codec->empty())
+                    *context->codec = name;
+                gst_caps_unref(caps);
+            }
+            GstElement* sink = gst_element_factory_make("fakesink", nullptr);
+            gst_bin_add(GST_BIN(context->pipeline), sink);
+            gst_element_sync_state_with_parent(sink);
+            GstPad* sinkPad = gst_element_get_static_pad(sink, "sink");
+            gst_pad_link(pad, sinkPad);
+            gst_object_unref(sinkPad);
+        }),
+        &context);
     if (gst_element_set_state(pipeline.get(), GST_STATE_PAUSED) == GST_STATE_CHANGE_FAILURE) {
         probe.error = "the clip can’t be opened";
         return probe;
@@ -292,10 +287,10 @@ ClipProbe probeClip(const fs::path& file, const std::atomic<bool>* cancel) {
 std::optional<std::string> rewrap(const fs::path& source, const fs::path& destination,
                                   const std::atomic<bool>* cancel) {
     std::string error;
-    gst::ElementPtr pipeline = gst::parse(
-        "filesrc name=file ! qtdemux name=demux demux.video_0 ! queue ! h264parse ! "
-        "qtmux ! filesink name=sink",
-        &error);
+    gst::ElementPtr pipeline =
+        gst::parse("filesrc name=file ! qtdemux name=demux demux.video_0 ! queue ! h264parse ! "
+                   "qtmux ! filesink name=sink",
+                   &error);
     if (!pipeline)
         return "the media framework can’t rewrap clips: " + error;
     g_object_set(gst::child(pipeline.get(), "file").get(), "location", source.c_str(), nullptr);
@@ -317,8 +312,8 @@ std::optional<std::string> rewrap(const fs::path& source, const fs::path& destin
 
 std::string codecName(const std::string& caps) {
     static const std::map<std::string, std::string> names = {
-        {"video/x-h264", "H.264"},    {"video/x-h265", "HEVC"},     {"video/x-prores", "ProRes"},
-        {"video/x-vp9", "VP9"},       {"video/x-av1", "AV1"},       {"video/mpeg", "MPEG-4"},
+        {"video/x-h264", "H.264"},    {"video/x-h265", "HEVC"}, {"video/x-prores", "ProRes"},
+        {"video/x-vp9", "VP9"},       {"video/x-av1", "AV1"},   {"video/mpeg", "MPEG-4"},
         {"image/jpeg", "Motion JPEG"}};
     const auto found = names.find(caps);
     return found != names.end() ? found->second : caps;
@@ -365,7 +360,8 @@ Kind kindOf(const fs::path& file) {
     std::ifstream in(file, std::ios::binary);
     char head[32] = {};
     in.read(head, sizeof head);
-    const std::string bytes(head, static_cast<std::size_t>(std::max<std::streamsize>(0, in.gcount())));
+    const std::string bytes(head,
+                            static_cast<std::size_t>(std::max<std::streamsize>(0, in.gcount())));
     if (bytes.starts_with(kPngSignature))
         return Kind::png;
     if (bytes.starts_with("\xFF\xD8\xFF"))
@@ -400,7 +396,9 @@ std::variant<fs::path, std::string> convert(const fs::path& source, const fs::pa
                                             const std::string& stem,
                                             const std::atomic<bool>* cancel) {
     using Result = std::variant<fs::path, std::string>;
-    auto skip = [](std::string reason) { return Result(std::in_place_index<1>, std::move(reason)); };
+    auto skip = [](std::string reason) {
+        return Result(std::in_place_index<1>, std::move(reason));
+    };
     std::error_code error;
     const auto status = fs::status(source, error);
     if (error)
@@ -574,7 +572,8 @@ public:
             return 0;
         }
         if (!std::ifstream(path, std::ios::binary)) {
-            plan_.skipped.push_back({path, readReason(std::error_code(errno, std::generic_category()))});
+            plan_.skipped.push_back(
+                {path, readReason(std::error_code(errno, std::generic_category()))});
             return 0;
         }
         if (kindOf(path) == Kind::other) {
@@ -675,10 +674,14 @@ std::string Report::summary() const {
     return text;
 }
 
+std::string describe(const SkippedFile& skipped) {
+    return displayName(skipped.file) + ": " + skipped.reason;
+}
+
 std::vector<std::string> Report::skippedLines() const {
     std::vector<std::string> lines;
     for (const auto& file : skipped)
-        lines.push_back(displayName(file.file) + ": " + file.reason);
+        lines.push_back(describe(file));
     return lines;
 }
 
@@ -823,8 +826,8 @@ Report run(FlowLibrary& library, const Plan& plan, const ProgressCallback& progr
             try {
                 commit(staged);
             } catch (const std::exception& e) {
-                report.failure = "“" + plan.flows[staged.index].name + "” couldn’t be added: " +
-                                 e.what();
+                report.failure =
+                    "“" + plan.flows[staged.index].name + "” couldn’t be added: " + e.what();
                 shared.cancel = true;
             }
         }

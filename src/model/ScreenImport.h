@@ -32,6 +32,9 @@ struct SkippedFile {
     bool operator==(const SkippedFile&) const = default;
 };
 
+// "IMG_7.jpg: the picture is cut short or damaged", the name made readable.
+std::string describe(const SkippedFile& skipped);
+
 struct PlannedFlow {
     std::string name;
     std::vector<fs::path> files; // in screen order
@@ -58,7 +61,7 @@ Plan plan(const std::vector<fs::path>& paths);
 // What an import did: a plain value, enough to undo it (remove the flows it made and the
 // screens it added) and to tell the user.
 struct Report {
-    std::vector<std::string> createdFlows; // folder names
+    std::vector<std::string> createdFlows;                        // folder names
     std::map<std::string, std::vector<std::string>> addedScreens; // existing flow → new files
     std::vector<SkippedFile> skipped;
     std::size_t screens = 0; // in created flows and added to existing ones

@@ -20,6 +20,7 @@
 #include "ui/FigmaFlowBar.h"
 #include "ui/GalleryContent.h"
 #include "ui/GalleryView.h"
+#include "ui/ImportDialogs.h"
 #include "ui/LibrarySidebar.h"
 #include "ui/Messages.h"
 #include "ui/ScreenPreview.h"
@@ -254,6 +255,31 @@ MainWindow::MainWindow(FlowLibrary& library, AppSettings& settings, QWidget* par
                     files.emplace_back(path.toStdString());
                 dropFiles(files, target.toStdString(), static_cast<std::size_t>(index));
             });
+    // Files dropped anywhere but on a flow make flows.
+    connect(gallery_, &GalleryView::filesDroppedOutsideFlows, this,
+            [this](const QStringList& paths) {
+                std::vector<std::filesystem::path> files;
+                for (const auto& path : paths)
+                    files.emplace_back(path.toStdString());
+                const auto application = selectedApplication();
+                importPaths(files, application, std::nullopt, !application);
+            });
+    connect(sidebar_, &LibrarySidebar::filesDropped, this,
+            [this](const QStringList& paths, const QString& application, const QString& category) {
+                std::vector<std::filesystem::path> files;
+                for (const auto& path : paths)
+                    files.emplace_back(path.toStdString());
+                auto text = [](const QString& name) {
+                    return name.isEmpty() ? std::nullopt
+                                          : std::optional<std::string>(name.toStdString());
+                };
+                importPaths(files, text(application), text(category), application.isEmpty());
+            });
+    emptyLibrary_ = new EmptyLibraryPanel(gallery_->viewport());
+    gallery_->viewport()->installEventFilter(this);
+    connect(emptyLibrary_, &EmptyLibraryPanel::captureRequested, this, &MainWindow::newCapture);
+    connect(emptyLibrary_, &EmptyLibraryPanel::importRequested, this, &MainWindow::importScreens);
+    connect(emptyLibrary_, &EmptyLibraryPanel::newFlowRequested, this, &MainWindow::newFlow);
     refresh();
 }
 
@@ -275,7 +301,7 @@ void MainWindow::newCapture() {
     openCapture(std::nullopt);
 }
 
-void MainWindow::addScreensToFlow() {
+void MainWindow::captureMore() {
     if (const auto flow = gallery_->currentFlow())
         openCapture(*flow);
 }
@@ -319,9 +345,22 @@ void MainWindow::buildMenus() {
     QMenu* file = menuBar()->addMenu(tr("&File"));
     QAction* newCapture = file->addAction(tr("New Capture…"), this, &MainWindow::newCapture);
     newCapture->setShortcut(QKeySequence::New);
+    captureMoreAction_ = file->addAction(tr("Capture More…"), this, &MainWindow::captureMore);
+    captureMoreAction_->setShortcut(QKeySequence(tr("Ctrl+Shift+N")));
+    captureMoreAction_->setStatusTip(tr("Captures screens into the selected flow"));
+    QAction* newFlowAction = file->addAction(tr("New Flow…"), this, &MainWindow::newFlow);
+    newFlowAction->setShortcut(QKeySequence(tr("Ctrl+Alt+N")));
+    file->addSeparator();
+    QAction* importScreensAction =
+        file->addAction(tr("Import Screens…"), this, &MainWindow::importScreens);
+    importScreensAction->setShortcut(QKeySequence(tr("Ctrl+I")));
+    QAction* importFolderAction =
+        file->addAction(tr("Import Folder…"), this, &MainWindow::importFolder);
+    importFolderAction->setStatusTip(
+        tr("A folder of screenshots becomes a flow; a folder of folders, a flow for each"));
     addScreensAction_ =
         file->addAction(tr("Add Screens to Flow…"), this, &MainWindow::addScreensToFlow);
-    addScreensAction_->setShortcut(QKeySequence(tr("Ctrl+Shift+N")));
+    addScreensAction_->setStatusTip(tr("Adds pictures and clips from files to the selected flow"));
     file->addSeparator();
     QAction* importApp =
         file->addAction(tr("Import Application…"), this, &MainWindow::importApplication);
@@ -441,9 +480,10 @@ void MainWindow::buildMenus() {
     QMenu* help = menuBar()->addMenu(tr("&Help"));
     help->addAction(tr("Check for Updates…"), this, &MainWindow::checkForUpdates);
     changingActions_ = {
-        newCapture,         addScreensAction_,   importApp,         deleteApplicationAction_,
-        exportFigmaAction_, renameScreenAction_, duplicateAction_,  deleteAction_,
-        editScreenAction_,  revertAction_,       renameFlowAction_, categorizeAction_,
+        newCapture,         addScreensAction_,   importApp,           deleteApplicationAction_,
+        captureMoreAction_, newFlowAction,       importScreensAction, importFolderAction,
+        exportFigmaAction_, renameScreenAction_, duplicateAction_,    deleteAction_,
+        editScreenAction_,  revertAction_,       renameFlowAction_,   categorizeAction_,
         deleteFlowAction_,  publishFigmaAction_};
     help->addAction(tr("About Varnel"), this, [this] {
         QMessageBox::about(this, tr("About Varnel"),
@@ -480,6 +520,7 @@ void MainWindow::refresh() {
     if (sidebar_->selectedApplication() != settings_.selectedApp())
         settings_.setSelectedApp(sidebar_->selectedApplication());
     rebuildGallery();
+    showEmptyLibrary();
     if (const auto pending = settings_.pendingScrollFlow()) {
         gallery_->scrollToFlow(*pending);
         settings_.setPendingScrollFlow(std::nullopt);
@@ -635,6 +676,7 @@ void MainWindow::updateActions() {
     selectAllAction_->setEnabled(flow);
     renameFlowAction_->setEnabled(flow);
     addScreensAction_->setEnabled(flow);
+    captureMoreAction_->setEnabled(flow);
     categorizeAction_->setEnabled(!library_.summaries().empty());
     revealAction_->setEnabled(flow);
     deleteFlowAction_->setEnabled(flow);
@@ -662,6 +704,7 @@ void MainWindow::updateActions() {
                 .arg(qs(*readOnly)));
         for (QAction* action : changingActions_)
             action->setEnabled(false);
+        emptyLibrary_->setEnabled(false);
         figmaBar_->setEnabled(false);
     }
     gallery_->setAcceptDrops(!readOnly);

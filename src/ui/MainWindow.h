@@ -2,6 +2,7 @@
 
 #ifndef Q_MOC_RUN // moc cannot parse the C++20 standard headers
 #include "library/ScreenID.h"
+#include "model/ScreenImport.h"
 #include "thumbnails/ThumbnailCache.h"
 
 #include <filesystem>
@@ -27,6 +28,7 @@ namespace varnel {
 
 class AppSettings;
 class CaptureWindow;
+class EmptyLibraryPanel;
 class DeviceManager;
 class ClipSaveBanner;
 class FigmaFlowBar;
@@ -65,7 +67,24 @@ public:
 
     // Capture: a new flow, or more screens for the current one.
     void newCapture();
+    void captureMore();
+    // Screens from files: a chooser of pictures and clips for the current flow.
     void addScreensToFlow();
+
+    // An empty flow, asked for in a dialog.
+    void newFlow();
+    // Files or a folder from a chooser, shown as a plan of flows before anything is written.
+    void importScreens();
+    void importFolder();
+    // Plans flows from files and folders; asks for what is missing (or always, with `confirm`)
+    // and runs the import. Drops and the commands above end here.
+    void importPaths(const std::vector<std::filesystem::path>& paths,
+                     const std::optional<std::string>& application,
+                     const std::optional<std::string>& category, bool confirm);
+    // Every import runs through here, with progress and a summary; returns what it did.
+    ScreenImport::Report runImport(const ScreenImport::Plan& plan, bool alwaysSummarize);
+    const std::optional<ScreenImport::Report>& lastImport() const { return lastImport_; }
+    EmptyLibraryPanel* emptyLibraryPanel() const { return emptyLibrary_; }
     CaptureWindow* captureWindow() const;
     // The capture sources; discovery starts once the window is up (or when first needed).
     DeviceManager& devices();
@@ -196,6 +215,11 @@ private:
     QTimer galleryRebuild_;
     UpdateChecker* updates_ = nullptr;
     QPushButton* updateAvailable_ = nullptr;
+    EmptyLibraryPanel* emptyLibrary_ = nullptr;
+    QAction* captureMoreAction_ = nullptr;
+    std::optional<ScreenImport::Report> lastImport_;
+    void showEmptyLibrary();
+    bool eventFilter(QObject* watched, QEvent* event) override;
 };
 
 } // namespace varnel

@@ -287,29 +287,26 @@ void MainWindow::dropScreens(const std::string& sourceFolder, const std::vector<
                                             : tr("Moved %1 screens").arg(files.size()));
         return;
     }
+    // Screens of the library are copied as they are.
     std::vector<std::filesystem::path> paths;
     for (const auto& file : files)
         paths.push_back(library_.root() / sourceFolder / file);
-    dropFiles(paths, targetFolder, index);
+    if (attempt(tr("Couldn’t add the screens"), [&] {
+            placeAppended(targetFolder, library_.addScreens(targetFolder, paths), index);
+        }))
+        showTransient(paths.size() == 1 ? tr("Added a screen")
+                                        : tr("Added %1 screens").arg(paths.size()));
 }
 
 void MainWindow::dropFiles(const std::vector<std::filesystem::path>& files,
                            const std::string& targetFolder, std::size_t index) {
-    std::vector<std::filesystem::path> screens;
-    for (const auto& file : files) {
-        auto extension = file.extension().string();
-        std::transform(extension.begin(), extension.end(), extension.begin(),
-                       [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-        if (extension == ".png" || extension == ".mov")
-            screens.push_back(file);
-    }
-    if (screens.empty())
-        return;
-    if (attempt(tr("Couldn’t add the screens"), [&] {
-            placeAppended(targetFolder, library_.addScreens(targetFolder, screens), index);
-        }))
-        showTransient(screens.size() == 1 ? tr("Added a screen")
-                                          : tr("Added %1 screens").arg(screens.size()));
+    ScreenImport::Plan plan = ScreenImport::plan(files);
+    plan.targetFlow = targetFolder;
+    const ScreenImport::Report report = runImport(plan, false);
+    const auto added = report.addedScreens.find(targetFolder);
+    if (added != report.addedScreens.end())
+        attempt(tr("Couldn’t add the screens"),
+                [&] { placeAppended(targetFolder, added->second, index); });
 }
 
 // --- Figma ---

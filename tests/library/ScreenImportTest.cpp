@@ -30,8 +30,9 @@ QImage marked(int width, int height, int tag) {
     QImage image(width, height, QImage::Format_RGB32);
     for (int y = 0; y < height; ++y)
         for (int x = 0; x < width; ++x)
-            image.setPixel(x, y, qRgb((x * 255) / std::max(1, width - 1),
-                                      (y * 255) / std::max(1, height - 1), tag));
+            image.setPixel(
+                x, y,
+                qRgb((x * 255) / std::max(1, width - 1), (y * 255) / std::max(1, height - 1), tag));
     return image;
 }
 
@@ -51,10 +52,11 @@ int tagOf(const fs::path& png) {
 // Every regular file below `folder` with its bytes, links not followed.
 std::map<std::string, std::string> filesBelow(const fs::path& folder) {
     std::map<std::string, std::string> files;
-    for (auto it = fs::recursive_directory_iterator(folder); it != fs::recursive_directory_iterator();
-         ++it)
+    for (auto it = fs::recursive_directory_iterator(folder);
+         it != fs::recursive_directory_iterator(); ++it)
         if (it->is_symlink())
-            files[it->path().lexically_relative(folder).string()] = "-> " + fs::read_symlink(it->path()).string();
+            files[it->path().lexically_relative(folder).string()] =
+                "-> " + fs::read_symlink(it->path()).string();
         else if (it->is_regular_file())
             files[it->path().lexically_relative(folder).string()] = readFile(it->path());
     return files;
@@ -146,9 +148,9 @@ TEST_F(ScreenImportTest, AFolderOfFoldersBecomesOneFlowPerFolderInNaturalOrder) 
                                         "acme/travel/log-in"}));
     EXPECT_EQ(report.screens, 6u);
     EXPECT_EQ(report.summary(), "Imported 6 screens into 3 flows; 1 file skipped.");
-    EXPECT_EQ(report.skippedLines(), (std::vector<std::string>{
-                                         "notes.txt: it isn’t a PNG, JPEG or HEIC picture, nor "
-                                         "a MOV or MP4 clip"}));
+    EXPECT_EQ(report.skippedLines(),
+              (std::vector<std::string>{"notes.txt: it isn’t a PNG, JPEG or HEIC picture, nor "
+                                        "a MOV or MP4 clip"}));
     ASSERT_EQ(library.summaries().size(), 3u);
     EXPECT_EQ(screensOf("acme/travel/checkout"),
               (std::vector<std::string>{"01.png", "02.png", "03.png", "04.png"}));
@@ -174,8 +176,9 @@ TEST_F(ScreenImportTest, JpegAndHeicBecomePngWithTheirPixelsTurnedAsTheFileSays)
     QImage blocks(64, 48, QImage::Format_RGB32);
     for (int y = 0; y < 48; ++y)
         for (int x = 0; x < 64; ++x)
-            blocks.setPixel(x, y, qRgb(((x / 16) * 70) % 256, ((y / 16) * 90) % 256,
-                                       ((x / 16 + y / 16) * 40) % 256));
+            blocks.setPixel(
+                x, y,
+                qRgb(((x / 16) * 70) % 256, ((y / 16) * 90) % 256, ((x / 16 + y / 16) * 40) % 256));
     save(blocks, source / "photo.jpg", "JPEG");
     // The same stored picture, with an EXIF block saying it is shown turned a quarter clockwise.
     const std::string plain = readFile(source / "photo.jpg");
@@ -201,8 +204,8 @@ TEST_F(ScreenImportTest, JpegAndHeicBecomePngWithTheirPixelsTurnedAsTheFileSays)
     ASSERT_EQ(converted.type(), expected.type());
     EXPECT_EQ(cv::norm(converted, expected, cv::NORM_INF), 0) << "every pixel kept";
     const cv::Mat turned = cv::imread((flow / "02.png").string(), cv::IMREAD_UNCHANGED);
-    const cv::Mat stored =
-        cv::imread((source / "turned.jpg").string(), cv::IMREAD_UNCHANGED | cv::IMREAD_IGNORE_ORIENTATION);
+    const cv::Mat stored = cv::imread((source / "turned.jpg").string(),
+                                      cv::IMREAD_UNCHANGED | cv::IMREAD_IGNORE_ORIENTATION);
     cv::Mat clockwise;
     cv::rotate(stored, clockwise, cv::ROTATE_90_CLOCKWISE);
     ASSERT_EQ(turned.size(), cv::Size(48, 64));
@@ -220,8 +223,7 @@ TEST_F(ScreenImportTest, JpegAndHeicBecomePngWithTheirPixelsTurnedAsTheFileSays)
     heic.application = "Acme";
     heic.targetFlow = report.createdFlows[0];
     const Import::Report added = Import::run(library, heic);
-    ASSERT_EQ(added.addedScreens.at(report.createdFlows[0]),
-              (std::vector<std::string>{"03.png"}))
+    ASSERT_EQ(added.addedScreens.at(report.createdFlows[0]), (std::vector<std::string>{"03.png"}))
         << added.summary();
     EXPECT_EQ(added.summary(), "Added 1 screen to the flow.");
     const cv::Mat fromHeic = cv::imread((flow / "03.png").string(), cv::IMREAD_COLOR);
@@ -257,8 +259,9 @@ TEST_F(ScreenImportTest, Mp4IsRewrappedWithoutReencodingAndOtherCodecsAreConvert
     ASSERT_EQ(report.createdFlows.size(), 1u);
     ASSERT_TRUE(report.skipped.empty()) << report.skippedLines().front();
     const fs::path flow = root / report.createdFlows[0];
-    const std::vector<std::string> expected =
-        haveHevc ? std::vector<std::string>{"01.mov", "02.mov"} : std::vector<std::string>{"01.mov"};
+    const std::vector<std::string> expected = haveHevc
+                                                  ? std::vector<std::string>{"01.mov", "02.mov"}
+                                                  : std::vector<std::string>{"01.mov"};
     EXPECT_EQ(screensOf(report.createdFlows[0]), expected);
     EXPECT_EQ(Import::kindOf(flow / "01.mov"), Import::Kind::quickTime);
     EXPECT_EQ(MovieWriter::playableFrames(flow / "01.mov"), 20);
@@ -320,8 +323,8 @@ TEST_F(ScreenImportTest, HostileFilesAreSkippedWithAReasonAndNothingIsLost) {
                            {"pipe.png", "it isn’t a file"},
                            {"up", "it is a link to a folder already imported"}}));
     // The folder's own files, then its subfolder's flow.
-    ASSERT_EQ(report.createdFlows, (std::vector<std::string>{"acme/uncategorized/shots",
-                                                             "acme/uncategorized/inner"}));
+    ASSERT_EQ(report.createdFlows,
+              (std::vector<std::string>{"acme/uncategorized/shots", "acme/uncategorized/inner"}));
     std::vector<int> tags;
     for (const auto& name : screensOf("acme/uncategorized/shots"))
         tags.push_back(tagOf(root / "acme/uncategorized/shots" / name));
@@ -412,12 +415,16 @@ TEST_F(ScreenImportTest, WhatAnInterruptedImportLeftIsRemovedWhenTheLibraryOpens
 }
 
 TEST(ScreenImportOrder, NamesAreOrderedAsPeopleReadNumbers) {
-    std::vector<std::string> names{"IMG_10.png", "img_2.png", "IMG_1.png", "IMG_002.png",
+    std::vector<std::string> names{"IMG_10.png",
+                                   "img_2.png",
+                                   "IMG_1.png",
+                                   "IMG_002.png",
                                    "Screenshot 2026-11-25 at 9.05.png",
-                                   "Screenshot 2026-11-25 at 10.01.png", "IMG_1a.png"};
+                                   "Screenshot 2026-11-25 at 10.01.png",
+                                   "IMG_1a.png"};
     std::sort(names.begin(), names.end(), Import::naturalLess);
-    EXPECT_EQ(names, (std::vector<std::string>{"IMG_1.png", "IMG_1a.png", "IMG_002.png",
-                                               "img_2.png", "IMG_10.png",
-                                               "Screenshot 2026-11-25 at 9.05.png",
-                                               "Screenshot 2026-11-25 at 10.01.png"}));
+    EXPECT_EQ(names,
+              (std::vector<std::string>{"IMG_1.png", "IMG_1a.png", "IMG_002.png", "img_2.png",
+                                        "IMG_10.png", "Screenshot 2026-11-25 at 9.05.png",
+                                        "Screenshot 2026-11-25 at 10.01.png"}));
 }
