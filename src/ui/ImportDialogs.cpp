@@ -106,6 +106,7 @@ NewFlowDialog::NewFlowDialog(const std::vector<FlowSummary>& summaries,
         update();
     });
     connect(name_, &QLineEdit::textChanged, this, &NewFlowDialog::update);
+    setMinimumWidth(440);
     (application ? static_cast<QWidget*>(name_) : application_)->setFocus();
     update();
 }
@@ -150,6 +151,7 @@ ImportPlanDialog::ImportPlanDialog(ScreenImport::Plan plan,
     flows_->setRootIsDecorated(false);
     flows_->setUniformRowHeights(true);
     flows_->setAlternatingRowColors(true);
+    flows_->setTextElideMode(Qt::ElideMiddle);
     flows_->setEditTriggers(QAbstractItemView::DoubleClicked | QAbstractItemView::EditKeyPressed |
                             QAbstractItemView::SelectedClicked);
     for (const auto& flow : plan_.flows) {
@@ -268,7 +270,7 @@ EmptyLibraryPanel::EmptyLibraryPanel(QWidget* parent) : QWidget(parent) {
     auto* outer = new QVBoxLayout(this);
     outer->addStretch(3);
     auto* column = new QWidget(this);
-    column->setMaximumWidth(460);
+    column->setMaximumWidth(520);
     auto* layout = new QVBoxLayout(column);
     layout->setSpacing(14);
     auto* title = new QLabel(tr("No flows yet"), column);
@@ -279,12 +281,13 @@ EmptyLibraryPanel::EmptyLibraryPanel(QWidget* parent) : QWidget(parent) {
     title->setFont(big);
     title->setAlignment(Qt::AlignHCenter);
     layout->addWidget(title);
-    auto* hint = new QLabel(tr("Capture screens from a phone or an emulator, bring in screenshots "
-                               "and recordings you already have, or start an empty flow to fill "
-                               "later. Files and folders dropped here become flows too."),
+    // Broken by hand: a wrapped label in a centred column is given too little height.
+    auto* hint = new QLabel(tr("Capture screens from a phone or an emulator, bring in\n"
+                               "screenshots and recordings you already have, or start\n"
+                               "an empty flow to fill later. Files and folders dropped\n"
+                               "here become flows too."),
                             column);
     hint->setObjectName("emptyHint");
-    hint->setWordWrap(true);
     hint->setAlignment(Qt::AlignHCenter);
     hint->setForegroundRole(QPalette::PlaceholderText);
     layout->addWidget(hint);
