@@ -32,6 +32,7 @@
 #include <set>
 #include <thread>
 
+#include <fcntl.h>
 #include <unistd.h>
 
 namespace varnel::ScreenImport {
@@ -127,6 +128,27 @@ bool jpegEnds(const std::string& bytes) {
     return scan != std::string::npos && bytes.find("\xFF\xD9", scan + 2) != std::string::npos;
 }
 
+// Staged files are written plainly and made durable together before their flow comes in.
+void writeStaged(const fs::path& file, std::string_view bytes) {
+    std::ofstream out(file, std::ios::binary | std::ios::trunc);
+    out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    out.close();
+    if (!out)
+        throw std::runtime_error("it couldn’t be written into the library");
+}
+
+// One flush of the file system for a whole flow's files rather than one per file.
+void flushStaged(const fs::path& folder) {
+    const int fd = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fd < 0 || ::syncfs(fd) != 0) {
+        if (fd >= 0)
+            ::close(fd);
+        ::sync();
+        return;
+    }
+    ::close(fd);
+}
+
 std::optional<std::string> writePicture(const cv::Mat& bgra, const fs::path& destination) {
     bool opaque = true;
     for (int y = 0; y < bgra.rows && opaque; ++y) {
@@ -147,7 +169,7 @@ std::optional<std::string> writePicture(const cv::Mat& bgra, const fs::path& des
     }
     if (png.empty())
         return "it couldn’t be written as PNG";
-    FileOps::writeAtomically(destination, png);
+    writeStaged(destination, png);
     return std::nullopt;
 }
 
@@ -300,13 +322,6 @@ std::optional<std::string> rewrap(const fs::path& source, const fs::path& destin
         return std::string("the clip can’t be opened");
     auto failure = waitForPipeline(pipeline.get(), GST_MESSAGE_EOS, cancel);
     pipeline.reset();
-    if (!failure) {
-        // The file is complete once the muxer has written its index at the end of the stream.
-        if (std::FILE* out = std::fopen(destination.c_str(), "rb+")) {
-            ::fsync(fileno(out));
-            std::fclose(out);
-        }
-    }
     return failure;
 }
 
@@ -331,7 +346,7 @@ std::optional<std::string> convertClip(const fs::path& source, Kind kind,
         return std::string("the clip has no picture");
     if (probe.videoCodec == "video/x-h264") {
         if (kind == Kind::quickTime) {
-            FileOps::copyDurably(source, destination);
+            FileOps::copy(source, destination);
             return std::nullopt;
         }
         if (auto failure = rewrap(source, destination, cancel)) {
@@ -438,7 +453,7 @@ std::variant<fs::path, std::string> convert(const fs::path& source, const fs::pa
         if (kind == Kind::png) {
             if (auto problem = pngProblem(bytes, displayName(source)))
                 return skip(*problem);
-            FileOps::writeAtomically(destination, bytes);
+            writeStaged(destination, bytes);
             return destination;
         }
         if (auto problem = convertJpeg(source, bytes, destination))
@@ -734,6 +749,8 @@ void stage(const Plan& plan, const fs::path& work, Pipeline& shared) {
             else if (!shared.cancel)
                 shared.skipped.push_back({file, std::get<1>(result)});
         }
+        if (!shared.cancel && !staged.screens.empty())
+            flushStaged(staged.folder);
         std::lock_guard lock(shared.mutex);
         if (!shared.cancel)
             shared.ready.push_back(std::move(staged));
