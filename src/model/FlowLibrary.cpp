@@ -389,6 +389,17 @@ std::vector<std::string> FlowLibrary::addScreens(const std::string& folderName,
     return mutate([&] { return store_.addScreens(folderName, files, Date::now()); });
 }
 
+std::vector<std::string>
+FlowLibrary::appendScreens(const std::string& folderName,
+                           const std::vector<FlowStore::NewScreen>& screens,
+                           const FlowStore::AppendOptions& options) {
+    return mutate([&] { return store_.appendScreens(folderName, screens, options); });
+}
+
+std::string FlowLibrary::adoptFlow(const FlowMeta& meta, const std::filesystem::path& from) {
+    return mutate([&] { return store_.adopt(meta, from); });
+}
+
 void FlowLibrary::screenFileChanged(const std::string& folderName, const std::string& filename) {
     picturesChanged_.insert(folderName);
     // Its text waits to be read again from the new picture; until then search doesn't find it.

@@ -109,6 +109,11 @@ public:
                       const std::string& newName);
     std::vector<std::string> addScreens(const std::string& folderName,
                                         const std::vector<std::filesystem::path>& files);
+    std::vector<std::string> appendScreens(const std::string& folderName,
+                                           const std::vector<FlowStore::NewScreen>& screens,
+                                           const FlowStore::AppendOptions& options);
+    // Brings a flow put together in a folder of the library (an import's) in, in one change.
+    std::string adoptFlow(const FlowMeta& meta, const std::filesystem::path& from);
 
     // Edits of one screen. Saves and reverts don't report their failures: they stop at the
     // failing step, reload what is on disk and return false; the next save repairs the screen.

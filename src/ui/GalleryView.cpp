@@ -741,11 +741,9 @@ bool GalleryView::acceptsDrop(const QMimeData* mime) const {
         return true;
     if (!mime->hasUrls())
         return false;
+    // Any file or folder: what can't become a screen is left out with its reason.
     const QList<QUrl> urls = mime->urls();
-    return std::any_of(urls.begin(), urls.end(), [](const QUrl& url) {
-        const QString suffix = url.path().section('.', -1).toLower();
-        return url.isLocalFile() && (suffix == "png" || suffix == "mov");
-    });
+    return std::any_of(urls.begin(), urls.end(), [](const QUrl& url) { return url.isLocalFile(); });
 }
 
 std::optional<GalleryView::DropTarget> GalleryView::dropTargetAt(QPoint point) {
@@ -770,7 +768,8 @@ void GalleryView::dragEnterEvent(QDragEnterEvent* event) {
 void GalleryView::dragMoveEvent(QDragMoveEvent* event) {
     const QPoint point = event->position().toPoint();
     dropTarget_ = acceptsDrop(event->mimeData()) ? dropTargetAt(point) : std::nullopt;
-    if (dropTarget_)
+    if (dropTarget_ || (acceptsDrop(event->mimeData()) && event->mimeData()->hasUrls() &&
+                        !event->mimeData()->hasFormat(kScreensMimeType)))
         event->acceptProposedAction();
     else
         event->ignore();
@@ -795,6 +794,16 @@ void GalleryView::dropEvent(QDropEvent* event) {
     dropTarget_.reset();
     viewport()->update();
     const QMimeData* mime = event->mimeData();
+    if (!target && acceptsDrop(mime) && !mime->hasFormat(kScreensMimeType)) {
+        event->setDropAction(Qt::CopyAction);
+        event->accept();
+        QStringList paths;
+        for (const QUrl& url : mime->urls())
+            if (url.isLocalFile())
+                paths << url.toLocalFile();
+        emit filesDroppedOutsideFlows(paths);
+        return;
+    }
     if (!target || !acceptsDrop(mime)) {
         event->ignore();
         return;

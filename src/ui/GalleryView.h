@@ -101,6 +101,8 @@ signals:
                         const QString& targetFolder, int index, bool copy);
     // Picture or clip files from outside dropped on a flow.
     void filesDropped(const QStringList& paths, const QString& targetFolder, int index);
+    // Files or folders from outside dropped beside the flows, to become flows of their own.
+    void filesDroppedOutsideFlows(const QStringList& paths);
 
 protected:
     void paintEvent(QPaintEvent* event) override;

@@ -10,6 +10,9 @@
 #include <QMouseEvent>
 #include <QPainter>
 #include <QStyledItemDelegate>
+#include <QUrl>
+
+#include <algorithm>
 
 #include <map>
 #include <utility>
@@ -210,7 +213,16 @@ QMimeData* LibrarySidebar::mimeData(const QList<QTreeWidgetItem*>& items) const 
     return mime;
 }
 
+bool LibrarySidebar::carriesFiles(const QMimeData* mime) {
+    const QList<QUrl> urls = mime->hasFormat(kCategoryMimeType) ? QList<QUrl>() : mime->urls();
+    return std::any_of(urls.begin(), urls.end(), [](const QUrl& url) { return url.isLocalFile(); });
+}
+
 void LibrarySidebar::dragEnterEvent(QDragEnterEvent* event) {
+    if (carriesFiles(event->mimeData())) {
+        event->acceptProposedAction();
+        return;
+    }
     if (!event->mimeData()->hasFormat(kCategoryMimeType)) {
         event->ignore();
         return;
@@ -220,6 +232,16 @@ void LibrarySidebar::dragEnterEvent(QDragEnterEvent* event) {
 }
 
 void LibrarySidebar::dragMoveEvent(QDragMoveEvent* event) {
+    if (carriesFiles(event->mimeData())) {
+        // Onto any row: the item under the pointer shows where the flows go.
+        QTreeWidgetItem* item = itemAt(event->position().toPoint());
+        if (!item) {
+            event->ignore();
+            return;
+        }
+        event->acceptProposedAction();
+        return;
+    }
     if (!event->mimeData()->hasFormat(kCategoryMimeType) ||
         !categoryDropAt(event->position().toPoint())) {
         event->ignore();
@@ -231,6 +253,26 @@ void LibrarySidebar::dragMoveEvent(QDragMoveEvent* event) {
 
 void LibrarySidebar::dropEvent(QDropEvent* event) {
     // The tree does not move its own rows: the library changes and the list is rebuilt.
+    if (carriesFiles(event->mimeData())) {
+        QTreeWidgetItem* item = itemAt(event->position().toPoint());
+        if (!item) {
+            event->ignore();
+            return;
+        }
+        event->setDropAction(Qt::CopyAction);
+        event->accept();
+        QStringList paths;
+        for (const QUrl& url : event->mimeData()->urls())
+            if (url.isLocalFile())
+                paths << url.toLocalFile();
+        const int kind = item->data(0, kKindRole).toInt();
+        const QString app = kind == application ? item->data(0, kNameRole).toString()
+                            : kind == category  ? item->parent()->data(0, kNameRole).toString()
+                                                : QString();
+        const QString group = kind == category ? item->data(0, kNameRole).toString() : QString();
+        emit filesDropped(paths, app, group);
+        return;
+    }
     event->setDropAction(Qt::IgnoreAction);
     event->accept();
     const auto target = categoryDropAt(event->position().toPoint());

@@ -39,6 +39,10 @@ signals:
     void categoryClicked(const QString& application, const QString& category);
     // The user dropped `category` before `before` (empty: at the end).
     void categoryMoved(const QString& category, const QString& before);
+    // Files or folders from outside dropped on an application or one of its categories (empty
+    // names: on "All").
+    void filesDropped(const QStringList& paths, const QString& application,
+                      const QString& category);
 
 protected:
     // A focus ring on the current row while the list has the keyboard focus.
@@ -57,6 +61,7 @@ protected:
 private:
     void itemPicked(QTreeWidgetItem* item);
     QTreeWidgetItem* categoryItemAt(QPoint point) const;
+    static bool carriesFiles(const QMimeData* mime);
 
     std::optional<std::string> selected_;
     bool rebuilding_ = false;

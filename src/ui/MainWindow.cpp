@@ -22,6 +22,7 @@
 #include "ui/FigmaFlowBar.h"
 #include "ui/GalleryContent.h"
 #include "ui/GalleryView.h"
+#include "ui/ImportDialogs.h"
 #include "ui/LibrarySidebar.h"
 #include "ui/Messages.h"
 #include "ui/ScreenPreview.h"
@@ -302,6 +303,31 @@ MainWindow::MainWindow(FlowLibrary& library, AppSettings& settings, QWidget* par
                     files.emplace_back(path.toStdString());
                 dropFiles(files, target.toStdString(), static_cast<std::size_t>(index));
             });
+    // Files dropped anywhere but on a flow make flows.
+    connect(gallery_, &GalleryView::filesDroppedOutsideFlows, this,
+            [this](const QStringList& paths) {
+                std::vector<std::filesystem::path> files;
+                for (const auto& path : paths)
+                    files.emplace_back(path.toStdString());
+                const auto application = selectedApplication();
+                importPaths(files, application, std::nullopt, !application);
+            });
+    connect(sidebar_, &LibrarySidebar::filesDropped, this,
+            [this](const QStringList& paths, const QString& application, const QString& category) {
+                std::vector<std::filesystem::path> files;
+                for (const auto& path : paths)
+                    files.emplace_back(path.toStdString());
+                auto text = [](const QString& name) {
+                    return name.isEmpty() ? std::nullopt
+                                          : std::optional<std::string>(name.toStdString());
+                };
+                importPaths(files, text(application), text(category), application.isEmpty());
+            });
+    emptyLibrary_ = new EmptyLibraryPanel(gallery_->viewport());
+    gallery_->viewport()->installEventFilter(this);
+    connect(emptyLibrary_, &EmptyLibraryPanel::captureRequested, this, &MainWindow::newCapture);
+    connect(emptyLibrary_, &EmptyLibraryPanel::importRequested, this, &MainWindow::importScreens);
+    connect(emptyLibrary_, &EmptyLibraryPanel::newFlowRequested, this, &MainWindow::newFlow);
     refresh();
 }
 
@@ -323,7 +349,7 @@ void MainWindow::newCapture() {
     openCapture(std::nullopt);
 }
 
-void MainWindow::addScreensToFlow() {
+void MainWindow::captureMore() {
     if (const auto flow = gallery_->currentFlow())
         openCapture(*flow);
 }
@@ -385,9 +411,22 @@ void MainWindow::buildMenus() {
     QMenu* file = menuBar()->addMenu(tr("&File"));
     QAction* newCapture = file->addAction(tr("New Capture…"), this, &MainWindow::newCapture);
     newCapture->setShortcut(QKeySequence::New);
+    captureMoreAction_ = file->addAction(tr("Capture More…"), this, &MainWindow::captureMore);
+    captureMoreAction_->setShortcut(QKeySequence(tr("Ctrl+Shift+N")));
+    captureMoreAction_->setStatusTip(tr("Captures screens into the selected flow"));
+    QAction* newFlowAction = file->addAction(tr("New Flow…"), this, &MainWindow::newFlow);
+    newFlowAction->setShortcut(QKeySequence(tr("Ctrl+Alt+N")));
+    file->addSeparator();
+    QAction* importScreensAction =
+        file->addAction(tr("Import Screens…"), this, &MainWindow::importScreens);
+    importScreensAction->setShortcut(QKeySequence(tr("Ctrl+I")));
+    QAction* importFolderAction =
+        file->addAction(tr("Import Folder…"), this, &MainWindow::importFolder);
+    importFolderAction->setStatusTip(
+        tr("A folder of screenshots becomes a flow; a folder of folders, a flow for each"));
     addScreensAction_ =
         file->addAction(tr("Add Screens to Flow…"), this, &MainWindow::addScreensToFlow);
-    addScreensAction_->setShortcut(QKeySequence(tr("Ctrl+Shift+N")));
+    addScreensAction_->setStatusTip(tr("Adds pictures and clips from files to the selected flow"));
     file->addSeparator();
     QAction* trash = file->addAction(tr("Trash…"), this, &MainWindow::showTrash);
     trash->setObjectName("showTrash");
@@ -521,10 +560,11 @@ void MainWindow::buildMenus() {
     QMenu* help = menuBar()->addMenu(tr("&Help"));
     help->addAction(tr("Check for Updates…"), this, &MainWindow::checkForUpdates);
     changingActions_ = {
-        newCapture,         addScreensAction_,   importApp,         deleteApplicationAction_,
-        exportFigmaAction_, renameScreenAction_, duplicateAction_,  deleteAction_,
-        editScreenAction_,  revertAction_,       renameFlowAction_, categorizeAction_,
-        deleteFlowAction_,  publishFigmaAction_, undoAction_,       redoAction_};
+        newCapture,         addScreensAction_,   importApp,           deleteApplicationAction_,
+        captureMoreAction_, newFlowAction,       importScreensAction, importFolderAction,
+        exportFigmaAction_, renameScreenAction_, duplicateAction_,    deleteAction_,
+        editScreenAction_,  revertAction_,       renameFlowAction_,   categorizeAction_,
+        deleteFlowAction_,  publishFigmaAction_, undoAction_,         redoAction_};
     help->addAction(tr("About Varnel"), this, [this] {
         QMessageBox::about(this, tr("About Varnel"),
                            tr("<b>Varnel %1</b><p>Collect and study the screens of mobile "
@@ -572,6 +612,7 @@ void MainWindow::refresh() {
     if (sidebar_->selectedApplication() != settings_.selectedApp())
         settings_.setSelectedApp(sidebar_->selectedApplication());
     rebuildGallery();
+    showEmptyLibrary();
     if (const auto pending = settings_.pendingScrollFlow()) {
         gallery_->scrollToFlow(*pending);
         settings_.setPendingScrollFlow(std::nullopt);
@@ -671,6 +712,8 @@ void MainWindow::showSearchScope(std::size_t screens, std::size_t flows) {
 }
 
 bool MainWindow::eventFilter(QObject* watched, QEvent* event) {
+    if (emptyLibrary_ && watched == gallery_->viewport() && event->type() == QEvent::Resize)
+        emptyLibrary_->setGeometry(gallery_->viewport()->rect());
     if (watched == search_ && event->type() == QEvent::KeyPress &&
         static_cast<QKeyEvent*>(event)->key() == Qt::Key_Escape && !search_->text().isEmpty()) {
         search_->clear();
@@ -778,6 +821,7 @@ void MainWindow::updateActions() {
     selectAllAction_->setEnabled(flow);
     renameFlowAction_->setEnabled(flow);
     addScreensAction_->setEnabled(flow);
+    captureMoreAction_->setEnabled(flow);
     categorizeAction_->setEnabled(!library_.summaries().empty());
     revealAction_->setEnabled(flow);
     deleteFlowAction_->setEnabled(flow);
@@ -805,6 +849,7 @@ void MainWindow::updateActions() {
                 .arg(qs(*readOnly)));
         for (QAction* action : changingActions_)
             action->setEnabled(false);
+        emptyLibrary_->setEnabled(false);
         figmaBar_->setEnabled(false);
     }
     gallery_->setAcceptDrops(!readOnly);

@@ -2,6 +2,7 @@
 
 #ifndef Q_MOC_RUN // moc cannot parse the C++20 standard headers
 #include "library/ScreenID.h"
+#include "model/ScreenImport.h"
 #include "thumbnails/ThumbnailCache.h"
 
 #include <filesystem>
@@ -28,6 +29,7 @@ namespace varnel {
 
 class AppSettings;
 class CaptureWindow;
+class EmptyLibraryPanel;
 class DeviceManager;
 class ClipSaveBanner;
 class FigmaFlowBar;
@@ -68,7 +70,26 @@ public:
 
     // Capture: a new flow, or more screens for the current one.
     void newCapture();
+    void captureMore();
+    // Screens from files: a chooser of pictures and clips for the current flow.
     void addScreensToFlow();
+
+    // An empty flow, asked for in a dialog.
+    void newFlow();
+    // Files or a folder from a chooser, shown as a plan of flows before anything is written.
+    void importScreens();
+    void importFolder();
+    // Plans flows from files and folders; asks for what is missing (or always, with `confirm`)
+    // and runs the import. Drops and the commands above end here.
+    void importPaths(const std::vector<std::filesystem::path>& paths,
+                     const std::optional<std::string>& application,
+                     const std::optional<std::string>& category, bool confirm);
+    // Every import runs through here, with progress and a summary; returns what it did.
+    // Screens for an existing flow go at `insertAt` there, when given.
+    ScreenImport::Report runImport(const ScreenImport::Plan& plan, bool alwaysSummarize,
+                                   std::optional<std::size_t> insertAt = std::nullopt);
+    const std::optional<ScreenImport::Report>& lastImport() const { return lastImport_; }
+    EmptyLibraryPanel* emptyLibraryPanel() const { return emptyLibrary_; }
     CaptureWindow* captureWindow() const;
     // The capture sources; discovery starts once the window is up (or when first needed).
     DeviceManager& devices();
@@ -127,7 +148,7 @@ signals:
 
 protected:
     void closeEvent(QCloseEvent* event) override;
-    // Esc in the search field clears it.
+    // Esc in the search field clears it; the empty library's panel follows the gallery's size.
     bool eventFilter(QObject* watched, QEvent* event) override;
 
 private:
@@ -148,6 +169,9 @@ private:
     // A change made: kept for undo, its message shown with a way back.
     void recorded(std::unique_ptr<LibraryChange> change, const QString& message = {});
     void selectTouched(const LibraryChange& change);
+    // Keeps what an import made for undo; false when it made nothing.
+    bool recordImport(const ScreenImport::Report& report, const std::optional<std::string>& target,
+                      std::optional<std::size_t> insertAt);
     void updateUndoActions();
     // Above the gallery while searching: where the search looks and what it found.
     void showSearchScope(std::size_t screens, std::size_t flows);
@@ -228,6 +252,10 @@ private:
     QTimer galleryRebuild_;
     UpdateChecker* updates_ = nullptr;
     QPushButton* updateAvailable_ = nullptr;
+    EmptyLibraryPanel* emptyLibrary_ = nullptr;
+    QAction* captureMoreAction_ = nullptr;
+    std::optional<ScreenImport::Report> lastImport_;
+    void showEmptyLibrary();
 };
 
 } // namespace varnel

@@ -391,32 +391,22 @@ void MainWindow::dropScreens(const std::string& sourceFolder, const std::vector<
         });
         return;
     }
+    // Screens of the library are copied as they are.
     std::vector<std::filesystem::path> paths;
     for (const auto& file : files)
         paths.push_back(library_.root() / sourceFolder / file);
-    dropFiles(paths, targetFolder, index);
+    if (attempt(tr("Couldn’t add the screens"), [&] {
+            placeAppended(targetFolder, library_.addScreens(targetFolder, paths), index);
+        }))
+        showTransient(paths.size() == 1 ? tr("Added a screen")
+                                        : tr("Added %1 screens").arg(paths.size()));
 }
 
 void MainWindow::dropFiles(const std::vector<std::filesystem::path>& files,
                            const std::string& targetFolder, std::size_t index) {
-    std::vector<std::filesystem::path> screens;
-    for (const auto& file : files) {
-        auto extension = file.extension().string();
-        std::transform(extension.begin(), extension.end(), extension.begin(),
-                       [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-        if (extension == ".png" || extension == ".mov")
-            screens.push_back(file);
-    }
-    if (screens.empty())
-        return;
-    attempt(tr("Couldn’t add the screens"), [&] {
-        const auto added =
-            placeAppended(targetFolder, library_.addScreens(targetFolder, screens), index);
-        recorded(LibraryChanges::addedScreens(library_, targetFolder, added,
-                                              added.size() == 1 ? "Add Screen" : "Add Screens"),
-                 screens.size() == 1 ? tr("Added a screen")
-                                     : tr("Added %1 screens").arg(screens.size()));
-    });
+    ScreenImport::Plan plan = ScreenImport::plan(files);
+    plan.targetFlow = targetFolder;
+    runImport(plan, false, index);
 }
 
 // --- Figma ---

@@ -497,8 +497,8 @@ TEST_F(CaptureWindowTest, MainWindowOpensTheCaptureForANewFlowOrTheCurrentOne) {
     QApplication::processEvents();
 
     main.gallery().selectFlow(SampleLibrary::logIn);
-    ASSERT_TRUE(main.action("Add Screens to Flow…")->isEnabled());
-    main.action("Add Screens to Flow…")->trigger();
+    ASSERT_TRUE(main.action("Capture More…")->isEnabled());
+    main.action("Capture More…")->trigger();
     ASSERT_TRUE(main.captureWindow());
     EXPECT_EQ(main.captureWindow()->targetLabel()->text(), "Adding screens to: Log in");
 }

@@ -4,6 +4,7 @@
 #include "library/ScreenFiles.h"
 #include "model/FlowLibrary.h"
 #include "model/LibraryHistory.h"
+#include "model/ScreenImport.h"
 #include "support/TestLibrary.h"
 #include "ui/GalleryView.h"
 #include "ui/LibrarySidebar.h"
@@ -173,7 +174,7 @@ TEST_F(FirstHourTest, UpAndDownMoveByTheLinesAsShownWithinAndBetweenFlows) {
 TEST_F(FirstHourTest, EveryChangeMadeInTheWindowIsUndoneAndRedone) {
     const std::string signUp = SampleLibrary::signUp, logIn = SampleLibrary::logIn;
     GalleryView& gallery = window->gallery();
-    writeFile(dir / "dropped.png", pngBytes(1179, 2556, "dropped"));
+    writePicture(dir / "dropped.png", 60, 120, 0xff112233u);
     const std::vector<std::pair<std::string, std::function<void()>>> changes{
         {"Delete 2 Screens",
          [&] {
@@ -202,6 +203,15 @@ TEST_F(FirstHourTest, EveryChangeMadeInTheWindowIsUndoneAndRedone) {
          }},
         {"Copy Screen", [&] { window->dropScreens(signUp, {"01.png"}, signUp, 3, true); }},
         {"Add Screen", [&] { window->dropFiles({dir / "dropped.png"}, logIn, 0); }},
+        {"Import Screens",
+         [&] {
+             writePicture(dir / "Trip" / "Booking" / "IMG_2.png", 60, 120, 0xff2233aau);
+             writePicture(dir / "Trip" / "Booking" / "IMG_10.png", 60, 120, 0xff33aa22u);
+             writePicture(dir / "Trip" / "Payment" / "IMG_1.png", 60, 120, 0xffaa2233u);
+             ScreenImport::Plan plan = ScreenImport::plan({dir / "Trip"});
+             plan.application = "Zeta";
+             window->runImport(plan, false);
+         }},
     };
     for (const auto& [name, change] : changes) {
         SCOPED_TRACE(name);

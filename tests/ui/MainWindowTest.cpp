@@ -14,6 +14,7 @@
 #include "ui/CategorizeDialog.h"
 #include "ui/ClipSaveBanner.h"
 #include "ui/GalleryView.h"
+#include "ui/ImportDialogs.h"
 #include "ui/InstanceChannel.h"
 #include "ui/LibrarySidebar.h"
 #include "ui/ScreenEditor.h"
@@ -37,6 +38,7 @@
 #include <QStringListModel>
 #include <QTest>
 #include <QTimer>
+#include <QTreeWidget>
 #include <QUrl>
 
 #include <gtest/gtest.h>
@@ -79,6 +81,42 @@ void dropOn(QWidget* target, QPoint point, QMimeData* mime,
     QDropEvent drop(point, Qt::CopyAction | Qt::MoveAction, mime, Qt::LeftButton, modifiers);
     QApplication::sendEvent(target, &drop);
     delete mime;
+}
+
+QMimeData* filesMime(const std::vector<fs::path>& paths) {
+    auto* mime = new QMimeData;
+    QList<QUrl> urls;
+    for (const auto& path : paths)
+        urls << QUrl::fromLocalFile(QString::fromStdString(path.string()));
+    mime->setUrls(urls);
+    return mime;
+}
+
+// Runs `answer` on the next modal dialog of type T once it is up.
+template <typename T> void answerNext(QObject* owner, std::function<void(T*)> answer) {
+    auto* poll = new QTimer(owner);
+    QObject::connect(poll, &QTimer::timeout, [=] {
+        auto* dialog = qobject_cast<T*>(QApplication::activeModalWidget());
+        if (!dialog)
+            return;
+        poll->stop();
+        poll->deleteLater();
+        answer(dialog);
+    });
+    poll->start(10);
+}
+
+// The summary an import left open, closed once read.
+QString takeImportSummary(QWidget* window, QString* informative = nullptr) {
+    auto* box = window->findChild<QMessageBox*>("importSummary");
+    if (!box)
+        return {};
+    const QString text = box->text();
+    if (informative)
+        *informative = box->informativeText();
+    box->setObjectName({});
+    box->close();
+    return text;
 }
 
 class MainWindowTest : public ::testing::Test {
@@ -280,8 +318,8 @@ TEST_F(MainWindowTest, ScreensAreReorderedMovedAndCopiedByDragAndDrop) {
     EXPECT_EQ(names(SampleLibrary::transfer), (std::vector<std::string>{"01.mov", "02.png"}));
     EXPECT_EQ(names(SampleLibrary::signUp).size(), 2u);
 
-    // Files from a file manager become screens where they are dropped; others are ignored.
-    writeFile(dir / "outside/new.png", pngBytes(10, 20, "dropped"));
+    // Files from a file manager become screens where they are dropped; others are left out.
+    writePicture(dir / "outside/new.png", 10, 20);
     writeFile(dir / "outside/notes.txt", "not a screen");
     auto* mime = new QMimeData;
     mime->setUrls(
@@ -290,7 +328,8 @@ TEST_F(MainWindowTest, ScreensAreReorderedMovedAndCopiedByDragAndDrop) {
     dropOn(gallery.viewport(), left(SampleLibrary::transfer, 0), mime);
     EXPECT_EQ(names(SampleLibrary::transfer),
               (std::vector<std::string>{"01.png", "02.mov", "03.png"}));
-    EXPECT_EQ(payloadOf(sample.root / SampleLibrary::transfer / "01.png"), "dropped");
+    EXPECT_EQ(readFile(sample.root / SampleLibrary::transfer / "01.png"),
+              readFile(dir / "outside/new.png"));
     EXPECT_TRUE(fs::exists(dir / "outside/new.png")) << "copied, not moved";
 }
 
@@ -441,11 +480,14 @@ TEST_F(MainWindowTest, MenusNameEveryCommandAndDisableWhatIsNotBuiltYet) {
     for (const char* text :
          {"Import Application…", "Export Application…", "Export Application Without Originals…",
           "Delete Application", "Categorize Flow…", "Rename Flow…", "Delete Flow",
-          "Show in File Manager", "Quick Look", "Settings…", "New Capture…",
-          "Add Screens to Flow…"})
+          "Show in File Manager", "Quick Look", "Settings…", "New Capture…", "Add Screens to Flow…",
+          "Capture More…", "New Flow…", "Import Screens…", "Import Folder…"})
         EXPECT_TRUE(window->action(text)) << text;
     EXPECT_TRUE(window->action("New Capture…")->isEnabled());
+    EXPECT_TRUE(window->action("Import Screens…")->isEnabled());
+    EXPECT_TRUE(window->action("New Flow…")->isEnabled());
     EXPECT_FALSE(window->action("Add Screens to Flow…")->isEnabled()) << "no flow picked yet";
+    EXPECT_FALSE(window->action("Capture More…")->isEnabled()) << "no flow picked yet";
     EXPECT_TRUE(window->action("Download Figma Plugin…")->isEnabled());
     EXPECT_TRUE(window->action("Check for Updates…")->isEnabled());
     for (const char* text :
@@ -457,6 +499,9 @@ TEST_F(MainWindowTest, MenusNameEveryCommandAndDisableWhatIsNotBuiltYet) {
     EXPECT_EQ(window->action("Quit")->shortcut(), QKeySequence::Quit);
     EXPECT_FALSE(window->action("Rename Flow…")->isEnabled()) << "nothing picked yet";
     EXPECT_FALSE(window->action("Export Application…")->isEnabled());
+    window->gallery().selectFlow(SampleLibrary::logIn);
+    EXPECT_TRUE(window->action("Add Screens to Flow…")->isEnabled());
+    EXPECT_TRUE(window->action("Capture More…")->isEnabled());
 }
 
 // The plugin ships inside Varnel: it is saved with no network, and the user is told how to add
@@ -703,9 +748,10 @@ TEST_F(MainWindowTest, AReadOnlyLibraryIsBrowsedWithEveryChangeOff) {
     EXPECT_TRUE(banner->isVisible());
     EXPECT_TRUE(banner->text().contains("varnel-cli")) << banner->text().toStdString();
     for (const char* text :
-         {"New Capture…", "Add Screens to Flow…", "Import Application…", "Delete Application",
-          "Rename Screen…", "Duplicate", "Delete", "Edit Screen…", "Rename Flow…",
-          "Categorize Flow…", "Delete Flow", "Export for Figma…", "Sync with Figma"}) {
+         {"New Capture…", "Add Screens to Flow…", "Capture More…", "New Flow…", "Import Screens…",
+          "Import Folder…", "Import Application…", "Delete Application", "Rename Screen…",
+          "Duplicate", "Delete", "Edit Screen…", "Rename Flow…", "Categorize Flow…", "Delete Flow",
+          "Export for Figma…", "Sync with Figma"}) {
         ASSERT_TRUE(window->action(text)) << text;
         EXPECT_FALSE(window->action(text)->isEnabled()) << text;
     }
@@ -874,6 +920,213 @@ TEST_F(MainWindowTest, SearchShowsMatchingFlowsAndOnlyTheScreensThatHoldTheText)
     EXPECT_TRUE(window->preview()->showsText());
     ASSERT_EQ(window->preview()->textLines().size(), 1u);
     EXPECT_EQ(window->preview()->textLines()[0].text, "Forgot password?");
+}
+
+namespace {
+
+// A picture of one colour whose file also says when it was taken (its modification time).
+void writeShot(const fs::path& file, unsigned argb, int day = 25) {
+    writePicture(file, 30, 60, argb);
+    std::tm local{};
+    local.tm_year = 2026 - 1900;
+    local.tm_mon = 10;
+    local.tm_mday = day;
+    local.tm_hour = 12;
+    local.tm_isdst = -1;
+    const auto when = std::chrono::system_clock::from_time_t(std::mktime(&local));
+    fs::last_write_time(file, std::chrono::file_clock::from_sys(when));
+}
+
+std::vector<std::string> flowFolders(const FlowLibrary& library) {
+    std::vector<std::string> folders;
+    for (const auto& summary : library.summaries())
+        folders.push_back(summary.folderName);
+    std::sort(folders.begin(), folders.end());
+    return folders;
+}
+
+} // namespace
+
+TEST_F(MainWindowTest, AnEmptyLibraryShowsWhatToDoAndItsButtonsBeginAFlow) {
+    FlowLibrary empty{FlowStore(dir / "Empty")};
+    empty.open();
+    MainWindow emptyWindow(empty, *settings);
+    emptyWindow.resize(1100, 800);
+    emptyWindow.show();
+    QApplication::processEvents();
+    EmptyLibraryPanel* panel = emptyWindow.emptyLibraryPanel();
+    ASSERT_TRUE(panel);
+    EXPECT_TRUE(panel->isVisible());
+    EXPECT_EQ(panel->geometry(), emptyWindow.gallery().viewport()->rect());
+    EXPECT_EQ(panel->captureButton()->text(), "New Capture");
+    EXPECT_EQ(panel->importButton()->text(), "Import Screens…");
+    EXPECT_EQ(panel->newFlowButton()->text(), "New Flow…");
+    EXPECT_FALSE(window->emptyLibraryPanel()->isVisible()) << "a library with flows";
+
+    // New Flow… makes an empty flow and shows it.
+    answerNext<NewFlowDialog>(&emptyWindow, [](NewFlowDialog* dialog) {
+        EXPECT_FALSE(dialog->createButton()->isEnabled()) << "nothing named yet";
+        dialog->applicationBox()->setEditText("Acme");
+        dialog->categoryBox()->setEditText("Checkout");
+        dialog->nameField()->setText("Pay");
+        EXPECT_TRUE(dialog->createButton()->isEnabled());
+        dialog->createButton()->click();
+    });
+    panel->newFlowButton()->click();
+    EXPECT_EQ(flowFolders(empty), std::vector<std::string>{"acme/checkout/pay"});
+    EXPECT_EQ(emptyWindow.gallery().currentFlow(), "acme/checkout/pay");
+    EXPECT_FALSE(panel->isVisible());
+    empty.deleteFlow("acme/checkout/pay");
+    EXPECT_TRUE(panel->isVisible());
+
+    // Import Screens… chooses files, shows the plan and makes the flow.
+    writeShot(dir / "shots/IMG_2.png", 0xff00ff00u);
+    answerNext<QFileDialog>(&emptyWindow, [&](QFileDialog* dialog) {
+        dialog->selectFile(QString::fromStdString((dir / "shots/IMG_2.png").string()));
+        answerNext<ImportPlanDialog>(&emptyWindow, [](ImportPlanDialog* plan) {
+            EXPECT_FALSE(plan->importButton()->isEnabled()) << "no application yet";
+            plan->applicationBox()->setEditText("Acme");
+            EXPECT_TRUE(plan->importButton()->isEnabled());
+            plan->importButton()->click();
+        });
+        static_cast<QDialog*>(dialog)->accept();
+    });
+    panel->importButton()->click();
+    ASSERT_EQ(flowFolders(empty),
+              std::vector<std::string>{"acme/uncategorized/imported-2026-11-25"});
+    const FlowMeta meta = empty.store().meta("acme/uncategorized/imported-2026-11-25");
+    ASSERT_EQ(meta.screens.size(), 1u);
+    EXPECT_EQ(readFile(dir / "Empty/acme/uncategorized/imported-2026-11-25/01.png"),
+              readFile(dir / "shots/IMG_2.png"));
+    EXPECT_EQ(takeImportSummary(&emptyWindow), "Imported 1 screen into 1 flow.");
+    EXPECT_FALSE(panel->isVisible());
+}
+
+TEST_F(MainWindowTest, NewFlowOffersTheLibrarysNamesAndSelectsTheFlowItMade) {
+    LibrarySidebar& sidebar = window->sidebar();
+    sidebar.setCurrentItem(topLevel(sidebar, "Acme"));
+    answerNext<NewFlowDialog>(window.get(), [](NewFlowDialog* dialog) {
+        EXPECT_EQ(dialog->applicationBox()->currentText(), "Acme") << "the selected one";
+        QStringList applications, categories;
+        for (int i = 0; i < dialog->applicationBox()->count(); ++i)
+            applications << dialog->applicationBox()->itemText(i);
+        for (int i = 0; i < dialog->categoryBox()->count(); ++i)
+            categories << dialog->categoryBox()->itemText(i);
+        EXPECT_EQ(applications, (QStringList{"Acme", "Bank"}));
+        EXPECT_EQ(categories, QStringList{"Onboarding"});
+        EXPECT_TRUE(dialog->applicationBox()->isEditable());
+        ASSERT_TRUE(dialog->categoryBox()->completer());
+        dialog->categoryBox()->completer()->setCompletionPrefix("onb");
+        EXPECT_EQ(dialog->categoryBox()->completer()->currentCompletion(), "Onboarding");
+        dialog->categoryBox()->setEditText("Payments");
+        dialog->nameField()->setText("  Checkout ");
+        dialog->createButton()->click();
+    });
+    window->action("New Flow…")->trigger();
+    const auto folders = flowFolders(library);
+    EXPECT_NE(std::find(folders.begin(), folders.end(), "acme/payments/checkout"), folders.end());
+    EXPECT_EQ(window->gallery().currentFlow(), "acme/payments/checkout");
+    EXPECT_EQ(library.store().meta("acme/payments/checkout").name, "Checkout");
+    EXPECT_TRUE(library.store().meta("acme/payments/checkout").screens.empty());
+}
+
+TEST_F(MainWindowTest, ImportingAFolderOfFoldersShowsThePlanThenMakesTheFlows) {
+    const fs::path trip = dir / "Trip";
+    writeShot(trip / "Checkout/IMG_10.png", 0xff0000ffu);
+    writeShot(trip / "Checkout/IMG_2.png", 0xff00ff00u);
+    writeShot(trip / "Checkout/IMG_1.png", 0xffff0000u);
+    writeShot(trip / "Sign in/a.png", 0xff808080u);
+    writeFile(trip / "Sign in/notes.txt", "coupon");
+    window->sidebar().setCurrentItem(topLevel(window->sidebar(), "Bank"));
+    answerNext<ImportPlanDialog>(window.get(), [](ImportPlanDialog* plan) {
+        QTreeWidget* flows = plan->flowList();
+        ASSERT_EQ(flows->topLevelItemCount(), 2);
+        EXPECT_EQ(flows->topLevelItem(0)->text(0), "Checkout");
+        EXPECT_EQ(flows->topLevelItem(0)->text(1), "3");
+        EXPECT_EQ(flows->topLevelItem(1)->text(0), "Sign in");
+        EXPECT_EQ(flows->topLevelItem(1)->text(1), "1");
+        EXPECT_EQ(plan->applicationBox()->currentText(), "Bank");
+        auto* skipped = plan->findChild<QLabel*>("importSkipped");
+        ASSERT_TRUE(skipped);
+        EXPECT_TRUE(skipped->text().contains("notes.txt")) << skipped->text().toStdString();
+        flows->topLevelItem(1)->setText(0, "Log in");
+        plan->categoryBox()->setEditText("Travel");
+        EXPECT_EQ(plan->findChild<QLabel*>("importTotals")->text().toStdString(),
+                  "4 screens in 2 flows go to Bank ▸ Travel.");
+        plan->importButton()->click();
+    });
+    window->importPaths({trip}, window->selectedApplication(), std::nullopt, true);
+    const auto folders = flowFolders(library);
+    EXPECT_NE(std::find(folders.begin(), folders.end(), "bank/travel/checkout"), folders.end());
+    EXPECT_NE(std::find(folders.begin(), folders.end(), "bank/travel/log-in"), folders.end());
+    EXPECT_EQ(names("bank/travel/checkout"),
+              (std::vector<std::string>{"01.png", "02.png", "03.png"}));
+    EXPECT_EQ(readFile(sample.root / "bank/travel/checkout/03.png"),
+              readFile(trip / "Checkout/IMG_10.png"));
+    EXPECT_EQ(window->gallery().currentFlow(), "bank/travel/checkout");
+    QString informative;
+    EXPECT_EQ(takeImportSummary(window.get(), &informative),
+              "Imported 4 screens into 2 flows; 1 file skipped.");
+    EXPECT_EQ(informative,
+              "Skipped:\nnotes.txt: it isn’t a PNG, JPEG or HEIC picture, nor a MOV or MP4 clip");
+    ASSERT_TRUE(window->lastImport());
+    EXPECT_EQ(window->lastImport()->createdFlows,
+              (std::vector<std::string>{"bank/travel/checkout", "bank/travel/log-in"}));
+}
+
+TEST_F(MainWindowTest, DroppingFilesOnTheSidebarOrBesideTheFlowsMakesFlows) {
+    LibrarySidebar& sidebar = window->sidebar();
+    writeShot(dir / "Onboarding shots/1.png", 0xff0000ffu);
+    writeShot(dir / "Onboarding shots/2.png", 0xff00ff00u);
+    // A folder dropped on an application: a flow named after it, no question asked.
+    QTreeWidgetItem* bank = topLevel(sidebar, "Bank");
+    dropOn(sidebar.viewport(), sidebar.visualItemRect(bank).center(),
+           filesMime({dir / "Onboarding shots"}));
+    EXPECT_EQ(names("bank/uncategorized/onboarding-shots"),
+              (std::vector<std::string>{"01.png", "02.png"}));
+    EXPECT_FALSE(window->findChild<QMessageBox*>("importSummary")) << "nothing to report";
+
+    // Loose files dropped on a category: a flow named after the first one's date.
+    sidebar.setCurrentItem(topLevel(sidebar, "Acme"));
+    QTreeWidgetItem* onboarding = topLevel(sidebar, "Acme")->child(0);
+    ASSERT_EQ(onboarding->text(0), "Onboarding");
+    QImage photo(24, 16, QImage::Format_RGB32);
+    photo.fill(QColor(200, 40, 40));
+    ASSERT_TRUE(photo.save(QString::fromStdString((dir / "photo.jpg").string()), "JPEG"));
+    writeShot(dir / "a.png", 0xff00ff00u, 24);
+    dropOn(sidebar.viewport(), sidebar.visualItemRect(onboarding).center(),
+           filesMime({dir / "photo.jpg", dir / "a.png"}));
+    EXPECT_EQ(library.store().meta("acme/onboarding/imported-2026-11-24").screens.size(), 2u);
+
+    // Beside the flows in the gallery (on a category's heading): a flow of the shown application.
+    writeShot(dir / "Extra/x.png", 0xff0000ffu);
+    GalleryView& gallery = window->gallery();
+    ASSERT_EQ(gallery.content().rows[0].kind, GalleryRow::Kind::category);
+    gallery.verticalScrollBar()->setValue(0);
+    const QPoint heading(200, gallery.galleryLayout().rowTop(0) + 4);
+    ASSERT_FALSE(gallery.dropTargetAt(heading));
+    dropOn(gallery.viewport(), heading, filesMime({dir / "Extra"}));
+    EXPECT_EQ(names("acme/uncategorized/extra"), std::vector<std::string>{"01.png"});
+
+    // On "All" there is no application to go to: the plan asks for one.
+    answerNext<ImportPlanDialog>(window.get(), [](ImportPlanDialog* plan) {
+        EXPECT_FALSE(plan->importButton()->isEnabled());
+        plan->applicationBox()->setEditText("Zeta");
+        plan->importButton()->click();
+    });
+    dropOn(sidebar.viewport(), sidebar.visualItemRect(topLevel(sidebar, "All")).center(),
+           filesMime({dir / "Extra"}));
+    EXPECT_EQ(names("zeta/uncategorized/extra"), std::vector<std::string>{"01.png"});
+
+    // A JPEG dropped on a flow becomes a PNG screen where it was dropped.
+    sidebar.setCurrentItem(topLevel(sidebar, "All"));
+    gallery.scrollToFlow(SampleLibrary::transfer);
+    dropOn(gallery.viewport(), tileCenter(SampleLibrary::transfer, 0) - QPoint(30, 0),
+           filesMime({dir / "photo.jpg"}));
+    EXPECT_EQ(names(SampleLibrary::transfer), (std::vector<std::string>{"01.png", "02.png"}));
+    EXPECT_EQ(ScreenImport::kindOf(sample.root / SampleLibrary::transfer / "01.png"),
+              ScreenImport::Kind::png);
+    EXPECT_EQ(payloadOf(sample.root / SampleLibrary::transfer / "02.png"), "transfer-1");
 }
 
 int main(int argc, char** argv) {
