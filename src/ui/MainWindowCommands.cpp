@@ -255,11 +255,17 @@ void MainWindow::deleteSelection() {
     }
     // Into the trash, and undoable: no question first, as a file manager does.
     const auto names = selectedInCurrentFlow();
+    const std::string folder = current->folder;
     attempt(tr("Couldn’t delete the screens"), [&] {
-        recorded(LibraryChanges::deleteScreens(library_, current->folder, names),
+        recorded(LibraryChanges::deleteScreens(library_, folder, names),
                  names.size() == 1 ? tr("Deleted a screen")
                                    : tr("Deleted %1 screens").arg(names.size()));
     });
+    // The screens renumbered into the deleted ones' names were not picked: none is selected.
+    if (gallery_->content().rowOfFlow(folder))
+        gallery_->selectFlow(folder);
+    else
+        gallery_->selectScreens({});
 }
 
 void MainWindow::renameFlow() {

@@ -17,14 +17,21 @@ namespace varnel {
 
 namespace {
 
-QString whereFrom(const TrashEntry& entry) {
-    if (!entry.holdsFlows())
-        return qs(entry.folderName);
-    const auto& first = entry.flows.front().summary;
-    QString where = qs(first.application.value_or(""));
-    if (entry.flows.size() == 1 && first.categoryL1)
-        where += " ▸ " + qs(*first.categoryL1);
+QString placeOf(const FlowSummary& flow, bool withCategory) {
+    QString where = qs(flow.application.value_or(""));
+    if (withCategory && flow.categoryL1)
+        where += " ▸ " + qs(*flow.categoryL1);
     return where;
+}
+
+// The application and category it came from, as the sidebar names them.
+QString whereFrom(const TrashEntry& entry, const std::vector<FlowSummary>& flows) {
+    if (entry.holdsFlows())
+        return placeOf(entry.flows.front().summary, entry.flows.size() == 1);
+    for (const auto& flow : flows)
+        if (flow.id == entry.flowId)
+            return placeOf(flow, true);
+    return qs(entry.folderName);
 }
 
 QString when(Date date) {
@@ -53,6 +60,8 @@ TrashWindow::TrashWindow(FlowLibrary& library, QWidget* parent)
     list_->setRootIsDecorated(false);
     list_->setSelectionMode(QAbstractItemView::ExtendedSelection);
     list_->header()->setSectionResizeMode(0, QHeaderView::Stretch);
+    list_->header()->setSectionResizeMode(1, QHeaderView::ResizeToContents);
+    list_->header()->setSectionResizeMode(2, QHeaderView::ResizeToContents);
     layout->addWidget(list_, 1);
     auto* buttons = new QDialogButtonBox(QDialogButtonBox::Close, this);
     buttons->addButton(putBack_, QDialogButtonBox::ActionRole);
@@ -82,7 +91,8 @@ void TrashWindow::refresh() {
         const auto& entry = entries_[i];
         QString what = qs(entry.description());
         what[0] = what[0].toUpper();
-        auto* item = new QTreeWidgetItem(list_, {what, whereFrom(entry), when(entry.deletedAt)});
+        auto* item = new QTreeWidgetItem(
+            list_, {what, whereFrom(entry, library_.summaries()), when(entry.deletedAt)});
         item->setData(0, Qt::UserRole, static_cast<qulonglong>(i));
     }
     if (entries_.empty()) {

@@ -140,6 +140,9 @@ TEST_F(FirstHourTest, APlainClickInsideASelectionPicksThatScreenAloneAndDeleteTa
     const std::string before = stateOf(library);
     window->action("Delete")->trigger();
     EXPECT_EQ(library.meta(signUp).screens.size(), 2u) << "only the screen picked";
+    EXPECT_TRUE(gallery.selectedScreens().empty())
+        << "the screen renumbered into the deleted one's name was not picked";
+    EXPECT_FALSE(gallery.currentScreen());
     ASSERT_TRUE(window->findChild<QPushButton*>("statusUndo")->isVisible());
     window->findChild<QPushButton*>("statusUndo")->click();
     EXPECT_EQ(stateOf(library), before);
@@ -270,6 +273,11 @@ TEST_F(FirstHourTest, TheTrashPutsBackWhatWasDeletedAndThatCanBeUndoneToo) {
     ASSERT_EQ(trash->list().topLevelItemCount(), 1);
     EXPECT_EQ(trash->list().topLevelItem(0)->text(0), "The flow “Transfer”");
     EXPECT_EQ(trash->list().topLevelItem(0)->text(1), "Bank");
+    window->gallery().selectScreen({SampleLibrary::signUp, "01.png"});
+    window->deleteSelection();
+    ASSERT_EQ(trash->list().topLevelItemCount(), 2);
+    EXPECT_EQ(trash->list().topLevelItem(0)->text(1), "Acme ▸ Onboarding") << "newest first";
+    window->undo();
     trash->list().topLevelItem(0)->setSelected(true);
     trash->findChild<QPushButton*>()->parentWidget(); // the buttons exist
     for (auto* button : trash->findChildren<QPushButton*>())
