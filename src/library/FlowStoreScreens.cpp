@@ -86,6 +86,32 @@ std::vector<std::string> postedIds(const FlowMeta& meta, const ScreenRef& ref) {
     return ids;
 }
 
+// Plans a screen's files under a name not yet claimed where it goes: the picture, its original
+// copy and its patches (which keep their UUIDs where they can). Returns the new name; the
+// record's patches name their new files.
+std::string relocate(ScreenRef& ref, std::set<std::string>& claimed,
+                     std::vector<RenumberMove>& moves) {
+    const std::string& name = ref.filename;
+    const std::string newName = ScreenFiles::claimScreenName(claimed, ScreenFiles::extension(name));
+    claimed.insert(ScreenFiles::originalFilename(newName));
+    moves.push_back({name, newName});
+    moves.push_back({ScreenFiles::originalFilename(name), ScreenFiles::originalFilename(newName)});
+    if (!ref.patches)
+        return newName;
+    for (auto& patch : *ref.patches) {
+        if (!LibraryLayout::isSafeFileName(patch.file))
+            continue;
+        std::string newPatch = ScreenFiles::patchRenamed(patch.file, newName);
+        if (!claimed.insert(newPatch).second) {
+            newPatch = ScreenFiles::newPatchName(newName);
+            claimed.insert(newPatch);
+        }
+        moves.push_back({patch.file, newPatch});
+        patch.file = newPatch;
+    }
+    return newName;
+}
+
 // A screen coming back keeps its pins' comments that its flow still queues for deletion; a
 // pin whose comment is gone from Figma is posted anew.
 void restorePublished(FlowMeta& meta, ScreenRef& ref) {
@@ -533,25 +559,7 @@ ThumbEdits FlowStore::moveScreens(std::string_view sourceFolder,
     ThumbEdits edits;
     for (const auto& name : names) {
         ScreenRef ref = *source.screen(name);
-        const std::string newName =
-            ScreenFiles::claimScreenName(claimed, ScreenFiles::extension(name));
-        const std::string newOriginal = ScreenFiles::originalFilename(newName);
-        claimed.insert(newOriginal);
-        relocations.push_back({name, newName});
-        relocations.push_back({ScreenFiles::originalFilename(name), newOriginal});
-        if (ref.patches) {
-            for (auto& patch : *ref.patches) {
-                if (!LibraryLayout::isSafeFileName(patch.file))
-                    continue;
-                std::string newPatch = ScreenFiles::patchRenamed(patch.file, newName);
-                if (!claimed.insert(newPatch).second) {
-                    newPatch = ScreenFiles::newPatchName(newName);
-                    claimed.insert(newPatch);
-                }
-                relocations.push_back({patch.file, newPatch});
-                patch.file = newPatch;
-            }
-        }
+        const std::string newName = relocate(ref, claimed, relocations);
         const auto pinIds = postedIds(source, ref);
         ids.insert(ids.end(), pinIds.begin(), pinIds.end());
         unpublish(ref, false);
@@ -821,25 +829,7 @@ FlowStore::RestoredScreens FlowStore::restoreScreens(const std::string& entryId)
         if (!FileOps::exists(trashDir / name))
             throw LibraryError("The file of a deleted screen of “" + entry.flowName +
                                "” is no longer in the trash.");
-        const std::string newName =
-            ScreenFiles::claimScreenName(claimed, ScreenFiles::extension(name));
-        claimed.insert(ScreenFiles::originalFilename(newName));
-        moves.push_back({name, newName});
-        moves.push_back(
-            {ScreenFiles::originalFilename(name), ScreenFiles::originalFilename(newName)});
-        if (ref.patches) {
-            for (auto& patch : *ref.patches) {
-                if (!LibraryLayout::isSafeFileName(patch.file))
-                    continue;
-                std::string newPatch = ScreenFiles::patchRenamed(patch.file, newName);
-                if (!claimed.insert(newPatch).second) {
-                    newPatch = ScreenFiles::newPatchName(newName);
-                    claimed.insert(newPatch);
-                }
-                moves.push_back({patch.file, newPatch});
-                patch.file = newPatch;
-            }
-        }
+        const std::string newName = relocate(ref, claimed, moves);
         // Their comments in Figma were queued for deletion with them: while still queued, they
         // stay; once deleted there, the pins are posted anew.
         restorePublished(m, ref);

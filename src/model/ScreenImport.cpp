@@ -837,6 +837,7 @@ Report run(FlowLibrary& library, const Plan& plan, const ProgressCallback& progr
             finished = shared.finished;
             now.done = shared.done;
         }
+        now.total = total;
         for (auto& staged : ready) {
             if (shared.cancel)
                 break;
@@ -846,9 +847,15 @@ Report run(FlowLibrary& library, const Plan& plan, const ProgressCallback& progr
                 report.failure =
                     "“" + plan.flows[staged.index].name + "” couldn’t be added: " + e.what();
                 shared.cancel = true;
+                break;
+            }
+            // A cancel between two flows stops before the next, however many are ready.
+            now.flowsMade = report.createdFlows.size() + report.addedScreens.size();
+            if (progress && !progress(now)) {
+                shared.cancel = true;
+                report.cancelled = true;
             }
         }
-        now.total = total;
         now.flowsMade = report.createdFlows.size() + report.addedScreens.size();
         if (finished && ready.empty())
             break;
