@@ -37,6 +37,10 @@ void FlowLibrary::open() {
     if (!readOnly_) {
         try {
             store_.purgeTrashBefore(Date{Date::now().seconds - TrashEntry::kKeptSeconds});
+            // What undo set aside belonged to a history that ended with the last run.
+            for (const auto& entry : store_.trashEntries())
+                if (entry.hidden)
+                    store_.purgeTrash(entry.id);
         } catch (const std::exception& e) {
             qWarning("The trash couldn’t be emptied of old items: %s", e.what());
         }

@@ -203,6 +203,18 @@ TEST_F(LibraryHistoryTest, WhatUndoSetAsideGoesWhenItCanNoLongerBeRedone) {
     EXPECT_FALSE(history.canRedo());
     EXPECT_TRUE(library.trashEntries().empty());
     EXPECT_FALSE(fs::exists(sample.root / ".trash") && !fs::is_empty(sample.root / ".trash"));
+
+    // Nor does it outlive the run: the next opening finds no history to redo it.
+    const auto again = library.duplicateScreens(signUp, {"01.png"});
+    history.record(LibraryChanges::addedScreens(library, signUp, LibraryChanges::copiesMade(again),
+                                                "Duplicate"));
+    history.undo();
+    ASSERT_EQ(library.trashEntries().size(), 1u);
+    library.store().trashFlows({SampleLibrary::transfer});
+    FlowLibrary reopened{FlowStore(sample.root)};
+    reopened.open();
+    ASSERT_EQ(reopened.trashEntries().size(), 1u) << "what the user deleted stays";
+    EXPECT_FALSE(reopened.trashEntries()[0].hidden);
 }
 
 TEST_F(LibraryHistoryTest, PutBackFromTheTrashIsAChangeToo) {
