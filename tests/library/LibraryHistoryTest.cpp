@@ -2,6 +2,7 @@
 #include "library/ScreenFiles.h"
 #include "model/FlowLibrary.h"
 #include "model/LibraryChanges.h"
+#include "support/LibraryState.h"
 #include "support/TestLibrary.h"
 
 #include <gtest/gtest.h>
@@ -10,38 +11,6 @@ using namespace varnel;
 using namespace varnel::test;
 
 namespace {
-
-// The library as the user sees it: each flow by id with where it is filed, its name, and its
-// screens in order with their bytes, names, zones, patches' bytes and pins; the category order;
-// and what the trash lists.
-std::string stateOf(FlowLibrary& library) {
-    std::string out;
-    for (const auto& category : library.categoryOrder())
-        out += "category " + category + "\n";
-    std::vector<FlowSummary> flows = library.summaries();
-    for (const auto& flow : flows) {
-        const FlowMeta& meta = library.meta(flow.folderName);
-        out += "flow " + meta.id + " " + meta.application.value_or("-") + "/" +
-               meta.categoryL1.value_or("-") + "/" + meta.name + "\n";
-        const fs::path folder = library.root() / flow.folderName;
-        for (const auto& screen : meta.screens) {
-            out += "  " + readFile(folder / screen.filename) + " “" + screen.name.value_or("") +
-                   "” " + editsJson(screen).dump();
-            const fs::path original = folder / ScreenFiles::originalFilename(screen.filename);
-            if (fs::exists(original))
-                out += " original " + readFile(original);
-            for (const auto& patch : screen.patches.value_or(std::vector<RedactPatch>{}))
-                out += " patch " + readFile(folder / patch.file);
-            for (const auto& pin : screen.pins())
-                out += " pin " + pin.id + " " + pin.text;
-            out += "\n";
-        }
-    }
-    for (const auto& entry : library.trashEntries())
-        if (!entry.hidden)
-            out += "trash " + entry.description() + "\n";
-    return out;
-}
 
 class LibraryHistoryTest : public ::testing::Test {
 protected:
@@ -129,16 +98,16 @@ TEST_F(LibraryHistoryTest, EveryChangeIsUndoneAndRedoneExactly) {
         library.setRoot(scratch / "Library");
         library.createEmptyFlow("Bank", "Top up", std::string("Payments"), Date{});
         history.clear();
-        const std::string before = stateOf(library);
+        const std::string before = visibleState(library);
         history.record(make());
-        const std::string after = stateOf(library);
+        const std::string after = visibleState(library);
         ASSERT_NE(before, after);
         for (int round = 0; round < 2; ++round) {
             history.undo();
-            EXPECT_EQ(stateOf(library), before);
+            EXPECT_EQ(visibleState(library), before);
             EXPECT_TRUE(checkLibrary(library.store()).empty()) << checkLibrary(library.store())[0];
             history.redo();
-            EXPECT_EQ(stateOf(library), after);
+            EXPECT_EQ(visibleState(library), after);
             EXPECT_TRUE(checkLibrary(library.store()).empty()) << checkLibrary(library.store())[0];
         }
         history.undo();
@@ -198,7 +167,7 @@ TEST_F(LibraryHistoryTest, WhatUndoSetAsideGoesWhenItCanNoLongerBeRedone) {
                                                 "Duplicate"));
     history.undo();
     EXPECT_TRUE(library.trashEntries().size() == 1u && library.trashEntries()[0].hidden);
-    EXPECT_EQ(stateOf(library).find("trash"), std::string::npos) << "the user deleted nothing";
+    EXPECT_EQ(visibleState(library).find("trash"), std::string::npos) << "the user deleted nothing";
     history.record(LibraryChanges::renameScreen(library, signUp, "01.png", "Welcome"));
     EXPECT_FALSE(history.canRedo());
     EXPECT_TRUE(library.trashEntries().empty());

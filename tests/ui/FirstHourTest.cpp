@@ -5,6 +5,7 @@
 #include "model/FlowLibrary.h"
 #include "model/LibraryHistory.h"
 #include "model/ScreenImport.h"
+#include "support/LibraryState.h"
 #include "support/TestLibrary.h"
 #include "ui/GalleryView.h"
 #include "ui/LibrarySidebar.h"
@@ -30,25 +31,6 @@ using namespace varnel;
 using namespace varnel::test;
 
 namespace {
-
-// Each flow with its screens' bytes, names and zones in order, and what the trash lists.
-std::string stateOf(FlowLibrary& library) {
-    std::string out;
-    for (const auto& category : library.categoryOrder())
-        out += "category " + category + "\n";
-    for (const auto& flow : library.summaries()) {
-        const FlowMeta& meta = library.meta(flow.folderName);
-        out += meta.application.value_or("-") + "/" + meta.categoryL1.value_or("-") + "/" +
-               meta.name + "\n";
-        for (const auto& screen : meta.screens)
-            out += "  " + readFile(library.root() / flow.folderName / screen.filename) + " " +
-                   screen.name.value_or("") + editsJson(screen).dump() + "\n";
-    }
-    for (const auto& entry : library.trashEntries())
-        if (!entry.hidden)
-            out += "trash " + entry.description() + "\n";
-    return out;
-}
 
 class FirstHourTest : public ::testing::Test {
 protected:
@@ -137,7 +119,7 @@ TEST_F(FirstHourTest, APlainClickInsideASelectionPicksThatScreenAloneAndDeleteTa
     EXPECT_EQ(gallery.selectedScreens(), (std::vector<ScreenID>{{signUp, "02.png"}}));
     EXPECT_NE(status().indexOf("1 screen selected"), -1) << status().toStdString();
 
-    const std::string before = stateOf(library);
+    const std::string before = visibleState(library);
     window->action("Delete")->trigger();
     EXPECT_EQ(library.meta(signUp).screens.size(), 2u) << "only the screen picked";
     EXPECT_TRUE(gallery.selectedScreens().empty())
@@ -145,7 +127,7 @@ TEST_F(FirstHourTest, APlainClickInsideASelectionPicksThatScreenAloneAndDeleteTa
     EXPECT_FALSE(gallery.currentScreen());
     ASSERT_TRUE(window->findChild<QPushButton*>("statusUndo")->isVisible());
     window->findChild<QPushButton*>("statusUndo")->click();
-    EXPECT_EQ(stateOf(library), before);
+    EXPECT_EQ(visibleState(library), before);
     EXPECT_EQ(gallery.selectedScreens(), (std::vector<ScreenID>{{signUp, "02.png"}}))
         << "what came back is selected";
 }
@@ -218,21 +200,21 @@ TEST_F(FirstHourTest, EveryChangeMadeInTheWindowIsUndoneAndRedone) {
     };
     for (const auto& [name, change] : changes) {
         SCOPED_TRACE(name);
-        const std::string before = stateOf(library);
+        const std::string before = visibleState(library);
         change();
-        const std::string after = stateOf(library);
+        const std::string after = visibleState(library);
         ASSERT_NE(before, after);
         QAction* undo = window->findChild<QAction*>("undo");
         ASSERT_TRUE(undo->isEnabled());
         EXPECT_EQ(undo->text().toStdString(), "Undo " + name);
         undo->trigger();
-        EXPECT_EQ(stateOf(library), before);
+        EXPECT_EQ(visibleState(library), before);
         QAction* redo = window->findChild<QAction*>("redo");
         EXPECT_EQ(redo->text().toStdString(), "Redo " + name);
         redo->trigger();
-        EXPECT_EQ(stateOf(library), after);
+        EXPECT_EQ(visibleState(library), after);
         undo->trigger();
-        EXPECT_EQ(stateOf(library), before);
+        EXPECT_EQ(visibleState(library), before);
     }
     EXPECT_EQ(window->findChild<QAction*>("undo")->shortcut(), QKeySequence::Undo);
     EXPECT_EQ(window->findChild<QAction*>("redo")->shortcut(), QKeySequence("Ctrl+Shift+Z"));
