@@ -1,6 +1,7 @@
 #include "archive/AppArchive.h"
 #include "model/FlowLibrary.h"
 #include "model/LibraryChanges.h"
+#include "model/LibraryHistory.h"
 #include "ui/MainWindow.h"
 #include "ui/Messages.h"
 
@@ -127,8 +128,7 @@ void MainWindow::importInspected(const std::string& zipFile) {
         const auto& inspection = std::get<FlowLibrary::ArchiveInspection>(outcome);
         ImportConflictResolution resolution = ImportConflictResolution::replace;
         if (inspection.conflicts > 0) {
-            QMessageBox question(QMessageBox::Question,
-                                 qs(AppArchive::conflictQuestion(inspection.conflicts)),
+            QMessageBox question(QMessageBox::Question, tr("Import Application"),
                                  qs(AppArchive::conflictQuestion(inspection.conflicts)),
                                  QMessageBox::NoButton, this);
             question.setInformativeText(qs(std::string(AppArchive::kConflictExplanation)));
@@ -146,9 +146,21 @@ void MainWindow::importInspected(const std::string& zipFile) {
         }
         try {
             const ImportResult result = library_.importArchive(inspection.extracted, resolution);
-            showTransient(tr("Imported %1 flows into “%2”")
-                              .arg(result.folders.size())
-                              .arg(qs(result.application)));
+            // Flows that came in beside the library's own can go again; flows that replaced
+            // others can't come back as they were, so that import is not kept for undo.
+            const bool replaced =
+                inspection.conflicts > 0 && resolution == ImportConflictResolution::replace;
+            std::vector<std::unique_ptr<LibraryChange>> made;
+            if (!replaced)
+                for (const auto& folder : result.folders)
+                    made.push_back(LibraryChanges::createdFlow(library_, folder, "Import"));
+            const QString message = tr("Imported %1 flows into “%2”")
+                                        .arg(result.folders.size())
+                                        .arg(qs(result.application));
+            if (made.empty())
+                showTransient(message);
+            else
+                recorded(LibraryChanges::together("Import Application", std::move(made)), message);
             if (!result.skipped.empty()) {
                 QStringList reasons;
                 for (const auto& why : result.skipped)

@@ -591,6 +591,13 @@ TEST_F(MainWindowTest, AnArchiveOpenedFromOutsideIsOfferedForImport) {
     answerNextBox("Import", &question);
     ASSERT_TRUE(InstanceChannel::handOver(name, QString::fromStdString(archive.string())));
     QTRY_VERIFY_WITH_TIMEOUT(hasBank(), 10000);
+    // The import can be taken back, and made again.
+    ASSERT_TRUE(window->findChild<QAction*>("undo")->isEnabled());
+    EXPECT_EQ(window->findChild<QAction*>("undo")->text(), "Undo Import Application");
+    window->undo();
+    EXPECT_FALSE(hasBank());
+    window->redo();
+    EXPECT_TRUE(hasBank());
 
     library.setReadOnly("another program is changing this library.");
     question.clear();
