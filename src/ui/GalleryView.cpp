@@ -1,4 +1,5 @@
 #include "ui/GalleryView.h"
+#include "media/PngSize.h"
 #include "ui/Messages.h"
 
 #include "library/ScreenFiles.h"
@@ -9,6 +10,7 @@
 #include <QContextMenuEvent>
 #include <QDateTime>
 #include <QDrag>
+#include <QHelpEvent>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -17,6 +19,7 @@
 #include <QPainter>
 #include <QPainterPath>
 #include <QScrollBar>
+#include <QToolTip>
 #include <QUrl>
 
 #include <algorithm>
@@ -63,6 +66,55 @@ void paintClipBadge(QPainter& painter, const QRect& tile) {
     painter.drawPath(triangle);
 }
 
+// Top-right pills that say what was done to a screen: blurred or patched (a half-filled disc),
+// and its comment pins (a speech bubble with their count).
+void paintStateBadges(QPainter& painter, const QRect& tile, const ScreenRef& ref) {
+    const bool edited =
+        (ref.redactions && !ref.redactions->empty()) || (ref.patches && !ref.patches->empty());
+    const std::size_t pins = ref.pins().size();
+    int right = tile.right() - 6;
+    painter.save();
+    painter.setRenderHint(QPainter::Antialiasing);
+    QFont small = painter.font();
+    small.setPointSizeF(small.pointSizeF() * 0.8);
+    small.setWeight(QFont::DemiBold);
+    painter.setFont(small);
+    if (pins > 0) {
+        const QString count = pins > 99 ? QStringLiteral("99+") : QString::number(pins);
+        const int width = 22 + painter.fontMetrics().horizontalAdvance(count);
+        const QRect pill(right - width, tile.top() + 6, width, 18);
+        painter.setPen(Qt::NoPen);
+        painter.setBrush(QColor(0, 0, 0, 160));
+        painter.drawRoundedRect(pill, 9, 9);
+        const QRectF bubble(pill.left() + 5, pill.top() + 4, 11, 8);
+        QPainterPath speech;
+        speech.addRoundedRect(bubble, 2.5, 2.5);
+        speech.moveTo(bubble.left() + 2.5, bubble.bottom());
+        speech.lineTo(bubble.left() + 2.5, bubble.bottom() + 3);
+        speech.lineTo(bubble.left() + 6, bubble.bottom());
+        painter.setBrush(Qt::white);
+        painter.drawPath(speech);
+        painter.setPen(Qt::white);
+        painter.drawText(QRect(pill.left() + 18, pill.top(), width - 20, pill.height()),
+                         Qt::AlignVCenter | Qt::AlignLeft, count);
+        right = pill.left() - 4;
+    }
+    if (edited) {
+        const QRect pill(right - 18, tile.top() + 6, 18, 18);
+        painter.setPen(Qt::NoPen);
+        painter.setBrush(QColor(0, 0, 0, 160));
+        painter.drawEllipse(pill);
+        const QRectF disc = QRectF(pill).adjusted(4.5, 4.5, -4.5, -4.5);
+        painter.setPen(QPen(Qt::white, 1.4));
+        painter.setBrush(Qt::NoBrush);
+        painter.drawEllipse(disc);
+        painter.setPen(Qt::NoPen);
+        painter.setBrush(Qt::white);
+        painter.drawPie(disc, 90 * 16, 180 * 16);
+    }
+    painter.restore();
+}
+
 } // namespace
 
 GalleryView::GalleryView(FlowLibrary& library, ThumbnailCache& thumbnails, QWidget* parent)
@@ -73,6 +125,7 @@ GalleryView::GalleryView(FlowLibrary& library, ThumbnailCache& thumbnails, QWidg
     viewport()->setAcceptDrops(true);
     viewport()->setBackgroundRole(QPalette::Base);
     verticalScrollBar()->setSingleStep(48);
+    viewport()->setMouseTracking(true); // the tile under the pointer is highlighted
     setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
     autoScrollTimer_.setInterval(16);
     connect(&autoScrollTimer_, &QTimer::timeout, this,
@@ -330,6 +383,7 @@ void GalleryView::paintTile(QPainter& painter, const QRect& tile, const ScreenID
     }
     if (ScreenFiles::isClip(screen.filename))
         paintClipBadge(painter, tile);
+    paintStateBadges(painter, tile, ref);
 
     const bool selected = selection_.contains(screen);
     const bool found = filter_.hits.contains(screen);
@@ -342,7 +396,13 @@ void GalleryView::paintTile(QPainter& painter, const QRect& tile, const ScreenID
         painter.setBrush(Qt::NoBrush);
         painter.drawRoundedRect(QRectF(tile).adjusted(-3, -3, 3, 3), 10, 10);
     }
-    painter.setPen(QPen(edge, selected ? 3 : 1));
+    if (hovered_ == screen && !selected) {
+        edge = palette().color(QPalette::Highlight);
+        edge.setAlphaF(0.6f);
+    }
+    painter.setPen(QPen(edge, selected || hovered_ == screen ? 2 : 1));
+    if (selected)
+        painter.setPen(QPen(edge, 3));
     painter.setBrush(Qt::NoBrush);
     painter.drawRoundedRect(QRectF(tile).adjusted(0.5, 0.5, -0.5, -0.5), 8, 8);
     if (current_ == screen && hasFocus())
@@ -662,7 +722,70 @@ QMimeData* GalleryView::mimeDataFor(const std::vector<ScreenID>& screens) const 
     return mime;
 }
 
+QString GalleryView::tileInfo(const ScreenID& screen) {
+    const auto* screens = screensOf(screen.folder);
+    if (!screens)
+        return {};
+    const auto ref = std::find_if(screens->begin(), screens->end(), [&](const ScreenRef& r) {
+        return r.filename == screen.filename;
+    });
+    if (ref == screens->end())
+        return {};
+    const auto file = library_.root() / screen.folder / screen.filename;
+    QStringList lines{QString::fromStdString(screen.filename)};
+    if (const auto size = pngSize(file))
+        lines << tr("%1 × %2 pixels").arg(size->first).arg(size->second);
+    std::error_code error;
+    if (const auto bytes = std::filesystem::file_size(file, error); !error)
+        lines << QLocale().formattedDataSize(static_cast<qint64>(bytes));
+    lines << (ref->source == CaptureSource::automatic ? tr("Captured automatically %1")
+                                                      : tr("Captured %1"))
+                 .arg(QString::fromStdString(localTimestamp(ref->capturedAt)));
+    try {
+        if (const auto& device = library_.meta(screen.folder).deviceName)
+            lines << tr("On %1").arg(QString::fromStdString(*device));
+    } catch (const std::exception&) {
+        // Its flow's record can't be read: the gallery says so on the band.
+    }
+    const auto zones = ref->redactions ? ref->redactions->size() : 0;
+    const auto patches = ref->patches ? ref->patches->size() : 0;
+    if (zones > 0)
+        lines << (zones == 1 ? tr("1 blur zone") : tr("%1 blur zones").arg(zones));
+    if (patches > 0)
+        lines << (patches == 1 ? tr("1 clone patch") : tr("%1 clone patches").arg(patches));
+    const auto pins = ref->pins().size();
+    if (pins > 0)
+        lines << (pins == 1 ? tr("1 comment") : tr("%1 comments").arg(pins));
+    return lines.join('\n');
+}
+
+bool GalleryView::viewportEvent(QEvent* event) {
+    if (event->type() == QEvent::ToolTip) {
+        const auto* help = static_cast<QHelpEvent*>(event);
+        const auto hit = hitAt(help->pos());
+        const auto screen = hit ? screenAt(*hit) : std::nullopt;
+        if (screen)
+            QToolTip::showText(help->globalPos(), tileInfo(*screen), viewport());
+        else
+            QToolTip::hideText();
+        return true;
+    }
+    if (event->type() == QEvent::Leave && hovered_) {
+        hovered_.reset();
+        viewport()->update();
+    }
+    return QAbstractScrollArea::viewportEvent(event);
+}
+
 void GalleryView::mouseMoveEvent(QMouseEvent* event) {
+    if (!(event->buttons() & Qt::LeftButton)) {
+        const auto hit = hitAt(event->position().toPoint());
+        const auto under = hit ? screenAt(*hit) : std::nullopt;
+        if (under != hovered_) {
+            hovered_ = under;
+            viewport()->update();
+        }
+    }
     if (!dragReady_ || !(event->buttons() & Qt::LeftButton) ||
         (event->position().toPoint() - pressPosition_).manhattanLength() <
             QApplication::startDragDistance())

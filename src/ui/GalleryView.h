@@ -87,6 +87,10 @@ public:
         std::size_t shown = 0; // among the screens shown, for the marker
     };
     std::optional<DropTarget> dropTargetAt(QPoint point);
+    // What the tooltip of a screen says: its file, size, bytes, capture date and source, and
+    // what was done to it (zones, patches, pins).
+    QString tileInfo(const ScreenID& screen);
+    const std::optional<ScreenID>& hoveredScreen() const { return hovered_; }
     // The drag's data for screens of one flow: their identity and their files.
     QMimeData* mimeDataFor(const std::vector<ScreenID>& screens) const;
 
@@ -109,6 +113,7 @@ protected:
     void resizeEvent(QResizeEvent* event) override;
     void mousePressEvent(QMouseEvent* event) override;
     void mouseMoveEvent(QMouseEvent* event) override;
+    bool viewportEvent(QEvent* event) override;
     void mouseReleaseEvent(QMouseEvent* event) override;
     void mouseDoubleClickEvent(QMouseEvent* event) override;
     void keyPressEvent(QKeyEvent* event) override;
@@ -153,6 +158,7 @@ private:
     QPoint pressPosition_;
     bool dragReady_ = false;
     std::optional<ScreenID> clickedInSelection_;
+    std::optional<ScreenID> hovered_; // the screen under the pointer
     std::optional<DropTarget> dropTarget_;
     QTimer autoScrollTimer_;
     int autoScroll_ = 0; // pixels a tick while a drag is held near an edge

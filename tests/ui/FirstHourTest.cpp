@@ -294,6 +294,53 @@ TEST_F(FirstHourTest, SearchSaysWhereItLooksAndWhatItFound) {
     EXPECT_FALSE(scope->isVisible());
 }
 
+TEST_F(FirstHourTest, ThumbnailsShowWhatWasDoneToAScreenAndItsTooltipTellsTheRest) {
+    const std::string signUp = SampleLibrary::signUp;
+    writePicture(sample.root / signUp / "01.png", 390, 844, 0xffffffffu);
+    writePicture(sample.root / signUp / "03.png", 390, 844, 0xffffffffu);
+    FlowMeta meta = library.meta(signUp);
+    meta.screens[2].filename = "03.png";
+    meta.deviceName = "Pixel 8";
+    library.store().writeMeta(signUp, meta);
+    fs::remove(sample.root / signUp / "03.mov");
+    library.reload();
+    GalleryView& gallery = window->gallery();
+    for (int round = 0; round < 3; ++round) {
+        gallery.viewport()->repaint();
+        window->thumbnails().waitForIdle();
+    }
+    const QImage shown = gallery.viewport()->grab().toImage();
+    // The top-right corner of each tile: 01 has pins (a dark pill), 03 nothing (white).
+    auto corner = [&](std::size_t index) {
+        const auto row = gallery.content().rowOfFlow(signUp);
+        const QRect tile = gallery.galleryLayout()
+                               .tileRect(*row, index)
+                               .translated(0, -gallery.verticalScrollBar()->value());
+        int dark = 0;
+        for (int y = tile.top() + 6; y < tile.top() + 24; ++y)
+            for (int x = tile.right() - 40; x < tile.right() - 6; ++x)
+                dark += qGray(shown.pixel(x, y)) < 120;
+        return dark;
+    };
+    EXPECT_GT(corner(0), 40) << "01.png has two pins";
+    EXPECT_GT(corner(1), 20) << "02.png is blurred and patched";
+    EXPECT_EQ(corner(2), 0) << "03.png has nothing done to it";
+
+    const QString info = gallery.tileInfo({signUp, "02.png"});
+    for (const char* part :
+         {"02.png", "1179 × 2556 pixels", "On Pixel 8", "1 blur zone", "1 clone patch"})
+        EXPECT_NE(info.indexOf(part), -1) << part << " in " << info.toStdString();
+    EXPECT_NE(gallery.tileInfo({signUp, "01.png"}).indexOf("2 comments"), -1);
+
+    // The tile under the pointer is marked as such.
+    QTest::mouseMove(gallery.viewport(), [&] {
+        const auto row = gallery.content().rowOfFlow(signUp);
+        return gallery.galleryLayout().tileRect(*row, 2).center() -
+               QPoint(0, gallery.verticalScrollBar()->value());
+    }());
+    EXPECT_EQ(gallery.hoveredScreen(), (ScreenID{signUp, "03.png"}));
+}
+
 int main(int argc, char** argv) {
     qputenv("QT_QPA_PLATFORM", "offscreen");
     QApplication app(argc, argv);
