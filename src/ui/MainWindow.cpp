@@ -35,6 +35,7 @@
 #include <QApplication>
 #include <QCloseEvent>
 #include <QComboBox>
+#include <QDesktopServices>
 #include <QDir>
 #include <QHBoxLayout>
 #include <QKeyEvent>
@@ -52,6 +53,7 @@
 #include <QStatusBar>
 #include <QTimer>
 #include <QToolBar>
+#include <QUrl>
 #include <QVBoxLayout>
 
 namespace varnel {
@@ -566,12 +568,19 @@ void MainWindow::buildMenus() {
         editScreenAction_,  revertAction_,       renameFlowAction_,   categorizeAction_,
         deleteFlowAction_,  publishFigmaAction_, undoAction_,         redoAction_};
     help->addAction(tr("About Varnel"), this, [this] {
+        // The licence and address as the package's copyright file and metainfo state them.
         QMessageBox::about(this, tr("About Varnel"),
                            tr("<b>Varnel %1</b><p>Collect and study the screens of mobile "
-                              "apps.</p>")
+                              "apps.</p><p>© 2026 The Varnel developers. All rights reserved: "
+                              "Varnel may be used as its developers' terms allow.</p>"
+                              "<p><a href=\"https://varnel.app/\">varnel.app</a></p>")
                                .arg(qs(std::string(applicationVersion()))));
     });
     // Before About, as GNOME's and KDE's Help menus have it.
+    auto* guide = new QAction(tr("User Guide"), help);
+    guide->setObjectName("userGuide");
+    connect(guide, &QAction::triggered, this, &MainWindow::showUserGuide);
+    help->insertAction(help->actions().constLast(), guide);
     auto* shortcuts = new QAction(tr("Keyboard Shortcuts"), help);
     shortcuts->setShortcut(QKeySequence(Qt::Key_F1));
     help->insertAction(help->actions().constLast(), shortcuts);
@@ -900,6 +909,32 @@ void MainWindow::showClipSaveProblems() {
                 return QString::fromStdString(flow.name);
         return QString::fromStdString(folder);
     });
+}
+
+} // namespace varnel
+
+namespace varnel {
+
+std::filesystem::path MainWindow::userGuide() {
+    // The installed copy first; the source tree's when Varnel runs from its build folder.
+    for (const char* candidate : {VARNEL_GUIDE_INSTALLED, VARNEL_GUIDE_SOURCE}) {
+        std::error_code error;
+        if (std::filesystem::is_regular_file(candidate, error))
+            return candidate;
+    }
+    return {};
+}
+
+void MainWindow::showUserGuide() {
+    const auto guide = userGuide();
+    if (guide.empty()) {
+        showError(this, tr("Couldn’t open the user guide"),
+                  tr("It isn’t installed at %1.").arg(VARNEL_GUIDE_INSTALLED));
+        return;
+    }
+    if (!QDesktopServices::openUrl(QUrl::fromLocalFile(qs(guide.string()))))
+        showError(this, tr("Couldn’t open the user guide"),
+                  tr("No program opened %1; open it in a web browser.").arg(qs(guide.string())));
 }
 
 } // namespace varnel

@@ -102,6 +102,9 @@ public:
     void offerImport(const QString& zipFile);
     void deleteApplication();
     void showSettings();
+    // Help ▸ User Guide: the guide shipped with Varnel, in the desktop's browser.
+    static std::filesystem::path userGuide();
+    void showUserGuide();
 
     // Updates: Help ▸ Check for Updates…, and the weekly check when it is on.
     UpdateChecker& updates() const { return *updates_; }

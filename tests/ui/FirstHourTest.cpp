@@ -341,6 +341,23 @@ TEST_F(FirstHourTest, ThumbnailsShowWhatWasDoneToAScreenAndItsTooltipTellsTheRes
     EXPECT_EQ(gallery.hoveredScreen(), (ScreenID{signUp, "03.png"}));
 }
 
+TEST_F(FirstHourTest, AboutSaysTheVersionTheLicenceAndWhereTheProjectIs) {
+    QString said;
+    answerNextBox("OK", &said);
+    window->action("About Varnel")->trigger();
+    EXPECT_NE(said.indexOf("All rights reserved"), -1) << said.toStdString();
+    EXPECT_NE(said.indexOf("https://varnel.app/"), -1) << said.toStdString();
+}
+
+TEST_F(FirstHourTest, HelpHasAUserGuideShippedWithTheApplication) {
+    ASSERT_TRUE(window->findChild<QAction*>("userGuide"));
+    const auto guide = MainWindow::userGuide();
+    ASSERT_FALSE(guide.empty());
+    const std::string text = readFile(guide);
+    for (const char* topic : {"Import Screens", "Undo", "Trash", "Keyboard Shortcuts"})
+        EXPECT_NE(text.find(topic), std::string::npos) << topic;
+}
+
 int main(int argc, char** argv) {
     qputenv("QT_QPA_PLATFORM", "offscreen");
     QApplication app(argc, argv);
