@@ -7,6 +7,7 @@
 #include "model/ScreenImport.h"
 #include "support/LibraryState.h"
 #include "support/TestLibrary.h"
+#include "support/WindowDriving.h"
 #include "ui/GalleryView.h"
 #include "ui/LibrarySidebar.h"
 #include "ui/MainWindow.h"
@@ -44,11 +45,7 @@ protected:
             QString::fromStdString((dir / "settings.ini").string()), QSettings::IniFormat));
     }
     QPoint tileCenter(const std::string& folder, std::size_t index) {
-        GalleryView& gallery = window->gallery();
-        const auto row = gallery.content().rowOfFlow(folder);
-        EXPECT_TRUE(row);
-        return gallery.galleryLayout().tileRect(*row, index).center() -
-               QPoint(0, gallery.verticalScrollBar()->value());
+        return test::tileCenter(window->gallery(), folder, index);
     }
     void addScreens(const std::string& folder, int count) {
         std::vector<fs::path> files;
@@ -57,22 +54,6 @@ protected:
             writeFile(files.back(), pngBytes(1179, 2556, folder + " extra " + std::to_string(i)));
         }
         library.addScreens(folder, files);
-    }
-    // Answers the next message box with the button of that text, keeping what it said.
-    void answerNextBox(const QString& button, QString* text) {
-        auto* poll = new QTimer(window.get());
-        QObject::connect(poll, &QTimer::timeout, [=] {
-            auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
-            if (!box)
-                return;
-            poll->stop();
-            poll->deleteLater();
-            *text = box->text() + "\n" + box->informativeText();
-            for (QAbstractButton* b : box->buttons())
-                if (b->text().remove(QLatin1Char('&')) == button)
-                    b->click();
-        });
-        poll->start(10);
     }
     QString status() const { return window->statusBar()->findChild<QLabel*>()->text(); }
 
@@ -236,11 +217,11 @@ TEST_F(FirstHourTest, AnUndoALaterChangeMadeImpossibleSaysWhy) {
     gallery.selectScreen({SampleLibrary::signUp, "01.png"});
     window->deleteSelection();
     library.deleteFlow(SampleLibrary::signUp); // outside the window's history
-    QString said;
-    answerNextBox("OK", &said);
+    QString said, why;
+    answerNextBox(window.get(), "OK", &said, &why);
     window->undo();
     EXPECT_NE(said.indexOf("Couldn’t undo “Delete Screen”"), -1) << said.toStdString();
-    EXPECT_NE(said.indexOf("no longer in the library"), -1) << said.toStdString();
+    EXPECT_NE(why.indexOf("no longer in the library"), -1) << why.toStdString();
     EXPECT_FALSE(window->findChild<QAction*>("undo")->isEnabled());
 }
 
@@ -343,7 +324,7 @@ TEST_F(FirstHourTest, ThumbnailsShowWhatWasDoneToAScreenAndItsTooltipTellsTheRes
 
 TEST_F(FirstHourTest, AboutSaysTheVersionTheLicenceAndWhereTheProjectIs) {
     QString said;
-    answerNextBox("OK", &said);
+    answerNextBox(window.get(), "OK", &said);
     window->action("About Varnel")->trigger();
     EXPECT_NE(said.indexOf("All rights reserved"), -1) << said.toStdString();
     EXPECT_NE(said.indexOf("https://varnel.app/"), -1) << said.toStdString();

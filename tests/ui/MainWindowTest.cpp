@@ -9,6 +9,7 @@
 #include "support/MediaProbe.h"
 #include "support/StaticServer.h"
 #include "support/TestLibrary.h"
+#include "support/WindowDriving.h"
 #include "text/OCRIndex.h"
 #include "text/OCRSidecar.h"
 #include "ui/CategorizeDialog.h"
@@ -137,32 +138,11 @@ protected:
         return out;
     }
     std::string payloadOf(const fs::path& file) { return readFile(file).substr(33); }
-    // Answers the next message box once it is up with the button of that text; what it said
-    // goes to `text` and `informative`.
     void answerNextBox(const QString& button, QString* text, QString* informative = nullptr) {
-        auto* poll = new QTimer(window.get());
-        QObject::connect(poll, &QTimer::timeout, [=] {
-            auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
-            if (!box)
-                return;
-            poll->stop();
-            poll->deleteLater();
-            *text = box->text();
-            if (informative)
-                *informative = box->informativeText();
-            for (QAbstractButton* b : box->buttons())
-                if (b->text().remove(QLatin1Char('&')) == button)
-                    b->click();
-        });
-        poll->start(10);
+        test::answerNextBox(window.get(), button, text, informative);
     }
-    // The viewport point at the middle of a flow's screen.
     QPoint tileCenter(const std::string& folder, std::size_t index) {
-        GalleryView& gallery = window->gallery();
-        const auto row = gallery.content().rowOfFlow(folder);
-        EXPECT_TRUE(row);
-        return gallery.galleryLayout().tileRect(*row, index).center() -
-               QPoint(0, gallery.verticalScrollBar()->value());
+        return test::tileCenter(window->gallery(), folder, index);
     }
     void waitForThumbnails() {
         // Each round makes what the last paint asked for; two rounds settle a reload.
